@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "platform/hostlink/ByteArray.h"
+#include "platform/hostlink/HostLinkTime.h"
+#include "vocabulary/MessageIds.h"
+
+/// One end of a link: sessions and acknowledged delivery of messages in two classes, over a line that
+/// may lose, damage or cut bytes. It has no descriptor, no thread and no clock: bytes and the time are
+/// handed in, so that two ends run joined on simulated time. Not thread-safe.
+class HostLinkCore
+{
+public:
+    struct Settings {
+        std::function<std::uint64_t()> drawInstance;          ///< default: the system's random device
+        HostLinkDuration pollTime{};                          ///< see HostLinkPhysicalLayer::pollTime()
+        std::size_t queueBytes[2] = {256 * 1024, 256 * 1024}; ///< send queue bound, by MessageClass
+        std::size_t creditBytes[2] = {64 * 1024 + 64, 64 * 1024 + 64}; ///< receive window, by MessageClass
+    };
+
+    /// A run of bytes owned by the core, valid until its next call.
+    struct Bytes {
+        const std::uint8_t* data;
+        std::size_t size;
+    };
+
+    enum class Session {
+        Never,       ///< no session yet since construction
+        Established, ///< messages flow; a cut line does not end it
+        Ended,       ///< ended for good, none followed yet
+    };
+
+    explicit HostLinkCore(Settings settings);
+    ~HostLinkCore();
+
+    /// The line came up: what was on the wire is gone, both sides greet again.
+    void lineUp(HostLinkTime now);
+    void lineDown(HostLinkTime now);
+
+    /// Takes received bytes in any portions.
+    void receive(const std::uint8_t* bytes, std::size_t size, HostLinkTime now);
+
+    /// The next whole frame to put on the line; size 0 when there is nothing to say now.
+    Bytes transmit(HostLinkTime now);
+
+    /// When transmit() must be called although nothing else happened; max() for never.
+    HostLinkTime deadline() const;
+
+    /// Queues a message. False, and counted, when the message cannot be taken: no session any more,
+    /// goodbye said, bulk queue full, or longer than the peer or this side can ever hold. A full state
+    /// queue of a session ends that session.
+    bool send(const ByteArray& message, HostLinkTime now);
+
+    /// True while send() takes a message of this class and size.
+    bool writable(MessageClass messageClass, std::size_t size) const;
+
+    /// Moves the next delivered message out, in order within its class; false when there is none.
+    /// Its bytes count against the window until handled() is called for it.
+    bool take(ByteArray& message);
+
+    /// Gives the window of one taken message back to the peer.
+    void handled(MessageClass messageClass, std::size_t size, HostLinkTime now);
+
+    Session session() const;
+
+    /// Sessions established so far; it grows when messages may have been lost.
+    std::uint64_t sessionNumber() const;
+
+    /// True when nothing of the class waits or is unacknowledged.
+    bool allAcknowledged(MessageClass messageClass) const;
+
+    /// Ends the session for good: transmit() yields a goodbye, later sends return false.
+    void goodbye(HostLinkTime now);
+
+    /// True when the peer refused this end because another one holds the link.
+    bool refused() const;
+
+    /// The frame that tells a newcomer on an occupied line to go away.
+    static const ByteArray& refusalFrame();
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};

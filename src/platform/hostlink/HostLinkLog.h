@@ -1,0 +1,18 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+/// Where the library says what it cannot return: lost devices, refused sends, values left out.
+/// It speaks rarely (once a condition, never once a byte).
+class HostLinkLog
+{
+public:
+    enum class Level { Debug, Info, Warning, Error };
+    using Sink = std::function<void(Level, const std::string& text)>;
+
+    /// Replaces the sink; the default writes warnings and errors to stderr. Thread-safe.
+    static void setSink(Sink sink);
+
+    static void write(Level level, const std::string& text);
+};

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <poll.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/hostlink/HostLinkTime.h"
+
+/// A layer that carries bytes between the two ends of a link: bytes may be lost, damaged or cut off,
+/// which the link above repairs. Nothing here blocks or reads the clock, and one thread uses it.
+class HostLinkPhysicalLayer
+{
+public:
+    /// Index of a setting in Properties.
+    enum DeviceProperties : int {
+        Device = 0,        ///< string: device node, socket path or HOST:PORT
+        InterruptLine = 1, ///< int: line of /dev/gpiochip0, active low
+        Address = 2,       ///< int: bus address of the host
+        ResetLine = 3,     ///< int: line that resets the host
+        BusTimeout = 4,    ///< int: milliseconds
+        BitRate = 5,       ///< int: bit/s
+        Parity = 6,        ///< string: "none", "even" or "odd"
+        StopBits = 7,      ///< int: 1 or 2
+        MaxTransfer = 8,   ///< int: bytes of the largest single bus transfer
+    };
+
+    /// Settings of a layer; one that was not set is the layer's default.
+    class Properties
+    {
+    public:
+        void setString(int property, std::string value);
+        void setInt(int property, int value);
+        std::optional<std::string> string(int property) const;
+        std::optional<int> integer(int property) const;
+
+    private:
+        std::map<int, std::string> m_strings;
+        std::map<int, int> m_integers;
+    };
+
+    using Factory = std::function<std::unique_ptr<HostLinkPhysicalLayer>(const Properties&)>;
+
+    /// A new layer of a registered type. An unknown type gives a layer whose line never comes up and
+    /// says so once; never nullptr.
+    static std::unique_ptr<HostLinkPhysicalLayer> create(const std::string& type,
+                                                         const Properties& properties);
+
+    /// Adds a type or replaces one (built in: "unix", "tcp"). Thread-safe.
+    static void registerType(const std::string& type, Factory factory);
+
+    virtual ~HostLinkPhysicalLayer() = default;
+
+    /// Begins to bring the line up; failures are retried from service() with backoff.
+    virtual void open(HostLinkTime now) = 0;
+    virtual void close() = 0;
+
+    /// Makes progress below the bytes: connects, accepts, reopens. Called when a descriptor of
+    /// waitOn() is ready and when nextService() has come.
+    virtual void service(HostLinkTime now) = 0;
+
+    /// 0 while the line is down, else a number that differs for each time the line came up.
+    virtual std::uint64_t lineNumber() const = 0;
+
+    /// True when the other side said that the line is taken by another peer.
+    virtual bool refused() const { return false; }
+
+    /// Bytes read into `to`, at most `max`; 0 when there is none now or the line went down.
+    virtual std::size_t read(std::uint8_t* to, std::size_t max, HostLinkTime now) = 0;
+
+    /// Bytes taken from `from`; fewer than `size` when the line pushes back or went down.
+    virtual std::size_t write(const std::uint8_t* from, std::size_t size, HostLinkTime now) = 0;
+
+    /// Bytes taken by write() that are not on the wire yet.
+    virtual std::size_t unsent() const { return 0; }
+
+    /// Appends the descriptors to poll, with POLLOUT only while `writing`.
+    virtual void waitOn(std::vector<pollfd>& descriptors, bool writing) const = 0;
+
+    /// When service() or read() is due without any descriptor becoming ready.
+    virtual HostLinkTime nextService() const { return HostLinkTime::max(); }
+
+    /// Added to the link's smallest time-out: how long bytes may lie before a polling layer sees them.
+    virtual HostLinkDuration pollTime() const { return HostLinkDuration::zero(); }
+};

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "platform/hostlink/ByteArray.h"
+#include "platform/hostlink/HostLinkPhysicalLayer.h"
+
+/// Acknowledged messages over a physical layer, with a thread of its own that waits, reads and steps
+/// the link. All functions are thread-safe unless they say otherwise.
+class HostLinkTransportLayer
+{
+public:
+    using MessageReceivedObserver = std::function<void(const ByteArray& message)>;
+
+    explicit HostLinkTransportLayer(std::unique_ptr<HostLinkPhysicalLayer> layer);
+    virtual ~HostLinkTransportLayer();
+
+    HostLinkTransportLayer(const HostLinkTransportLayer&) = delete;
+    HostLinkTransportLayer& operator=(const HostLinkTransportLayer&) = delete;
+
+    /// Calls `observer` on the transport's thread for each received message, without holding a lock.
+    /// To be called before start().
+    void addMessageReceivedObserver(MessageReceivedObserver observer);
+
+    /// Starts the thread; non-zero on success. A line that is not there yet is no failure.
+    virtual int start();
+
+    /// Sends what waits in the state class, says goodbye and ends the thread, within 250 ms. Later
+    /// sends return 0. A second stop is harmless.
+    virtual void stop();
+
+    /// Queues one message; non-zero when it was taken (see HostLinkCore::send).
+    virtual int send(const ByteArray& message);
+
+    /// Reports that a message which an observer got has been handled, so that the peer may send more.
+    void messageHandled(const ByteArray& message);
+
+    /// True while send() takes a message of this class and size.
+    bool writable(MessageClass messageClass, std::size_t size) const;
+
+    /// Calls `observer` on the transport's thread each time a full bulk queue has drained to half.
+    /// To be called before start().
+    void addBulkDrainedObserver(std::function<void()> observer);
+
+    /// Stops every transport of the process that still runs. What observers point at may be destroyed
+    /// afterwards.
+    static void stopAll();
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};

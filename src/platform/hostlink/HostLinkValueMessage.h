@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "platform/hostlink/HostLinkMessage.h"
+
+/// A list of tagged values. Behind the message id each value is its tag (16 bits, big-endian) and one
+/// MessagePack value in a fixed-width format: nil 0xC0, bin16 0xC5, uint8 0xCC, uint16 0xCD,
+/// uint32 0xCE, int8 0xD0, int32 0xD2, int64 0xD3 or str16 0xDA.
+///
+/// Values stay in the message's bytes; only their places are noted. A received message ends before
+/// the first value that is cut off or of another format. Values that were added can be read back.
+class HostLinkValueMessage : public HostLinkMessageSerializable
+{
+public:
+    /// An empty message to fill.
+    explicit HostLinkValueMessage(MessageId id);
+
+    /// A received message, parsed in one pass.
+    explicit HostLinkValueMessage(ByteArray bytes);
+
+    MessageId id() const;
+    int size() const;
+
+    /// Tag and encoding byte of value i; 0 with *ok false when there is none.
+    std::uint16_t getTag(int i, bool* ok = nullptr) const;
+    std::uint8_t getEnc(int i, bool* ok = nullptr) const;
+
+    /// Readers of value i. Each takes its own encoding only; otherwise, or when there is no value i,
+    /// the result is 0 or empty and *ok false.
+    std::int8_t getInt8(int i, bool* ok = nullptr) const;
+    std::uint8_t getUint8(int i, bool* ok = nullptr) const;
+    std::uint16_t getUint16(int i, bool* ok = nullptr) const;
+    std::int32_t getInt32(int i, bool* ok = nullptr) const;
+    std::uint32_t getUint32(int i, bool* ok = nullptr) const;
+    std::int64_t getInt64(int i, bool* ok = nullptr) const;
+    std::string getString(int i, bool* ok = nullptr) const;
+    ByteArray getBin16(int i, bool* ok = nullptr) const;
+
+    /// Writers: each appends one value.
+    void addValueNil(std::uint16_t tag);
+    void addValueInt8(std::uint16_t tag, std::int8_t value);
+    void addValueUint8(std::uint16_t tag, std::uint8_t value);
+    void addValueUint16(std::uint16_t tag, std::uint16_t value);
+    void addValueInt32(std::uint16_t tag, std::int32_t value);
+    void addValueUint32(std::uint16_t tag, std::uint32_t value);
+    void addValueInt64(std::uint16_t tag, std::int64_t value);
+
+    /// Text and bytes of at most 65,535 bytes. Longer ones append Nil instead, log a warning and
+    /// return false, so that the message still holds exactly one value for the tag.
+    bool addValueString(std::uint16_t tag, std::string_view utf8);
+    bool addValueBin16(std::uint16_t tag, const ByteArray& bytes);
+
+    const ByteArray& serialize() const override;
+
+private:
+    ByteArray m_bytes;
+    std::vector<std::size_t> m_values; ///< where in m_bytes each value's tag begins
+};

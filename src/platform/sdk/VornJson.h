@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QString>
+#include <QVariant>
+
+/// Reading and writing of JSON (RFC 8259). Integers of up to 64 bits stay exact.
+class VornJson
+{
+public:
+    class Error
+    {
+    public:
+        Error() = default;
+        Error(int code, int line, int column, QString text);
+
+        int code() const { return m_code; }     ///< 0 for none, else the parser's own number
+        int line() const { return m_line; }     ///< from 1
+        int column() const { return m_column; } ///< from 1, in characters
+        bool isEmpty() const { return m_code == 0; }
+
+        /// "line 1 column 5: unterminated string", empty without an error.
+        QString toString() const;
+
+    private:
+        int m_code = 0;
+        int m_line = 0;
+        int m_column = 0;
+        QString m_text;
+    };
+
+    /// Any JSON value; invalid, and *error set, when the text is not exactly one. Objects become
+    /// QVariantHash, arrays QVariantList, integers qlonglong. `flags` is reserved and 0.
+    static QVariant parse(const QString& text, Error* error, int flags = 0);
+
+    /// Compact text of a variant as parse() makes it, keys sorted.
+    static QString print(const QVariant& value);
+};

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+#include "vocabulary/Conversions.h"
+#include "vocabulary/Nodes.h"
+#include "vocabulary/States.h"
+
+enum class ProxyClass : std::uint8_t { ValueItemProxy };
+
+constexpr std::string_view proxyClassName(ProxyClass proxy)
+{
+    switch (proxy) {
+    case ProxyClass::ValueItemProxy: return "ValueItemProxy";
+    }
+    return {};
+}
+
+struct ProxyRow {
+    State state;
+    ProxyClass proxy;
+    Node node;
+    CMValueItemProxyConvert convert;
+};
+
+/// The value proxies in registration order.
+inline constexpr std::array kProxies{
+#define PROXY(state, proxy, node, convert)                                                                   \
+    ProxyRow{state, ProxyClass::proxy, Node::node, CMValueItemProxyConvert::convert},
+#include "vocabulary/Proxies.inc"
+#undef PROXY
+};
+
+constexpr bool proxyRowsAgreeWithStates()
+{
+    for (std::size_t i = 0; i < kProxies.size(); ++i) {
+        const StateRow* state = findState(kProxies[i].state);
+        const ConversionRow& convert = conversionRow(kProxies[i].convert);
+        if (state == nullptr || state->read != convert.read || state->write != convert.write) {
+            return false;
+        }
+        for (std::size_t j = 0; j < i; ++j) {
+            if (kProxies[j].state == kProxies[i].state) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+static_assert(proxyRowsAgreeWithStates(), "each state is claimed once, with the types of its conversion");
+static_assert(kProxies.size() == 67);
+
+/// The row that owns a state, or nullptr.
+constexpr const ProxyRow* findProxy(State state)
+{
+    for (const ProxyRow& row : kProxies) {
+        if (row.state == state) {
+            return &row;
+        }
+    }
+    return nullptr;
+}
