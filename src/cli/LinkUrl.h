@@ -1,0 +1,22 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/hostlink/HostLinkPhysicalLayer.h"
+
+/// A link as the command line names it: unix:PATH, tcp:HOST:PORT, emulated, native (module only).
+struct LinkUrl {
+    enum class Side { Module, Host };  ///< the module listens on emulated lines, the host connects
+
+    std::string text;  ///< the URL with its defaults filled in, as `ready link=` prints it
+    std::string type;  ///< physical layer type; empty for native, the worker's own fixed link
+    HostLinkPhysicalLayer::Properties properties;
+
+    /// Throws CLI::ValidationError, saying what a URL looks like, for anything else.
+    static LinkUrl parse(const std::string& url, Side side);
+};
+
+/// A file of this user: NAME in the user's run-time directory ($XDG_RUNTIME_DIR/hostlink), or in
+/// /tmp/hostlink-UID where there is none. The directory is created, for its owner only.
+std::string userFile(const std::string& name);
