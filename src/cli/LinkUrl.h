@@ -7,10 +7,10 @@
 
 /// A link as the command line names it: unix:PATH, tcp:HOST:PORT, emulated, native (module only).
 struct LinkUrl {
-    enum class Side { Module, Host };  ///< the module listens on emulated lines, the host connects
+    enum class Side { Module, Host }; ///< the module listens on emulated lines, the host connects
 
-    std::string text;  ///< the URL with its defaults filled in, as `ready link=` prints it
-    std::string type;  ///< physical layer type; empty for native, the worker's own fixed link
+    std::string text; ///< the URL with its defaults filled in, as `ready link=` prints it
+    std::string type; ///< physical layer type; empty for native, the worker's own fixed link
     HostLinkPhysicalLayer::Properties properties;
 
     /// Throws CLI::ValidationError, saying what a URL looks like, for anything else.

@@ -29,6 +29,7 @@ public:
         Parity = 6,        ///< string: "none", "even" or "odd"
         StopBits = 7,      ///< int: 1 or 2
         MaxTransfer = 8,   ///< int: bytes of the largest single bus transfer
+        Listen = 9,        ///< int: 1 when an emulated line (unix, tcp) listens, else it connects
     };
 
     /// Settings of a layer; one that was not set is the layer's default.
