@@ -11,8 +11,11 @@ public:
     enum class Level { Debug, Info, Warning, Error };
     using Sink = std::function<void(Level, const std::string& text)>;
 
-    /// Replaces the sink; the default writes warnings and errors to stderr. Thread-safe.
+    /// Replaces the sink; the default, which an empty one brings back, writes warnings and errors to
+    /// stderr. A sink is called by one thread at a time, must not call back into this class, and is not
+    /// called any more once it was replaced. Thread-safe.
     static void setSink(Sink sink);
 
+    /// Thread-safe.
     static void write(Level level, const std::string& text);
 };

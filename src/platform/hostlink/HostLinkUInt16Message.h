@@ -9,7 +9,8 @@ public:
     /// An empty list to fill.
     explicit HostLinkUInt16Message(MessageId id);
 
-    /// A received list. It ends at the last whole number; without an id it is empty.
+    /// A received list. It ends at the last whole number, and so does serialize(); without an id it is
+    /// the empty list with id 0.
     explicit HostLinkUInt16Message(ByteArray bytes);
 
     MessageId id() const;

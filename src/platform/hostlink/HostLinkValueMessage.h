@@ -5,20 +5,22 @@
 #include <string_view>
 
 #include "platform/hostlink/HostLinkMessage.h"
+#include "vocabulary/WireType.h"
 
 /// A list of tagged values. Behind the message id each value is its tag (16 bits, big-endian) and one
 /// MessagePack value in a fixed-width format: nil 0xC0, bin16 0xC5, uint8 0xCC, uint16 0xCD,
 /// uint32 0xCE, int8 0xD0, int32 0xD2, int64 0xD3 or str16 0xDA.
 ///
 /// Values stay in the message's bytes; only their places are noted. A received message ends before
-/// the first value that is cut off or of another format. Values that were added can be read back.
+/// the first value that is cut off or of another format, and so does its serialize(). Values that were
+/// added can be read back.
 class HostLinkValueMessage : public HostLinkMessageSerializable
 {
 public:
     /// An empty message to fill.
     explicit HostLinkValueMessage(MessageId id);
 
-    /// A received message, parsed in one pass.
+    /// A received message, parsed in one pass. Without an id it is the empty message with id 0.
     explicit HostLinkValueMessage(ByteArray bytes);
 
     MessageId id() const;
@@ -56,6 +58,15 @@ public:
     const ByteArray& serialize() const override;
 
 private:
+    const std::uint8_t* valueAt(int i, bool* ok) const;
+    const std::uint8_t* contentOf(int i, WireType type, bool* ok) const;
+    template <typename Integer>
+    Integer readInteger(int i, WireType type, bool* ok) const;
+    void beginValue(std::uint16_t tag, WireType type);
+    template <typename Integer>
+    void addInteger(std::uint16_t tag, WireType type, Integer value);
+    bool addBytes(std::uint16_t tag, WireType type, const std::uint8_t* bytes, std::size_t size);
+
     ByteArray m_bytes;
     std::vector<std::size_t> m_values; ///< where in m_bytes each value's tag begins
 };
