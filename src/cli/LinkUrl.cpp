@@ -1,0 +1,136 @@
+#include "cli/LinkUrl.h"
+
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <CLI/Error.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <stdexcept>
+#include <system_error>
+
+namespace
+{
+
+constexpr std::size_t kMaxSocketPath = sizeof(sockaddr_un::sun_path) - 1; ///< it ends with a zero byte
+
+[[noreturn]] void fail(const std::string& reason)
+{
+    throw CLI::ValidationError("--link", reason);
+}
+
+bool beginsWith(const std::string& text, const std::string& prefix)
+{
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+LinkUrl emulatedLine(const std::string& type, const std::string& device, LinkUrl::Side side)
+{
+    LinkUrl url;
+    url.text = type + ":" + device;
+    url.type = type;
+    url.properties.setString(HostLinkPhysicalLayer::Device, device);
+    url.properties.setInt(HostLinkPhysicalLayer::Listen, side == LinkUrl::Side::Module ? 1 : 0);
+    return url;
+}
+
+void checkSocketPath(const std::string& path)
+{
+    if (path.empty()) {
+        fail("unix: needs the path of a socket, as in unix:/run/link.socket");
+    }
+    if (path.size() > kMaxSocketPath) {
+        fail("the socket path has " + std::to_string(path.size()) + " bytes, at most "
+             + std::to_string(kMaxSocketPath) + " are possible: " + path);
+    }
+}
+
+bool isPort(const std::string& text)
+{
+    if (text.empty() || text.size() > 5 || text.find_first_not_of("0123456789") != std::string::npos) {
+        return false;
+    }
+    const int port = std::stoi(text);
+    return port >= 1 && port <= 65535;
+}
+
+bool isHost(const std::string& text)
+{
+    if (beginsWith(text, "[")) {
+        return text.size() > 2 && text.find(']') == text.size() - 1;
+    }
+    return !text.empty() && text.find_first_of(":[]") == std::string::npos;
+}
+
+void checkAddress(const std::string& address)
+{
+    const std::size_t colon = address.rfind(':');
+    if (colon == std::string::npos || !isHost(address.substr(0, colon))) {
+        fail("tcp: needs a host and a port, as in tcp:localhost:7000 or tcp:[::1]:7000, not '" + address
+             + "'");
+    }
+    if (!isPort(address.substr(colon + 1))) {
+        fail("'" + address.substr(colon + 1) + "' is no port; ports are 1 to 65535");
+    }
+}
+
+bool isDirectory(const std::string& path)
+{
+    struct stat status {
+    };
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+/// A directory below /tmp could have been put there by someone else, who would then own our sockets.
+void checkOwnDirectory(const std::string& path)
+{
+    struct stat status {
+    };
+    if (lstat(path.c_str(), &status) != 0) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    if (!S_ISDIR(status.st_mode) || status.st_uid != geteuid()
+        || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        throw std::runtime_error(path + " is not a directory that only this user may use; remove it");
+    }
+}
+} // namespace
+
+LinkUrl LinkUrl::parse(const std::string& url, Side side)
+{
+    if (url == "emulated") {
+        return parse("unix:" + userFile("link.socket"), side);
+    }
+    if (url == "native") {
+        if (side == Side::Host) {
+            fail("native is the module's own end; a host needs unix:PATH, tcp:HOST:PORT or emulated");
+        }
+        LinkUrl native;
+        native.text = url;
+        return native;
+    }
+    if (beginsWith(url, "unix:")) {
+        checkSocketPath(url.substr(5));
+        return emulatedLine("unix", url.substr(5), side);
+    }
+    if (beginsWith(url, "tcp:")) {
+        checkAddress(url.substr(4));
+        return emulatedLine("tcp", url.substr(4), side);
+    }
+    fail("'" + url + "' is no link; a link is unix:PATH, tcp:HOST:PORT"
+         + (side == Side::Module ? ", emulated or native" : " or emulated"));
+}
+
+std::string userFile(const std::string& name)
+{
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    const bool hasRuntime = runtime != nullptr && runtime[0] == '/' && isDirectory(runtime);
+    const std::string directory =
+        hasRuntime ? std::string(runtime) + "/hostlink" : "/tmp/hostlink-" + std::to_string(geteuid());
+    if (mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+        throw std::system_error(errno, std::generic_category(), directory);
+    }
+    checkOwnDirectory(directory);
+    return directory + "/" + name;
+}

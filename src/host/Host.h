@@ -1,0 +1,72 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "host/HostSystem.h"
+#include "platform/hostlink/HostLinkPort.h"
+
+/// The host's end of a link, without a thread: the link is stepped inside receive() and the other
+/// waits, on the caller's thread.
+class Host
+{
+public:
+    /// What a wait ended with.
+    enum class Event {
+        Message,     ///< a message came
+        NewSession,  ///< a session was established; what was under way in an earlier one may be lost
+        Ended,       ///< the session was ended for good, none followed yet
+        Refused,     ///< another host holds the link
+        TimedOut,    ///< the deadline has come
+        Interrupted, ///< the interrupt descriptor is readable; stays so until somebody reads it
+        Acknowledged ///< the module's end has everything that was sent (waitAcknowledged() only)
+    };
+
+    /// Begins to connect. `interrupt` is a descriptor whose readability ends every wait, or -1.
+    explicit Host(std::unique_ptr<HostLinkPhysicalLayer> layer, int interrupt = -1,
+                  HostSystem& system = HostSystem::real());
+
+    /// Says goodbye if nobody did.
+    ~Host();
+
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+
+    HostLinkTime now() const { return m_system.now(); }
+
+    /// True while the line to the module stands, with or without a session.
+    bool isLineUp() const { return m_port.layer().lineNumber() != 0; }
+
+    /// True while messages flow, also over a line that is cut for the moment.
+    bool isInSession() const { return m_port.core().session() == HostLinkCore::Session::Established; }
+
+    /// The next event; a message is moved into `message`. Each new session and each end is told
+    /// once, before any message of what follows it.
+    Event receive(ByteArray* message, HostLinkTime deadline);
+
+    /// Queues and writes one message; false when it cannot be taken (see HostLinkCore::send).
+    bool send(const ByteArray& message);
+
+    /// Waits until the module's end of the link has everything. Messages that come meanwhile stay for
+    /// receive(). Never returns Message.
+    Event waitAcknowledged(HostLinkTime deadline);
+
+    /// Ends the session for good, within 100 ms, and closes the line. What the module sends
+    /// afterwards is lost. A second goodbye is harmless.
+    void goodbye();
+
+private:
+    /// Steps the link; true when something other than a message is to be told.
+    bool news(Event* event);
+    bool isInterrupted();
+    bool isWriting();
+    void wait(HostLinkTime deadline);
+
+    HostSystem& m_system;
+    int m_interrupt;
+    bool m_open = true;
+    bool m_endTold = true; ///< the current session's end was told, or there was none yet
+    std::uint64_t m_sessionTold = 0;
+    std::vector<pollfd> m_descriptors;
+    HostLinkPort m_port;
+};

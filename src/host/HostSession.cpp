@@ -1,0 +1,146 @@
+#include "host/HostSession.h"
+
+#include "platform/hostlink/HostLinkUInt16Message.h"
+#include "platform/hostlink/HostLinkValueMessage.h"
+
+namespace
+{
+constexpr MessageId responseId(MessageId id)
+{
+    return MessageId(id | 0x8000);
+}
+
+bool isOpeningReply(const ByteArray& message)
+{
+    return HostLinkMessage::messageId(message) == MSG_GetStateResponse
+           && HostLinkValueMessage(message).size() == 0;
+}
+
+bool isRefusalOf(MessageId request, const ByteArray& message)
+{
+    if (HostLinkMessage::messageId(message) != MSG_ErrorResponse) {
+        return false;
+    }
+    const HostLinkValueMessage refusal(message);
+    return refusal.size() > 0 && refusal.getTag(0) == request;
+}
+
+std::string milliseconds(HostLinkDuration duration)
+{
+    return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count()) + " ms";
+}
+} // namespace
+
+void HostSession::open()
+{
+    const HostLinkTime deadline = m_host.now() + m_timeout;
+    ByteArray message;
+    for (;;) {
+        const Host::Event event = receive(&message, deadline);
+        if (event == Host::Event::TimedOut) {
+            throw noSession();
+        }
+        if (event == Host::Event::NewSession) {
+            return exchangeOpening(deadline);
+        }
+    }
+}
+
+void HostSession::exchangeOpening(HostLinkTime deadline)
+{
+    const HostLinkUInt16Message opening(MSG_GetState);
+    send(opening.serialize());
+    ByteArray message;
+    for (;;) {
+        switch (receive(&message, deadline)) {
+        case Host::Event::TimedOut:
+            throw HostError(HostError::Cause::NoReply,
+                            "the module did not answer within " + milliseconds(m_timeout));
+        case Host::Event::NewSession: send(opening.serialize()); break;
+        case Host::Event::Message:
+            if (isOpeningReply(message)) {
+                return;
+            }
+            break;
+        default: break;
+        }
+    }
+}
+
+ByteArray HostSession::request(const ByteArray& request, Repeat repeat)
+{
+    const HostLinkTime deadline = m_host.now() + m_timeout;
+    const MessageId id = HostLinkMessage::messageId(request);
+    send(request);
+    ByteArray message;
+    for (;;) {
+        switch (receive(&message, deadline)) {
+        case Host::Event::TimedOut:
+            throw HostError(HostError::Cause::NoReply, "no reply within " + milliseconds(m_timeout));
+        case Host::Event::NewSession:
+            if (repeat == Repeat::Never) {
+                throw HostError(
+                    HostError::Cause::SessionLost,
+                    "a new session began before the reply; whether the request took effect is unknown");
+            }
+            repeat = Repeat::Never;
+            exchangeOpening(deadline);
+            send(request);
+            break;
+        case Host::Event::Ended:
+            if (repeat == Repeat::Never) {
+                throw HostError(
+                    HostError::Cause::SessionLost,
+                    "the session ended before the reply; whether the request took effect is unknown");
+            }
+            break;
+        case Host::Event::Message:
+            if (HostLinkMessage::messageId(message) == responseId(id)) {
+                return message;
+            }
+            if (isRefusalOf(id, message)) {
+                throw HostError(HostError::Cause::Refused, "the module does not take this request");
+            }
+            break;
+        default: break;
+        }
+    }
+}
+
+void HostSession::send(const ByteArray& message)
+{
+    if (!m_host.send(message) && m_host.isInSession()) {
+        throw HostError(HostError::Cause::TooLong, "a message of " + std::to_string(message.size())
+                                                       + " bytes is longer than the link carries");
+    }
+}
+
+Host::Event HostSession::receive(ByteArray* message, HostLinkTime deadline)
+{
+    const Host::Event event = m_host.receive(message, deadline);
+    switch (event) {
+    case Host::Event::Refused:
+        throw HostError(HostError::Cause::Occupied, "the link is occupied by another host");
+    case Host::Event::Interrupted: throw HostError(HostError::Cause::Interrupted, "interrupted");
+    case Host::Event::NewSession: m_answers.reset(); break;
+    case Host::Event::Message:
+        if (const auto answer = m_answers.answer(*message)) {
+            m_host.send(*answer);
+        }
+        break;
+    default: break;
+    }
+    return event;
+}
+
+bool HostSession::waitAcknowledged()
+{
+    return m_host.waitAcknowledged(m_host.now() + m_timeout) == Host::Event::Acknowledged;
+}
+
+HostError HostSession::noSession() const
+{
+    const std::string reason =
+        m_host.isLineUp() ? "the module began no session within " : "no module was there within ";
+    return HostError(HostError::Cause::NoSession, reason + milliseconds(m_timeout));
+}

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "host/Host.h"
+#include "host/HostAnswers.h"
+
+/// Why work on a link could not be done.
+class HostError : public std::runtime_error
+{
+public:
+    enum class Cause {
+        NoSession,   ///< no line or no session within the time-out
+        NoReply,     ///< the module did not answer within the time-out
+        Occupied,    ///< another host holds the link
+        SessionLost, ///< the module or the link began anew while a request was under way
+        Interrupted, ///< the caller's interrupt descriptor became readable
+        TooLong,     ///< the message is longer than the link can carry
+        Refused,     ///< the module has no handler for the request
+    };
+
+    HostError(Cause cause, const std::string& text) : std::runtime_error(text), m_cause(cause) {}
+
+    Cause cause() const { return m_cause; }
+
+private:
+    Cause m_cause;
+};
+
+/// The conduct of a host that comes, asks and goes. It owns no states and answers the module's own
+/// requests accordingly, whatever it is waiting for. Where nothing else is said, functions throw a
+/// HostError when the link does not let them finish.
+class HostSession
+{
+public:
+    /// Whether a request may go out a second time when a new session has begun before its reply.
+    enum class Repeat { Never, Once };
+
+    /// `timeout` bounds open(), each request and waitAcknowledged().
+    HostSession(Host& host, HostLinkDuration timeout) : m_host(host), m_timeout(timeout) {}
+
+    /// Waits for a session, sends a MSG_GetState without states and drops everything up to its empty
+    /// reply: what the module said before it knew this host.
+    void open();
+
+    /// Sends a request and returns its response. Responses are matched to requests in order.
+    ByteArray request(const ByteArray& request, Repeat repeat);
+
+    /// Queues one message without waiting. That it was lost with its session is told by receive().
+    void send(const ByteArray& message);
+
+    /// The next event of the link (see Host::receive), Message, NewSession, Ended or TimedOut. A request
+    /// of the module has been answered when it is returned.
+    Host::Event receive(ByteArray* message, HostLinkTime deadline);
+
+    /// Waits until the module's end of the link has everything; false when it did not get it.
+    bool waitAcknowledged();
+
+    HostLinkDuration timeout() const { return m_timeout; }
+
+private:
+    void exchangeOpening(HostLinkTime deadline);
+    HostError noSession() const;
+
+    Host& m_host;
+    HostLinkDuration m_timeout;
+    HostAnswers m_answers;
+};
