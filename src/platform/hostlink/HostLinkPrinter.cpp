@@ -1,28 +1,13 @@
 #include "platform/hostlink/HostLinkPrinter.h"
 
-#include <cstdio>
-
 #include "platform/hostlink/BigEndian.h"
+#include "platform/hostlink/HexText.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
 #include "platform/hostlink/Utf8.h"
 
 namespace
 {
-
-std::string hexNumber(std::uint16_t number)
-{
-    char text[sizeof "0xFFFF"];
-    std::snprintf(text, sizeof text, "0x%04X", number);
-    return text;
-}
-
-void appendHexByte(std::string& line, std::uint8_t byte)
-{
-    constexpr char digits[] = "0123456789abcdef";
-    line += digits[byte >> 4];
-    line += digits[byte & 0x0F];
-}
 
 /// Whether tags and numbers of a message are states; its response carries the same as its request.
 bool namesStates(MessageId id)
@@ -57,8 +42,7 @@ void appendQuoted(std::string& line, std::string_view text)
                              || (length == 2 && text[0] == '\xC2' && text[1] < '\xA0');
         if (length == 0 || control) {
             for (const char byte : character) {
-                line += "\\x";
-                appendHexByte(line, static_cast<std::uint8_t>(byte));
+                line += "\\x" + hexText({static_cast<std::uint8_t>(byte)});
             }
         } else {
             if (text[0] == '"' || text[0] == '\\') {
@@ -69,13 +53,6 @@ void appendQuoted(std::string& line, std::string_view text)
         text.remove_prefix(character.size());
     }
     line += '"';
-}
-
-void appendHex(std::string& line, const ByteArray& bytes)
-{
-    for (const std::uint8_t byte : bytes) {
-        appendHexByte(line, byte);
-    }
 }
 
 void appendValue(std::string& line, const HostLinkValueMessage& message, int i)
@@ -95,7 +72,7 @@ void appendValue(std::string& line, const HostLinkValueMessage& message, int i)
     case WireType::I32: line += std::to_string(message.getInt32(i)); break;
     case WireType::I64: line += std::to_string(message.getInt64(i)); break;
     case WireType::Str: appendQuoted(line, message.getString(i)); break;
-    case WireType::Bin: appendHex(line, message.getBin16(i)); break;
+    case WireType::Bin: line += hexText(message.getBin16(i)); break;
     }
 }
 
@@ -146,8 +123,7 @@ std::string HostLinkPrinter::printMessage(const ByteArray& message)
     if (row != nullptr) {
         read = row->body == MessageBody::Values ? appendValues(line, message) : appendNumbers(line, message);
     } else if (message.size() > read) {
-        line += " body:";
-        appendHex(line, {message.begin() + 2, message.end()});
+        line += " body:" + hexText({message.begin() + 2, message.end()});
         read = message.size();
     }
     if (read < message.size()) {
