@@ -1,0 +1,348 @@
+#include "modules/hostlink/HostLinkWorker.h"
+
+#include <QTimer>
+#include <chrono>
+#include <string>
+#include <utility>
+
+#include "modules/hostlink/CheckedConnect.h"
+#include "modules/hostlink/Log.h"
+#include "modules/hostlink/proxy/ValueItemProxy.h"
+#include "platform/hostlink/HostLinkPhysicalLayer.h"
+#include "platform/hostlink/HostLinkPrinter.h"
+#include "platform/hostlink/HostLinkTransportLayer.h"
+#include "platform/hostlink/HostLinkUInt16Message.h"
+#include "platform/hostlink/HostLinkValueMessage.h"
+#include "platform/sdk/Paths.h"
+#include "platform/sdk/PlayLogicInterface.h"
+#include "vocabulary/Proxies.h"
+
+namespace
+{
+
+using namespace std::chrono_literals;
+
+// Long enough for the answer to leave before the module goes down.
+constexpr auto kFactoryResetDelay = 500ms;
+
+// The link's settings as the build gives them; an empty text leaves the library's default.
+constexpr const char* kPhysicalLayer = "i2c";
+constexpr const char* kDevice = "/dev/i2c-3";
+constexpr const char* kInterruptLine = "7";
+constexpr const char* kResetLine = "";
+constexpr const char* kAddress = "119";
+constexpr const char* kBusTimeout = "1000";
+constexpr const char* kBitRate = "115200";
+constexpr const char* kParity = "none";
+constexpr const char* kStopBits = "1";
+constexpr const char* kMaxTransfer = "64";
+
+void setInteger(HostLinkPhysicalLayer::Properties& properties, int property, const std::string& text)
+{
+    if (!text.empty()) {
+        properties.setInt(property, std::stoi(text));
+    }
+}
+
+HostLinkPhysicalLayer::Properties linkProperties()
+{
+    using Layer = HostLinkPhysicalLayer;
+    Layer::Properties properties;
+    properties.setString(Layer::Device, kDevice);
+    setInteger(properties, Layer::InterruptLine, kInterruptLine);
+    setInteger(properties, Layer::ResetLine, kResetLine);
+    setInteger(properties, Layer::Address, kAddress);
+    setInteger(properties, Layer::BusTimeout, kBusTimeout);
+    setInteger(properties, Layer::BitRate, kBitRate);
+    properties.setString(Layer::Parity, kParity);
+    setInteger(properties, Layer::StopBits, kStopBits);
+    setInteger(properties, Layer::MaxTransfer, kMaxTransfer);
+    return properties;
+}
+
+/// Where a node stands; those of the player are below the one player instance.
+CMPath pathOf(Node node)
+{
+    if (!isBelowPlayerInstance(node)) {
+        return CMPath(node);
+    }
+    const std::string_view path = nodeRow(node).path;
+    return PlayLogicInterface::playerInstance()->path().appendSubpath(
+        QString::fromLatin1(path.data(), static_cast<int>(path.size())));
+}
+
+ValueProxy* createProxy(const ProxyRow& row, QObject* parent)
+{
+    switch (row.proxy) {
+    case ProxyClass::ValueItemProxy:
+        return new ValueItemProxy(row.state, pathOf(row.node), row.convert, parent);
+    }
+    return nullptr;
+}
+
+std::string stateNames(const QList<State>& states)
+{
+    std::string names;
+    for (const State state : states) {
+        names += names.empty() ? "" : ", ";
+        names += HostLinkPrinter::printHostLinkState(state);
+    }
+    return names;
+}
+
+State stateAt(const HostLinkUInt16Message& message, int index)
+{
+    return static_cast<State>(message.get(index));
+}
+
+State stateAt(const HostLinkValueMessage& message, int index)
+{
+    return static_cast<State>(message.getTag(index));
+}
+
+} // namespace
+
+CMHostLinkWorker::CMHostLinkWorker(const QVariantHash& config) : CMNodesWorker(config, "CMHostLinkWorker")
+{
+    HOSTLINK_TRACE_FUNCTION_WITH("Initialising worker");
+    startTransport();
+    registerProxies();
+    m_handlers.append(this);
+}
+
+CMHostLinkWorker::~CMHostLinkWorker()
+{
+    // The base takes the worker's nodes away while the proxies still watch them.
+    for (ValueProxy* proxy : findChildren<ValueProxy*>(QString(), Qt::FindDirectChildrenOnly)) {
+        proxy->disconnect(this);
+    }
+}
+
+void CMHostLinkWorker::startTransport()
+{
+    m_transport = new HostLinkTransportLayer(HostLinkPhysicalLayer::create(kPhysicalLayer, linkProperties()));
+    m_transport->addMessageReceivedObserver([this](const ByteArray& message) {
+        const QByteArray data(reinterpret_cast<const char*>(message.data()),
+                              static_cast<int>(message.size()));
+        QMetaObject::invokeMethod(this, "on_message_received", Qt::QueuedConnection, Q_ARG(QByteArray, data));
+    });
+    m_transport->start();
+}
+
+void CMHostLinkWorker::registerProxies()
+{
+    HOSTLINK_TRACE_FUNCTION();
+    for (const ProxyRow& row : kProxies) {
+        addProxy(createProxy(row, this));
+    }
+}
+
+void CMHostLinkWorker::addProxy(ValueProxy* proxy)
+{
+    connectChecked(proxy, &ValueProxy::valueChanged, this, &CMHostLinkWorker::on_proxy_changed);
+    for (const State state : proxy->states()) {
+        if (m_proxies.contains(state)) {
+            LOG4CPLUS_ERROR(hostLinkLogger, "State: " << state << " is already handled");
+            continue;
+        }
+        m_proxies.insert(state, proxy);
+    }
+}
+
+int CMHostLinkWorker::sendMessage(const HostLinkMessageSerializable& message)
+{
+    return m_transport->send(message.serialize());
+}
+
+void CMHostLinkWorker::on_message_received(const QByteArray& data)
+{
+    const auto* first = reinterpret_cast<const std::uint8_t*>(data.constData());
+    const ByteArray bytes(first, first + data.size());
+    dispatch(bytes);
+    m_transport->messageHandled(bytes);
+}
+
+void CMHostLinkWorker::dispatch(const ByteArray& bytes)
+{
+    const MessageId id = HostLinkMessage::messageId(bytes);
+    if (id == 0) {
+        LOG4CPLUS_ERROR(hostLinkLogger, "Message is invalid, cannot read message Id");
+        return;
+    }
+    LOG4CPLUS_DEBUG(hostLinkLogger, "Incoming message id: " << id);
+    const QList<HostLinkMessageHandler*> handlers = m_handlers;
+    for (HostLinkMessageHandler* handler : handlers) {
+        if (handler->handleMessage(id, bytes)) {
+            return;
+        }
+    }
+    if (HostLinkMessage::isResponseMessageId(id)) {
+        LOG4CPLUS_TRACE(hostLinkLogger, "Response message arrived");
+        return;
+    }
+    LOG4CPLUS_ERROR(hostLinkLogger, "Unhandled message id:" << id);
+    HostLinkValueMessage refusal(MSG_ErrorResponse);
+    refusal.addValueNil(id);
+    sendMessage(refusal);
+}
+
+bool CMHostLinkWorker::handleMessage(MessageId id, const ByteArray& bytes)
+{
+    switch (id) {
+    case MSG_GetState: answerGetState(bytes); return true;
+    case MSG_SetState: answerSetState(bytes); return true;
+    case MSG_Subscribe: answerSubscribe(bytes); return true;
+    case MSG_Unsubscribe: answerUnsubscribe(bytes); return true;
+    case MSG_StateChanged:
+    case MSG_GetStateResponse: takeHostStates(bytes); return true;
+    case MSG_SubscribeResponse: noteSubscribed(bytes); return true;
+    case MSG_UnsubscribeResponse: noteUnsubscribed(bytes); return true;
+    default: return false;
+    }
+}
+
+void CMHostLinkWorker::answerGetState(const ByteArray& bytes)
+{
+    LOG4CPLUS_DEBUG(hostLinkLogger, "received getStateMessage");
+    const HostLinkUInt16Message request(bytes);
+    HostLinkValueMessage reply(MSG_GetStateResponse);
+    for (int i = 0; i < request.size(); ++i) {
+        const State state = stateAt(request, i);
+        if (ValueProxy* proxy = m_proxies.value(state)) {
+            proxy->getValue(state, &reply);
+        } else {
+            reply.addValueNil(state);
+        }
+    }
+    sendMessage(reply);
+}
+
+void CMHostLinkWorker::answerSetState(const ByteArray& bytes)
+{
+    LOG4CPLUS_DEBUG(hostLinkLogger, "received setStateMessage");
+    const HostLinkValueMessage request(bytes);
+    HostLinkValueMessage reply(MSG_SetStateResponse);
+    for (int i = 0; i < request.size(); ++i) {
+        const State state = stateAt(request, i);
+        if (state == STA_TarkoFactoryReset) {
+            LOG4CPLUS_DEBUG(hostLinkLogger, "TarkoFactoryReset received");
+            QTimer::singleShot(kFactoryResetDelay, Qt::PreciseTimer, this,
+                               &CMHostLinkWorker::on_tarkoFactoryReset);
+            reply.addValueUint8(state, 1);
+        } else if (ValueProxy* proxy = m_proxies.value(state)) {
+            proxy->setValue(state, request, i, &reply);
+        } else {
+            reply.addValueNil(state);
+        }
+    }
+    sendMessage(reply);
+}
+
+void CMHostLinkWorker::answerSubscribe(const ByteArray& bytes)
+{
+    LOG4CPLUS_DEBUG(hostLinkLogger, "received subscribe event");
+    const HostLinkUInt16Message request(bytes);
+    HostLinkUInt16Message reply(MSG_SubscribeResponse);
+    QList<State> states;
+    for (int i = 0; i < request.size(); ++i) {
+        const State state = stateAt(request, i);
+        subscribeStateChange(state, &reply);
+        states.append(state);
+    }
+    sendMessage(reply);
+    on_proxy_changed(states);
+}
+
+void CMHostLinkWorker::answerUnsubscribe(const ByteArray& bytes)
+{
+    LOG4CPLUS_DEBUG(hostLinkLogger, "received unsubscribe event");
+    const HostLinkUInt16Message request(bytes);
+    HostLinkUInt16Message reply(MSG_UnsubscribeResponse);
+    for (int i = 0; i < request.size(); ++i) {
+        unsubscribeStateChange(stateAt(request, i), &reply);
+    }
+    sendMessage(reply);
+}
+
+void CMHostLinkWorker::takeHostStates(const ByteArray& bytes)
+{
+    LOG4CPLUS_DEBUG(hostLinkLogger, "received state changed event, size " << bytes.size());
+    const HostLinkValueMessage event(bytes);
+    for (int i = 0; i < event.size(); ++i) {
+        const State state = stateAt(event, i);
+        if (state == STA_HostResubscribe) {
+            configureSubscriptions(true);
+        } else {
+            LOG4CPLUS_INFO(hostLinkLogger, "Unsupported state " << state);
+        }
+    }
+}
+
+void CMHostLinkWorker::noteSubscribed(const ByteArray& bytes)
+{
+    LOG4CPLUS_DEBUG(hostLinkLogger, "received response to subscribe event");
+    const HostLinkUInt16Message response(bytes);
+    for (int i = 0; i < response.size(); ++i) {
+        LOG4CPLUS_DEBUG(hostLinkLogger, "successfully subscribed to " << stateAt(response, i));
+    }
+}
+
+void CMHostLinkWorker::noteUnsubscribed(const ByteArray& bytes)
+{
+    LOG4CPLUS_DEBUG(hostLinkLogger, "received response to unsubscribe event");
+    const HostLinkUInt16Message response(bytes);
+    for (int i = 0; i < response.size(); ++i) {
+        LOG4CPLUS_DEBUG(hostLinkLogger, "successfully unsubscribed from " << stateAt(response, i));
+    }
+}
+
+bool CMHostLinkWorker::subscribeStateChange(State state, HostLinkUInt16Message* reply)
+{
+    if (!m_subscribedStates.contains(state)) {
+        m_subscribedStates.insert(state);
+        reply->addValue(state);
+    }
+    return true;
+}
+
+bool CMHostLinkWorker::unsubscribeStateChange(State state, HostLinkUInt16Message* reply)
+{
+    if (m_subscribedStates.remove(state)) {
+        reply->addValue(state);
+    }
+    return true;
+}
+
+void CMHostLinkWorker::on_proxy_changed(const QList<State>& statesChanged)
+{
+    HOSTLINK_TRACE_FUNCTION_WITH(stateNames(statesChanged));
+    HostLinkValueMessage event(MSG_StateChanged);
+    for (const State state : statesChanged) {
+        if (!m_subscribedStates.contains(state)) {
+            continue;
+        }
+        if (ValueProxy* proxy = m_proxies.value(state)) {
+            proxy->getValue(state, &event);
+        }
+    }
+    if (event.size() > 0) {
+        sendMessage(event);
+    }
+}
+
+bool CMHostLinkWorker::configureSubscriptions(bool subscribe)
+{
+    HostLinkUInt16Message request(subscribe ? MSG_Subscribe : MSG_Unsubscribe);
+    for (const State state : {STA_HostMicMute}) {
+        LOG4CPLUS_DEBUG(hostLinkLogger, (subscribe ? "Subscribing for " : "Unsubscribing from ") << state);
+        request.addValue(state);
+    }
+    return sendMessage(request) != 0;
+}
+
+void CMHostLinkWorker::on_tarkoFactoryReset()
+{
+    LOG4CPLUS_INFO(hostLinkLogger, "!!! Triggering Factory Reset !!!");
+    CMRoot()->invoke(VornSystemManagerFactoryResetPath(), VornValue(),
+                     CMVoidReply(new CMReplyData<QVariant>));
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QList>
+#include <QSet>
+#include <QVariantHash>
+
+#include "modules/hostlink/HostLinkMessageHandler.h"
+#include "platform/hostlink/HostLinkMessage.h"
+#include "platform/sdk/CMWorker.h"
+#include "vocabulary/States.h"
+
+class HostLinkTransportLayer;
+class HostLinkUInt16Message;
+class ValueProxy;
+
+/// Serves the module's node tree to the host. All of it runs on the thread that created it; the transport
+/// only queues calls of on_message_received().
+class CMHostLinkWorker : public CMNodesWorker, public HostLinkMessageHandler
+{
+    Q_OBJECT
+public:
+    /// Opens the host link with its fixed settings and registers all proxies. A link that is not there yet is
+    /// no failure. No key of `config` is read here.
+    explicit CMHostLinkWorker(const QVariantHash& config);
+
+    /// Sends nothing. The transport is not released: whoever destroys the worker stops all transports first.
+    ~CMHostLinkWorker() override;
+
+    /// Sends one message; non-zero when the transport took it.
+    int sendMessage(const HostLinkMessageSerializable& message);
+
+    bool handleMessage(MessageId id, const ByteArray& bytes) override;
+    void shutdown() override {}
+
+    /// Adds a state to those whose changes the host gets, and to `reply` when it is new there. Always true.
+    bool subscribeStateChange(State state, HostLinkUInt16Message* reply);
+
+    /// Removes a state from them, and adds it to `reply` when it was there. Always true.
+    bool unsubscribeStateChange(State state, HostLinkUInt16Message* reply);
+
+    /// Subscribes, or unsubscribes, this module at the host; the result of the send.
+    bool configureSubscriptions(bool subscribe);
+
+public slots:
+    void on_proxy_changed(const QList<State>& statesChanged);
+    void on_message_received(const QByteArray& data);
+    void on_tarkoFactoryReset();
+
+protected:
+    /// Makes `proxy` the owner of its states and listens to its changes. A state that has an owner keeps it.
+    void addProxy(ValueProxy* proxy);
+
+    HostLinkTransportLayer* m_transport = nullptr; ///< shared with the handlers that send
+    QHash<State, ValueProxy*> m_proxies;           ///< children of the worker; one may own several states
+    QSet<State> m_subscribedStates;                ///< those whose changes the host gets
+    QList<HostLinkMessageHandler*> m_handlers;     ///< in the order in which they are asked
+
+private:
+    void startTransport();
+    void registerProxies();
+    void dispatch(const ByteArray& bytes);
+
+    void answerGetState(const ByteArray& bytes);
+    void answerSetState(const ByteArray& bytes);
+    void answerSubscribe(const ByteArray& bytes);
+    void answerUnsubscribe(const ByteArray& bytes);
+    void takeHostStates(const ByteArray& bytes);
+    void noteSubscribed(const ByteArray& bytes);
+    void noteUnsubscribed(const ByteArray& bytes);
+};

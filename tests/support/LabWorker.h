@@ -1,0 +1,14 @@
+#pragma once
+
+#include "modules/hostlink/HostLinkWorker.h"
+
+/// The worker with the proxies that it leaves out put over the rows that own their states, so that a host
+/// can be shown them.
+class LabWorker : public CMHostLinkWorker
+{
+public:
+    explicit LabWorker(const QVariantHash& config);
+
+private:
+    void replaceProxy(ValueProxy* proxy);
+};
