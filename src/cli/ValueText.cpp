@@ -3,14 +3,13 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <limits>
-#include <numeric>
 #include <optional>
 #include <vector>
 
 #include "cli/JsonText.h"
+#include "cli/Suggestions.h"
 #include "platform/hostlink/HexText.h"
 #include "platform/hostlink/HostLinkPrinter.h"
 
@@ -19,7 +18,6 @@ namespace
 
 constexpr std::string_view kStatePrefix = "STA_";
 constexpr std::size_t kMaxLength = 0xFFFF; // bytes of text or bin
-constexpr std::size_t kMaxSuggestions = 3;
 
 [[noreturn]] void refuse(const std::string& reason)
 {
@@ -57,46 +55,13 @@ std::string_view withoutPrefix(std::string_view name)
     return startsWith(name, kStatePrefix) ? name.substr(kStatePrefix.size()) : name;
 }
 
-/// Insertions, deletions and replacements between two words, whatever their case (Levenshtein).
-std::size_t editDistance(std::string_view from, std::string_view to)
+std::vector<std::string_view> stateNames()
 {
-    const auto lower = [](char c) { return std::tolower(static_cast<unsigned char>(c)); };
-    std::vector<std::size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), 0);
-    for (std::size_t i = 0; i < from.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (std::size_t j = 0; j < to.size(); ++j) {
-            const std::size_t replaced = diagonal + (lower(from[i]) == lower(to[j]) ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row.back();
-}
-
-/// The names nearest to a mistyped one, nearest first, as the end of an error text.
-std::string suggestions(std::string_view typed)
-{
-    constexpr std::size_t kLongestName = 64;
-    if (typed.size() > kLongestName) {
-        return {};
-    }
-    const std::size_t furthest = std::max<std::size_t>(2, typed.size() / 3);
-    std::vector<std::pair<std::size_t, std::string_view>> near;
+    std::vector<std::string_view> names;
     for (const StateRow& row : kStates) {
-        const std::size_t distance = editDistance(typed, withoutPrefix(row.name));
-        if (distance <= furthest) {
-            near.emplace_back(distance, row.name);
-        }
+        names.push_back(row.name);
     }
-    std::stable_sort(near.begin(), near.end(),
-                     [](const auto& a, const auto& b) { return a.first < b.first; });
-    std::string text;
-    for (std::size_t i = 0; i < std::min(near.size(), kMaxSuggestions); ++i) {
-        text += (i == 0 ? "; did you mean " : ", ") + std::string(near[i].second);
-    }
-    return text.empty() ? text : text + '?';
+    return names;
 }
 
 /// What an assignment says: a type and the value's text behind it.
@@ -258,7 +223,8 @@ State parseState(const std::string& text)
             return row.id;
         }
     }
-    refuse("there is no state \"" + text + "\"" + suggestions(name));
+    refuse("there is no state \"" + text + "\""
+           + suggestions(std::string(kStatePrefix) + std::string(name), stateNames()));
 }
 
 State appendAssignment(const std::string& text, HostLinkValueMessage* message)

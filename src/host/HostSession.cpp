@@ -25,6 +25,11 @@ bool isRefusalOf(MessageId request, const ByteArray& message)
     return refusal.size() > 0 && refusal.getTag(0) == request;
 }
 
+HostError interrupted()
+{
+    return {HostError::Cause::Interrupted, "interrupted"};
+}
+
 std::string milliseconds(HostLinkDuration duration)
 {
     return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count()) + " ms";
@@ -37,6 +42,9 @@ void HostSession::open()
     ByteArray message;
     for (;;) {
         const Host::Event event = receive(&message, deadline);
+        if (event == Host::Event::Interrupted) {
+            throw interrupted();
+        }
         if (event == Host::Event::TimedOut) {
             throw noSession();
         }
@@ -53,6 +61,7 @@ void HostSession::exchangeOpening(HostLinkTime deadline)
     ByteArray message;
     for (;;) {
         switch (receive(&message, deadline)) {
+        case Host::Event::Interrupted: throw interrupted();
         case Host::Event::TimedOut:
             throw HostError(HostError::Cause::NoReply,
                             "the module did not answer within " + milliseconds(m_timeout));
@@ -75,6 +84,7 @@ ByteArray HostSession::request(const ByteArray& request, Repeat repeat)
     ByteArray message;
     for (;;) {
         switch (receive(&message, deadline)) {
+        case Host::Event::Interrupted: throw interrupted();
         case Host::Event::TimedOut:
             throw HostError(HostError::Cause::NoReply, "no reply within " + milliseconds(m_timeout));
         case Host::Event::NewSession:
@@ -121,7 +131,6 @@ Host::Event HostSession::receive(ByteArray* message, HostLinkTime deadline)
     switch (event) {
     case Host::Event::Refused:
         throw HostError(HostError::Cause::Occupied, "the link is occupied by another host");
-    case Host::Event::Interrupted: throw HostError(HostError::Cause::Interrupted, "interrupted");
     case Host::Event::NewSession: m_answers.reset(); break;
     case Host::Event::Message:
         if (const auto answer = m_answers.answer(*message)) {

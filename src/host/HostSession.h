@@ -50,14 +50,15 @@ public:
     /// Queues one message without waiting. That it was lost with its session is told by receive().
     void send(const ByteArray& message);
 
-    /// The next event of the link (see Host::receive), Message, NewSession, Ended or TimedOut. A request
-    /// of the module has been answered when it is returned.
+    /// The next event of the link (see Host::receive), but Refused, which is thrown. A
+    /// request of the module has been answered when it is returned.
     Host::Event receive(ByteArray* message, HostLinkTime deadline);
 
     /// Waits until the module's end of the link has everything; false when it did not get it.
     bool waitAcknowledged();
 
     HostLinkDuration timeout() const { return m_timeout; }
+    HostLinkTime now() const { return m_host.now(); }
 
 private:
     void exchangeOpening(HostLinkTime deadline);

@@ -1,0 +1,108 @@
+#include <CLI/CLI.hpp>
+
+#include <cerrno>
+#include <iostream>
+#include <system_error>
+
+#include "cli/Commands.h"
+#include "cli/Suggestions.h"
+
+namespace
+{
+constexpr const char* kVersion = "0.1.0";
+
+std::vector<const CLI::App*> subcommandsOf(const CLI::App& app)
+{
+    return app.get_subcommands([](const CLI::App*) { return true; });
+}
+
+const CLI::App& chosenIn(const CLI::App& app)
+{
+    const CLI::App* chosen = &app;
+    while (!chosen->get_subcommands().empty()) {
+        chosen = chosen->get_subcommands().front();
+    }
+    return *chosen;
+}
+
+std::string commandLineOf(const CLI::App& app)
+{
+    return app.get_parent() == nullptr ? app.get_name()
+                                       : commandLineOf(*app.get_parent()) + " " + app.get_name();
+}
+
+/// The word that stands where a subcommand belongs; empty when there is none.
+std::string mistypedSubcommand(const CLI::App& app)
+{
+    const std::vector<std::string> rest = app.remaining();
+    const bool mistyped = !subcommandsOf(app).empty() && !rest.empty() && rest.front().substr(0, 1) != "-";
+    return mistyped ? rest.front() : std::string();
+}
+
+std::string similarSubcommands(const CLI::App& app, const std::string& typed)
+{
+    std::vector<std::string> names;
+    for (const CLI::App* subcommand : subcommandsOf(app)) {
+        names.push_back(subcommand->get_name());
+    }
+    return suggestions(typed, {names.begin(), names.end()});
+}
+
+int explainUsage(const CLI::App& root, const CLI::ParseError& error)
+{
+    const CLI::App& app = chosenIn(root);
+    const std::string mistyped = mistypedSubcommand(app);
+    if (!mistyped.empty()) {
+        std::cerr << commandLineOf(app) << ": there is no command '" << mistyped << "'"
+                  << similarSubcommands(app, mistyped) << '\n';
+    } else if (!subcommandsOf(app).empty() && app.remaining().empty()
+               && error.get_name() == "RequiredError") {
+        std::cerr << app.help();
+        return WrongUsage;
+    } else {
+        std::cerr << commandLineOf(app) << ": " << error.what() << '\n';
+    }
+    std::cerr << "'" << commandLineOf(app) << " --help' tells how it is used." << std::endl;
+    return WrongUsage;
+}
+
+int run(int argc, char** argv)
+{
+    int status = Done;
+    CLI::App app("A streaming module's host link on a PC: run a module, be its host, look at both.",
+                 "hostlink");
+    app.set_version_flag("--version", std::string("hostlink ") + kVersion);
+    app.require_subcommand(1);
+    app.footer("Examples:\n"
+               "  hostlink module                          run a module; it waits for its host\n"
+               "  hostlink host get STA_Volume STA_Mute    in another terminal: ask it as its host\n"
+               "  hostlink node watch VornPlayerVolumePath see what it does to the module's nodes\n"
+               "  hostlink states                          every state with its types and meaning\n"
+               "  hostlink decode trace.txt                a recorded trace as readable text\n\n"
+               "'hostlink host --help' and its like tell more.\n"
+               "Exit status: 0 done, 1 refused, 2 wrong usage, 3 no link or time-out.");
+    addHostCommand(app, &status);
+    addStatesCommand(app, &status);
+    addDecodeCommand(app, &status);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return error.get_exit_code() == 0 ? app.exit(error) : explainUsage(app, error);
+    }
+    return status;
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::system_error& error) {
+        if (error.code() != std::errc::broken_pipe) { // a reader that has enough, as head, wants no message
+            std::cerr << "hostlink: " << error.what() << std::endl;
+        }
+    } catch (const std::exception& error) {
+        std::cerr << "hostlink: " << error.what() << std::endl;
+    }
+    return Refused;
+}
