@@ -2,8 +2,10 @@
 
 #include <QMutex>
 #include <QObject>
+#include <QPointer>
 #include <QStringList>
 #include <functional>
+#include <optional>
 
 #include "platform/sdk/CMPath.h"
 #include "platform/sdk/CMSetDataRequest.h"
@@ -15,13 +17,22 @@ class CMNodes : public QObject
 {
     Q_OBJECT
 public:
+    using Creator = std::function<void(const CMPath& path)>;
+
     using QObject::QObject;
+    ~CMNodes() override;
+
+    /// Claims everything below `path`: a write from outside to a path there without a node first calls
+    /// `create`, which makes a value node at the path or leaves it. The nearest claim above a path
+    /// decides; a second claim of the same path is fatal.
+    void ownSubtree(const CMPath& path, Creator create);
 
     /// Sorted paths of all nodes of the process that begin with `prefix`.
     static QStringList list(const QString& prefix = {});
 };
 
 /// A node: something at a path. A path holds one node at a time; creating a second one there is fatal.
+/// Nodes belong to one thread, as everything of the tree.
 class CMNode : public QObject
 {
     Q_OBJECT
@@ -30,11 +41,16 @@ public:
 
     const CMPath& path() const { return m_path; }
 
+    /// Who may use the node; carried, not examined.
+    void setPermission(VornPermission::Enum permission) { m_permission = permission; }
+    VornPermission::Enum permission() const { return m_permission; }
+
 protected:
     CMNode(CMNodes* nodes, const CMPath& path);
 
 private:
     CMPath m_path;
+    VornPermission::Enum m_permission = VornPermission::Unset;
 };
 
 /// A node that holds a value. Its type is that of the first value that is not empty: one of VornValue's
@@ -48,8 +64,16 @@ public:
 
     const VornValue& value() const { return m_value; }
 
-    /// The owner's write: watchers get changed(new, previous) inside it. An equal value does nothing.
+    /// The owner's write, which the type does not bind: watchers get changed(new, previous) inside it.
+    /// An equal value does nothing.
     void setValue(const VornValue& value);
+
+    /// Hash as long as there was no value.
+    VornValue::Type type() const { return m_type.value_or(VornValue::Type::Hash); }
+
+    /// True when an outside write may set `value`: its type is the node's, or the node's is not a
+    /// scalar's.
+    bool accepts(const VornValue& value) const;
 
     /// Read-only nodes refuse writes through a worker's setValue, not their owner's.
     void setReadOnly(bool readOnly) { m_readOnly = readOnly; }
@@ -63,6 +87,7 @@ private:
     CMValueNode(CMNodes* nodes, const CMPath& path);
 
     VornValue m_value;
+    std::optional<VornValue::Type> m_type;
     VornRoles m_roles;
     bool m_readOnly = false;
 };
@@ -87,11 +112,12 @@ public:
                                   std::function<void(const CMSetDataRequest&)> handler,
                                   Qt::ConnectionType type);
 
-    /// Delivers one request.
+    /// Delivers one request. Without a receiver, or with one that is gone, the request fails.
     void activate(const CMSetDataRequest& request);
 
 private:
     CMActivateNode(CMNodes* nodes, const CMPath& path);
+    void deliver(const CMSetDataRequest& request);
 
     QPointer<QObject> m_receiver;
     std::function<void(const CMSetDataRequest&)> m_handler;

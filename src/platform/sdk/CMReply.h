@@ -14,7 +14,7 @@ template <typename T>
 class CMReplyData;
 
 template <>
-class CMReplyData<QVariant>
+class CMReplyData<QVariant> : public std::enable_shared_from_this<CMReplyData<QVariant>>
 {
 public:
     bool isFinished() const { return m_finished; }
@@ -25,16 +25,18 @@ public:
     void complete(const QVariant& value);
     void fail(const CMError& error);
 
-    /// Runs `handler` when the reply finishes, at once if it has. The handler goes with its context.
+    /// Runs `handler` when the reply finishes, at once if it has; with a queued connection later, from
+    /// the event loop. The handler goes with its context; without a context it stays.
     void onFinished(QObject* context, std::function<void()> handler, Qt::ConnectionType type);
 
 private:
     struct Handler {
+        bool bound; ///< to its context
         QPointer<QObject> context;
         std::function<void()> run;
         Qt::ConnectionType type;
     };
-    static void call(const Handler& handler);
+    void call(const Handler& handler);
     void finish();
 
     bool m_finished = false;
@@ -91,6 +93,9 @@ public:
 private:
     std::shared_ptr<CMReplyData<T>> m_data;
 };
+
+template <>
+bool CMReply<QVariant>::wait() const;
 
 /// A reply that carries a variant.
 class CMVoidReply : public CMReply<QVariant>

@@ -2,5 +2,76 @@
 
 #include <QString>
 
-// Enumerations of the module. VORN_ENUM declares a holder with `Enum` and `toString(Enum)`; a number
-// without an enumerator prints as itself.
+// Enumerations of the module. VORN_ENUM declares a holder with `Enum` and `toString(Enum)` from a list of
+// (name, number); an Enum holds any number, and one without an enumerator prints as itself.
+//
+// The numbers are what travels to the host. Where only a number is known, its enumerator says so.
+
+#define VORN_ENUMERATOR(name, number) name = number,
+#define VORN_ENUMERATOR_TEXT(name, number)                                                                   \
+    case name:                                                                                               \
+        return QStringLiteral(#name);
+
+#define VORN_ENUM(Holder, LIST)                                                                              \
+    struct Holder {                                                                                          \
+        enum Enum : int { LIST(VORN_ENUMERATOR) };                                                           \
+        static QString toString(Enum value)                                                                  \
+        {                                                                                                    \
+            switch (value) {                                                                                 \
+                LIST(VORN_ENUMERATOR_TEXT)                                                                   \
+            }                                                                                                \
+            return QString::number(static_cast<int>(value));                                                 \
+        }                                                                                                    \
+    };
+
+/// The output that plays.
+#define VORN_OUTPUT_TYPES(X) X(Speakers, 0) X(Headphones, 1) X(PreOut, 2)
+VORN_ENUM(VornKestalPrimeOutputType, VORN_OUTPUT_TYPES)
+
+/// What the MQA decoder sees in the stream.
+#define VORN_MQA_STATES(X) X(NoMqa, 0) X(Mqa, 1) X(MqaStudio, 2) X(OriginalSampleRate, 3)
+VORN_ENUM(VornKestalPrimeMqaState, VORN_MQA_STATES)
+
+/// Whether the volume is adjustable or held.
+#define VORN_VOLUME_MODES(X) X(Variable, 0) X(Fixed, 1)
+VORN_ENUM(VornKestalPrimeVolumeMode, VORN_VOLUME_MODES)
+
+/// The module's software upgrade.
+#define VORN_SOM_UPGRADE_STATUSES(X) X(Available, 0) X(InProgress, 4)
+VORN_ENUM(VornKestalPrimeSomUpgradeStatus, VORN_SOM_UPGRADE_STATUSES)
+
+/// The host's firmware upgrade.
+#define VORN_HOST_UPGRADE_STATUSES(X) X(ReadyToReceiveData, 0) X(StartOmbrelUsbUpgrade, 8)
+VORN_ENUM(VornKestalPrimeHostUpgradeStatus, VORN_HOST_UPGRADE_STATUSES)
+
+/// Where the appliance is sold.
+#define VORN_REGIONS(X) X(Europe, 0) X(NorthAmerica, 1) X(Asia, 2)
+VORN_ENUM(VornKestalPrimeRegion, VORN_REGIONS)
+
+/// The light around the volume control.
+#define VORN_HALO_BRIGHTNESSES(X) X(Off, 0) X(Dim, 1) X(Bright, 2)
+VORN_ENUM(VornKestalPrimeHaloBrightness, VORN_HALO_BRIGHTNESSES)
+
+/// The system code that the remote control sends.
+#define VORN_IR_SYSTEM_CODES(X) X(Primary, 0) X(Secondary, 1)
+VORN_ENUM(VornKestalPrimeIrSystemCode, VORN_IR_SYSTEM_CODES)
+
+/// Whether an input with a signal becomes the selected one.
+#define VORN_INPUT_AUTO_SWITCHES(X) X(Disabled, 0) X(Enabled, 1)
+VORN_ENUM(VornKestalPrimeInputAutoSwitch, VORN_INPUT_AUTO_SWITCHES)
+
+/// The reconstruction filter.
+#define VORN_DAC_FILTERS(X) X(SharpRollOff, 0) X(SlowRollOff, 1) X(MinimumPhase, 2)
+VORN_ENUM(VornKestalPrimeDacFilter, VORN_DAC_FILTERS)
+
+/// The host's selected input.
+#define VORN_INPUT_STATES(X) X(NoSignal, 0) X(Locked, 1)
+VORN_ENUM(VornHostLinkdInputStateType, VORN_INPUT_STATES)
+
+/// The appliance's model, as the host reports it.
+#define VORN_HOST_MODELS(X) X(Unknown, 0) X(Model1, 1) X(Model2, 2)
+VORN_ENUM(VornKestalPrimeHostSystemInfoModel, VORN_HOST_MODELS)
+
+/// Who may use a node. The tree carries it and does not examine it.
+#define VORN_PERMISSIONS(X) X(Unset, 0) X(Number9999, 9999)
+VORN_ENUM(VornPermission, VORN_PERMISSIONS)

@@ -5,31 +5,20 @@
 /// How a value may be edited: limits, both inclusive.
 class VornEdit : public VornHash
 {
+    VORN_RECORD(VornEdit)
 public:
-    using VornHash::VornHash;
-    VornEdit() = default;
-    VornEdit(const VornHash& hash) : VornHash(hash) {} // NOLINT: a view over any hash
-
-    VornValue min() const;
-    VornValue max() const;
-    VornEdit& setMin(const VornValue& value);
-    VornEdit& setMax(const VornValue& value);
+    VORN_FIELD(VornValue, min, setMin, Min)
+    VORN_FIELD(VornValue, max, setMax, Max)
 };
 
 /// Named values of one media item.
 class VornRoles : public VornHash
 {
+    VORN_RECORD(VornRoles)
 public:
-    using VornHash::VornHash;
-    VornRoles() = default;
-    VornRoles(const VornHash& hash) : VornHash(hash) {} // NOLINT: a view over any hash
-
-    QString title() const;
-    VornValue value() const;
-    VornEdit edit() const;
-    VornRoles& setTitle(const QString& title);
-    VornRoles& setValue(const VornValue& value);
-    VornRoles& setEdit(const VornEdit& edit);
+    VORN_FIELD(QString, title, setTitle, Title)
+    VORN_FIELD(VornValue, value, setValue, Value)
+    VORN_FIELD(VornEdit, edit, setEdit, Edit)
 };
 
 Q_DECLARE_METATYPE(VornRoles)
