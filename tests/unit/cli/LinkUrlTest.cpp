@@ -1,0 +1,178 @@
+#include "cli/LinkUrl.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <CLI/Error.hpp>
+#include <filesystem>
+
+namespace
+{
+constexpr auto kDevice = HostLinkPhysicalLayer::Device;
+constexpr auto kListen = HostLinkPhysicalLayer::Listen;
+constexpr std::size_t kLongestPath = sizeof(sockaddr_un::sun_path) - 1;
+
+std::string errorOf(const std::string& url, LinkUrl::Side side = LinkUrl::Side::Host)
+{
+    try {
+        LinkUrl::parse(url, side);
+    } catch (const CLI::ValidationError& error) {
+        return error.what();
+    }
+    return {};
+}
+
+bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+/// A run-time directory of its own for each test.
+class UserFile : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        char pattern[] = "/tmp/userfile-test-XXXXXX";
+        m_directory = mkdtemp(pattern);
+        setenv("XDG_RUNTIME_DIR", m_directory.c_str(), 1);
+    }
+
+    void TearDown() override
+    {
+        unsetenv("XDG_RUNTIME_DIR");
+        std::filesystem::remove_all(m_directory);
+    }
+
+    std::string m_directory;
+};
+} // namespace
+
+TEST(LinkUrl, UnixLineIsConnectedByTheHost)
+{
+    const LinkUrl url = LinkUrl::parse("unix:/tmp/a.socket", LinkUrl::Side::Host);
+    EXPECT_EQ(url.text, "unix:/tmp/a.socket");
+    EXPECT_EQ(url.type, "unix");
+    EXPECT_EQ(url.properties.string(kDevice), "/tmp/a.socket");
+    EXPECT_EQ(url.properties.integer(kListen), 0);
+}
+
+TEST(LinkUrl, UnixLineIsListenedOnByTheModule)
+{
+    EXPECT_EQ(LinkUrl::parse("unix:/tmp/a.socket", LinkUrl::Side::Module).properties.integer(kListen), 1);
+}
+
+TEST(LinkUrl, SocketPathMayUseEveryByteOfAnAddress)
+{
+    const std::string longest(kLongestPath, 'p');
+    EXPECT_EQ(LinkUrl::parse("unix:" + longest, LinkUrl::Side::Host).properties.string(kDevice), longest);
+}
+
+TEST(LinkUrl, SocketPathThatFitsNoAddressIsRefused)
+{
+    const std::string error = errorOf("unix:" + std::string(kLongestPath + 1, 'p'));
+    EXPECT_TRUE(contains(error, std::to_string(kLongestPath + 1) + " bytes")) << error;
+    EXPECT_TRUE(contains(error, std::to_string(kLongestPath))) << error;
+}
+
+TEST(LinkUrl, EmptySocketPathIsRefused)
+{
+    EXPECT_TRUE(contains(errorOf("unix:"), "path"));
+}
+
+TEST(LinkUrl, TcpLineKeepsHostAndPort)
+{
+    const LinkUrl url = LinkUrl::parse("tcp:module.local:7000", LinkUrl::Side::Module);
+    EXPECT_EQ(url.text, "tcp:module.local:7000");
+    EXPECT_EQ(url.type, "tcp");
+    EXPECT_EQ(url.properties.string(kDevice), "module.local:7000");
+    EXPECT_EQ(url.properties.integer(kListen), 1);
+}
+
+TEST(LinkUrl, TcpHostMayBeAnAddressInBrackets)
+{
+    EXPECT_EQ(LinkUrl::parse("tcp:[::1]:7000", LinkUrl::Side::Host).properties.string(kDevice), "[::1]:7000");
+}
+
+TEST(LinkUrl, TcpLineWithoutHostOrPortIsRefused)
+{
+    for (const char* url : {"tcp:", "tcp:localhost", "tcp::7000", "tcp:::1:7000", "tcp:[]:7000",
+                            "tcp:[::1:7000", "tcp:[::1]7000", "tcp:a]:7000"}) {
+        EXPECT_TRUE(contains(errorOf(url), "tcp: needs a host and a port")) << url << ": " << errorOf(url);
+    }
+}
+
+TEST(LinkUrl, PortsAreOneToSixtyFiveThousand)
+{
+    for (const char* port : {"", "0", "65536", "99999999999", "-1", "+1", "7a", " 7"}) {
+        EXPECT_TRUE(contains(errorOf(std::string("tcp:localhost:") + port), "is no port")) << port;
+    }
+    for (const char* port : {"1", "65535"}) {
+        EXPECT_EQ(errorOf(std::string("tcp:localhost:") + port), "");
+    }
+}
+
+TEST(LinkUrl, NativeIsForModulesOnly)
+{
+    const LinkUrl native = LinkUrl::parse("native", LinkUrl::Side::Module);
+    EXPECT_EQ(native.text, "native");
+    EXPECT_EQ(native.type, "");
+    EXPECT_TRUE(contains(errorOf("native", LinkUrl::Side::Host), "unix:PATH, tcp:HOST:PORT or emulated"));
+}
+
+TEST(LinkUrl, AnythingElseIsAnsweredWithTheKnownForms)
+{
+    for (const char* url : {"", "foo", "unix", "/tmp/a.socket", "UNIX:/tmp/a", "emulated:", "native:x"}) {
+        EXPECT_TRUE(contains(errorOf(url), "unix:PATH, tcp:HOST:PORT or emulated")) << url;
+        EXPECT_TRUE(contains(errorOf(url, LinkUrl::Side::Module), "emulated or native")) << url;
+    }
+}
+
+TEST_F(UserFile, EmulatedIsTheSameUnixSocketForBothSides)
+{
+    const LinkUrl host = LinkUrl::parse("emulated", LinkUrl::Side::Host);
+    const LinkUrl module = LinkUrl::parse("emulated", LinkUrl::Side::Module);
+    EXPECT_EQ(host.text, "unix:" + m_directory + "/hostlink/link.socket");
+    EXPECT_EQ(host.text, module.text);
+    EXPECT_EQ(host.type, "unix");
+    EXPECT_EQ(host.properties.integer(kListen), 0);
+    EXPECT_EQ(module.properties.integer(kListen), 1);
+}
+
+TEST_F(UserFile, ItsDirectoryIsCreatedForItsOwnerOnly)
+{
+    EXPECT_EQ(userFile("a"), m_directory + "/hostlink/a");
+    struct stat status {
+    };
+    ASSERT_EQ(stat((m_directory + "/hostlink").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777u, 0700u);
+    EXPECT_EQ(userFile("b"), m_directory + "/hostlink/b");
+}
+
+TEST_F(UserFile, DirectoryThatOthersMayUseIsRefused)
+{
+    ASSERT_EQ(mkdir((m_directory + "/hostlink").c_str(), 0755), 0);
+    ASSERT_EQ(chmod((m_directory + "/hostlink").c_str(), 0755), 0);
+    EXPECT_THROW(userFile("a"), std::runtime_error);
+}
+
+TEST_F(UserFile, LinkToADirectoryIsRefused)
+{
+    ASSERT_EQ(mkdir((m_directory + "/elsewhere").c_str(), 0700), 0);
+    ASSERT_EQ(symlink("elsewhere", (m_directory + "/hostlink").c_str()), 0);
+    EXPECT_THROW(userFile("a"), std::runtime_error);
+}
+
+TEST_F(UserFile, StandsBelowTmpWithoutARuntimeDirectory)
+{
+    const std::string expected = "/tmp/hostlink-" + std::to_string(geteuid()) + "/a";
+    for (const char* directory : {"", "relative", "/no/such/directory"}) {
+        setenv("XDG_RUNTIME_DIR", directory, 1);
+        EXPECT_EQ(userFile("a"), expected) << directory;
+    }
+    unsetenv("XDG_RUNTIME_DIR");
+    EXPECT_EQ(userFile("a"), expected);
+}
