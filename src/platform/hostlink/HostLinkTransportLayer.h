@@ -5,6 +5,7 @@
 
 #include "platform/hostlink/ByteArray.h"
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
+#include "vocabulary/MessageIds.h"
 
 /// Acknowledged messages over a physical layer, with a thread of its own that waits, reads and steps
 /// the link. All functions are thread-safe unless they say otherwise.

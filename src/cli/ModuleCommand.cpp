@@ -1,0 +1,133 @@
+#include <CLI/CLI.hpp>
+
+#include <QCoreApplication>
+#include <QSocketNotifier>
+#include <csignal>
+#include <iostream>
+#include <memory>
+
+#include "cli/Commands.h"
+#include "cli/InterruptSignals.h"
+#include "cli/LinkUrl.h"
+#include "cli/Output.h"
+#include "runtime/Logging.h"
+#include "runtime/ModuleProcess.h"
+
+namespace
+{
+struct Options {
+    std::string link = "emulated";
+    std::string api;
+    std::string stateDirectory;
+    std::string profile;
+    std::string plugin;
+    std::optional<int> tunnelPort;
+    std::optional<int> tunnelConnections;
+    std::string logLevel = "warn";
+};
+
+constexpr int kMostTunnelConnections = 1000;
+
+std::vector<std::string> logLevels()
+{
+    std::vector<std::string> names;
+    for (const QString& name : logLevelNames()) {
+        names.push_back(name.toStdString());
+    }
+    return names;
+}
+
+QString fileOption(const std::string& given, const std::string& otherwise)
+{
+    return QString::fromLocal8Bit((given.empty() ? otherwise : given).c_str());
+}
+
+ModuleProcess::Settings settingsOf(const Options& options, const LinkUrl& link)
+{
+    ModuleProcess::Settings settings;
+    settings.lineType = link.type;
+    settings.lineProperties = link.properties;
+    settings.apiSocket = fileOption(options.api, options.api.empty() ? userFile("api.socket") : "");
+    settings.stateDirectory =
+        fileOption(options.stateDirectory, options.stateDirectory.empty() ? userFile("state") : "");
+    settings.profileFile = fileOption(options.profile, "");
+    settings.plugin = options.plugin.empty()
+                          ? QCoreApplication::applicationDirPath() + "/../lib/hostlinkworker.so"
+                          : fileOption(options.plugin, "");
+    settings.tunnelPort = options.tunnelPort;
+    settings.tunnelConnections = options.tunnelConnections;
+    return settings;
+}
+
+int run(const Options& options)
+{
+    const LinkUrl link = LinkUrl::parse(options.link, LinkUrl::Side::Module);
+    const InterruptSignals signals; // before the link's thread
+    std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away ends no module
+    int argc = 1;
+    char name[] = "hostlink";
+    char* argv[] = {name, nullptr};
+    const QCoreApplication application(argc, argv);
+    setUpLogging(QString::fromStdString(options.logLevel));
+
+    const ModuleProcess::Settings settings = settingsOf(options, link);
+    ModuleProcess module;
+    QString error;
+    const ModuleProcess::Start start = module.start(settings, &error);
+    if (start != ModuleProcess::Start::Ready) {
+        std::cerr << "hostlink module: " << error.toStdString() << std::endl;
+        return start == ModuleProcess::Start::BadProfile ? WrongUsage : NoLink;
+    }
+    QSocketNotifier stop(signals.descriptor(), QSocketNotifier::Read);
+    QObject::connect(&stop, &QSocketNotifier::activated, &application, &QCoreApplication::quit);
+    std::cout << "ready link=" << link.text << " api=" << settings.apiSocket.toStdString() << std::endl;
+    return QCoreApplication::exec();
+}
+} // namespace
+
+void addModuleCommand(CLI::App& app, int* status)
+{
+    auto options = std::make_shared<Options>();
+    CLI::App* module =
+        app.add_subcommand("module", "Run a module with the host-link worker until SIGINT or SIGTERM");
+    module
+        ->add_option("--link", options->link,
+                     "unix:PATH or tcp:HOST:PORT to listen on, emulated, or native (the worker's own line)")
+        ->type_name("URL")
+        ->capture_default_str();
+    module->add_option("--api", options->api, "Socket of the node API [in the user's run-time directory]")
+        ->type_name("SOCKET");
+    module
+        ->add_option("--state-dir", options->stateDirectory,
+                     "Where settings are kept, created where missing [in the user's run-time directory]")
+        ->type_name("DIR");
+    module
+        ->add_option("--profile", options->profile,
+                     "Nodes and their first values, in place of the standard ones")
+        ->type_name("FILE");
+    module->add_option("--plugin", options->plugin, "The worker's plug-in [../lib/hostlinkworker.so]")
+        ->type_name("FILE");
+    module
+        ->add_option("--tunnel-port", options->tunnelPort,
+                     "Port of the TCP tunnel, 0 for none [of the profile]")
+        ->type_name("N")
+        ->check(CLI::Range(0, 65535));
+    module
+        ->add_option("--tunnel-connections", options->tunnelConnections,
+                     "Most connections through the tunnel [of the profile]")
+        ->type_name("N")
+        ->check(CLI::Range(0, kMostTunnelConnections));
+    module
+        ->add_option("--log-level", options->logLevel,
+                     "trace, debug, info, warn, error or off, to standard error")
+        ->type_name("LEVEL")
+        ->check(CLI::IsMember(logLevels()))
+        ->capture_default_str();
+    module->footer(
+        "Prints one line once it is up: ready link=URL api=SOCKET\n"
+        "A profile is a JSON object of nodes (path, or name of its accessor) and values:\n"
+        "  {\"VornPlayerMutePath\": {\"bool_\": true}, \"/my/node\": {\"string_\": \"text\"}}\n"
+        "Exit status: 0 ended by a signal, 2 wrong usage or a bad profile, 3 cannot start (link or\n"
+        "socket in use, no plug-in).");
+    module->callback([options, status] { *status = run(*options); });
+}

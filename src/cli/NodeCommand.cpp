@@ -1,0 +1,269 @@
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+#include "cli/Commands.h"
+#include "cli/InterruptSignals.h"
+#include "cli/LinkUrl.h"
+#include "cli/Output.h"
+#include "cli/Suggestions.h"
+#include "platform/sdk/VornJson.h"
+#include "platform/sdk/VornValue.h"
+#include "runtime/NodeApiErrors.h"
+#include "runtime/NodeClient.h"
+#include "vocabulary/Nodes.h"
+
+namespace
+{
+constexpr std::chrono::seconds kTimeout{10};
+
+struct Options {
+    std::string api;
+    bool json = false;
+    std::string path;
+    std::string text;
+};
+
+int complain(int status, const QString& text)
+{
+    std::cerr << "hostlink node: " << text.toStdString() << std::endl;
+    return status;
+}
+
+/// The value of a node as a user reads it: a scalar bare, anything else as JSON.
+QString readable(const QVariant& value)
+{
+    const QVariant bare = VornValue(VornHash(value.toHash())).scalar();
+    return bare.userType() == QMetaType::QString ? bare.toString() : VornJson::print(bare);
+}
+
+void put(const QString& line)
+{
+    putLine(line.toStdString());
+}
+
+/// One run of the command: its options and its connection to the module.
+class NodeCommand
+{
+public:
+    explicit NodeCommand(const Options& options, int interrupt = -1)
+        : m_options(options), m_path(QString::fromStdString(options.path)), m_client(interrupt)
+    {
+    }
+
+    int list();
+    int get();
+    int set();
+    int invoke();
+    int watch();
+
+private:
+    /// The result of a call; nothing, and m_status, when there is none.
+    std::optional<QVariant> call(const QString& method, const QVariantHash& params);
+    bool connect();
+    std::string similarNodes();
+    void putRecord(QVariantHash fields) const;
+    void putValue(const QVariant& value, QVariantHash more = {}) const;
+
+    const Options& m_options;
+    const QString m_path;
+    NodeClient m_client;
+    bool m_connected = false;
+    int m_status = Done;
+};
+
+bool NodeCommand::connect()
+{
+    if (m_connected) {
+        return true;
+    }
+    const std::string socket = m_options.api.empty() ? userFile("api.socket") : m_options.api;
+    QString error;
+    m_connected = m_client.connect(QString::fromLocal8Bit(socket.c_str()), &error);
+    if (!m_connected) {
+        m_status = complain(NoLink, error);
+    }
+    return m_connected;
+}
+
+std::optional<QVariant> NodeCommand::call(const QString& method, const QVariantHash& params)
+{
+    QString error;
+    if (!connect()) {
+        return std::nullopt;
+    }
+    const std::optional<NodeClient::Answer> answer = m_client.call(method, params, kTimeout, &error);
+    if (!answer) {
+        m_status = m_client.interrupted() ? static_cast<int>(Done) : complain(NoLink, error);
+        return std::nullopt;
+    }
+    if (answer->error.code == 0) {
+        return answer->result;
+    }
+    const bool noSuchNode = answer->error.code == nodeApiErrorCode(CMError::NoSuchNode);
+    m_status = complain(Refused, answer->error.message
+                                     + (noSuchNode ? QString::fromStdString(similarNodes()) : QString()));
+    return std::nullopt;
+}
+
+std::string NodeCommand::similarNodes()
+{
+    std::vector<std::string> names;
+    if (m_path.startsWith('/')) {
+        QString error;
+        const auto paths = m_client.call("list", {}, kTimeout, &error);
+        for (const QString& path : paths ? paths->result.toStringList() : QStringList()) {
+            names.push_back(path.toStdString());
+        }
+    } else {
+        for (const NodeRow& row : kNodes) {
+            names.emplace_back(row.accessor);
+        }
+    }
+    return suggestions(m_options.path, {names.begin(), names.end()});
+}
+
+void NodeCommand::putRecord(QVariantHash fields) const
+{
+    fields["path"] = m_path;
+    put(VornJson::print(fields));
+}
+
+void NodeCommand::putValue(const QVariant& value, QVariantHash more) const
+{
+    if (!m_options.json) {
+        return put(readable(value));
+    }
+    more["value"] = value;
+    putRecord(more);
+}
+
+int NodeCommand::list()
+{
+    const auto paths = call("list", {{"prefix", m_path}});
+    for (const QString& path : paths ? paths->toStringList() : QStringList()) {
+        put(m_options.json ? VornJson::print(QVariantHash{{"path", path}}) : path);
+    }
+    return m_status;
+}
+
+int NodeCommand::get()
+{
+    if (const auto value = call("get", {{"path", m_path}})) {
+        putValue(*value);
+    }
+    return m_status;
+}
+
+int NodeCommand::set()
+{
+    const QString text = QString::fromStdString(m_options.text);
+    VornJson::Error syntax;
+    QVariant value = VornJson::parse(text, &syntax);
+    // A node that holds text takes a bare word, 42 and true among them, as text.
+    if (value.userType() != QMetaType::QVariantHash && value.userType() != QMetaType::QString) {
+        const auto current = call("get", {{"path", m_path}});
+        if (!current) {
+            return m_status;
+        }
+        if (VornValue(VornHash(current->toHash())).type() == VornValue::Type::String) {
+            value = text;
+        } else if (!syntax.isEmpty()) {
+            return complain(WrongUsage, text + " is no JSON: " + syntax.toString());
+        }
+    }
+    if (call("set", {{"path", m_path}, {"value", value}}) && m_options.json) {
+        putRecord({{"value", value}});
+    }
+    return m_status;
+}
+
+int NodeCommand::invoke()
+{
+    const QString text = QString::fromStdString(m_options.text);
+    VornJson::Error syntax;
+    const QVariant data = VornJson::parse(text, &syntax);
+    if (!syntax.isEmpty()) {
+        return complain(WrongUsage, text + " is no JSON: " + syntax.toString());
+    }
+    if (data.userType() != QMetaType::QVariantHash) {
+        return complain(WrongUsage, R"(a node is invoked with an object such as {"i32_": 3}, not )" + text);
+    }
+    const auto result = call("invoke", {{"path", m_path}, {"data", data}});
+    if (result && m_options.json) {
+        putRecord({{"result", *result}});
+    } else if (result && result->isValid() && result->userType() != QMetaType::Nullptr) {
+        put(VornJson::print(*result));
+    }
+    return m_status;
+}
+
+int NodeCommand::watch()
+{
+    const auto now = call("watch", {{"path", m_path}});
+    if (!now) {
+        return m_status;
+    }
+    if (now->userType() == QMetaType::QVariantHash) {
+        putValue(*now);
+    } else {
+        std::cerr << "hostlink node: no node at " << m_options.path << " yet" << std::endl;
+    }
+    QString error;
+    while (const auto change = m_client.nextNotification(&error)) {
+        putValue(change->value("value"), {{"previous", change->value("previous")}});
+    }
+    return m_client.interrupted() ? static_cast<int>(Done) : complain(NoLink, error);
+}
+
+using Run = std::function<int(const Options&)>;
+
+void addMethod(CLI::App* node, const std::shared_ptr<Options>& options, int* status, const std::string& name,
+               const std::string& help, const std::string& argument, const Run& run)
+{
+    CLI::App* method = node->add_subcommand(name, help)->fallthrough();
+    CLI::Option* path =
+        method->add_option(name == "list" ? "PREFIX" : "PATH", options->path,
+                           "Path of a node, or the name of its accessor (VornPlayerMutePath)");
+    path->required(name != "list")->type_name("");
+    if (!argument.empty()) {
+        method
+            ->add_option(argument, options->text,
+                         "A scalar such as 30 or true, or JSON such as {\"i32_\": 30}")
+            ->required()
+            ->type_name("");
+    }
+    method->callback([options, status, run] { *status = run(*options); });
+}
+} // namespace
+
+void addNodeCommand(CLI::App& app, int* status)
+{
+    auto options = std::make_shared<Options>();
+    CLI::App* node =
+        app.add_subcommand("node", "Read, write, invoke and watch the nodes of a running module");
+    node->add_option("--api", options->api,
+                     "Socket of the module's node API [in the user's run-time directory]")
+        ->type_name("SOCKET");
+    node->add_flag("--json", options->json, "Print one JSON object a line, values in full");
+    node->require_subcommand(1);
+    addMethod(node, options, status, "list", "Print the paths of all nodes that begin with PREFIX", "",
+              [](const Options& given) { return NodeCommand(given).list(); });
+    addMethod(node, options, status, "get", "Print a node's value: a scalar bare, otherwise JSON", "",
+              [](const Options& given) { return NodeCommand(given).get(); });
+    addMethod(node, options, status, "set",
+              "Set a node's value; a node that holds text takes a bare word too", "JSON",
+              [](const Options& given) { return NodeCommand(given).set(); });
+    addMethod(node, options, status, "invoke", "Invoke a node with an object and print what it answers",
+              "JSON", [](const Options& given) { return NodeCommand(given).invoke(); });
+    addMethod(node, options, status, "watch",
+              "Print a node's value, then each new one, until SIGINT or SIGTERM", "",
+              [](const Options& given) {
+                  const InterruptSignals signals;
+                  return NodeCommand(given, signals.descriptor()).watch();
+              });
+    node->footer("Exit status: 0 done, 1 refused by the module, 2 wrong usage, 3 no module answers.");
+}

@@ -1,0 +1,168 @@
+#include "runtime/NodeClient.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <QFile>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/sdk/VornJson.h"
+
+using namespace std::chrono;
+
+namespace
+{
+constexpr int kReadSize = 1 << 16;
+
+QString gone()
+{
+    return "the module went away";
+}
+
+int remainingMs(const std::optional<steady_clock::time_point>& deadline)
+{
+    if (!deadline) {
+        return -1;
+    }
+    const auto left = ceil<milliseconds>(*deadline - steady_clock::now()).count();
+    return static_cast<int>(std::max<decltype(left)>(left, 0));
+}
+} // namespace
+
+NodeClient::~NodeClient()
+{
+    if (m_socket >= 0) {
+        ::close(m_socket);
+    }
+}
+
+bool NodeClient::connect(const QString& socket, QString* error)
+{
+    const QByteArray path = QFile::encodeName(socket);
+    sockaddr_un address{};
+    if (path.size() >= static_cast<int>(sizeof address.sun_path)) {
+        *error = socket + ": the path is too long for a socket";
+        return false;
+    }
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.constData(), static_cast<std::size_t>(path.size()));
+    m_socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (::connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+        return true;
+    }
+    *error = "no module answers at " + socket + ": " + QString::fromLocal8Bit(std::strerror(errno));
+    return false;
+}
+
+std::optional<NodeClient::Answer> NodeClient::call(const QString& method, const QVariantHash& params,
+                                                   milliseconds timeout, QString* error)
+{
+    const Deadline deadline = steady_clock::now() + timeout;
+    const int id = ++m_lastId;
+    if (!send(JsonRpc::request(id, method, params), deadline, error)) {
+        return std::nullopt;
+    }
+    while (const std::optional<QVariantHash> message = nextMessage(deadline, error)) {
+        if (message->contains("method")) {
+            m_notifications.append(message->value("params").toHash());
+            continue;
+        }
+        const QVariant answered = message->value("id");
+        const QVariantHash failure = message->value("error").toHash();
+        // A refusal of the connection as a whole has no id.
+        if (answered.toInt() == id || (!failure.isEmpty() && answered.toInt() == 0)) {
+            return Answer{{failure["code"].toInt(), failure["message"].toString()}, message->value("result")};
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<QVariantHash> NodeClient::nextNotification(QString* error)
+{
+    while (m_notifications.isEmpty()) {
+        const std::optional<QVariantHash> message = nextMessage(std::nullopt, error);
+        if (!message) {
+            return std::nullopt;
+        }
+        if (message->contains("method")) {
+            m_notifications.append(message->value("params").toHash());
+        }
+    }
+    return m_notifications.takeFirst();
+}
+
+bool NodeClient::send(const QByteArray& line, const Deadline& deadline, QString* error)
+{
+    QByteArray rest = line;
+    while (!rest.isEmpty()) {
+        if (!wait(POLLOUT, deadline, error)) {
+            return false;
+        }
+        const ssize_t count = ::send(m_socket, rest.constData(), static_cast<std::size_t>(rest.size()),
+                                     MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (count < 0 && errno != EAGAIN && errno != EINTR) {
+            *error = gone();
+            return false;
+        }
+        rest.remove(0, static_cast<int>(std::max<ssize_t>(count, 0)));
+    }
+    return true;
+}
+
+std::optional<QVariantHash> NodeClient::nextMessage(const Deadline& deadline, QString* error)
+{
+    int end = 0;
+    for (int searched = 0; (end = m_input.indexOf('\n', searched)) < 0;) {
+        searched = m_input.size();
+        if (!receive(deadline, error)) {
+            return std::nullopt;
+        }
+    }
+    VornJson::Error syntax;
+    const QVariant json = VornJson::parse(QString::fromUtf8(m_input.left(end)), &syntax);
+    m_input.remove(0, end + 1);
+    if (!syntax.isEmpty()) {
+        *error = "what answers is no module: " + syntax.toString();
+        return std::nullopt;
+    }
+    return json.toHash();
+}
+
+bool NodeClient::receive(const Deadline& deadline, QString* error)
+{
+    if (!wait(POLLIN, deadline, error)) {
+        return false;
+    }
+    char bytes[kReadSize];
+    const ssize_t count = ::recv(m_socket, bytes, sizeof bytes, MSG_DONTWAIT);
+    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) {
+        *error = gone();
+        return false;
+    }
+    m_input.append(bytes, static_cast<int>(std::max<ssize_t>(count, 0)));
+    return true;
+}
+
+bool NodeClient::wait(short events, const Deadline& deadline, QString* error)
+{
+    for (;;) {
+        pollfd descriptors[] = {{m_socket, events, 0}, {m_interrupt, POLLIN, 0}};
+        const int ready = ::poll(descriptors, 2, remainingMs(deadline));
+        if (ready < 0 && errno == EINTR) {
+            continue;
+        }
+        if (ready == 0) {
+            *error = "the module does not answer in time";
+            return false;
+        }
+        if (descriptors[1].revents != 0) {
+            m_interrupted = true;
+            *error = "interrupted";
+            return false;
+        }
+        return true;
+    }
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QVariantHash>
+#include <chrono>
+#include <optional>
+
+#include "runtime/JsonRpc.h"
+
+/// A blocking client of the node API.
+class NodeClient
+{
+public:
+    /// An answer: an error with a code, or a result.
+    struct Answer {
+        JsonRpc::Error error;
+        QVariant result;
+    };
+
+    /// Waiting ends when `interrupt`, a descriptor, becomes readable; -1 for none.
+    explicit NodeClient(int interrupt = -1) : m_interrupt(interrupt) {}
+    ~NodeClient();
+
+    NodeClient(const NodeClient&) = delete;
+    NodeClient& operator=(const NodeClient&) = delete;
+
+    /// Without success *error says why.
+    bool connect(const QString& socket, QString* error);
+
+    /// Nothing, and *error, when no answer came within `timeout`, the module went away or waiting was
+    /// interrupted.
+    std::optional<Answer> call(const QString& method, const QVariantHash& params,
+                               std::chrono::milliseconds timeout, QString* error);
+
+    /// Waits for the next notification and gives its parameters. Nothing, and *error, when the module
+    /// went away or waiting was interrupted.
+    std::optional<QVariantHash> nextNotification(QString* error);
+
+    /// True once waiting was interrupted.
+    bool interrupted() const { return m_interrupted; }
+
+private:
+    using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+
+    bool send(const QByteArray& line, const Deadline& deadline, QString* error);
+    std::optional<QVariantHash> nextMessage(const Deadline& deadline, QString* error);
+    bool receive(const Deadline& deadline, QString* error);
+    bool wait(short events, const Deadline& deadline, QString* error);
+
+    int m_interrupt;
+    int m_socket = -1;
+    int m_lastId = 0;
+    bool m_interrupted = false;
+    QByteArray m_input;
+    QList<QVariantHash> m_notifications;
+};

@@ -1,0 +1,107 @@
+#include "services/Profile.h"
+
+#include <QFile>
+
+#include "platform/sdk/VornJson.h"
+#include "services/NodeNames.h"
+
+static void initResources()
+{
+    Q_INIT_RESOURCE(services);
+}
+
+namespace
+{
+bool isTypedField(const QString& key)
+{
+#define FIELD(type, getter, setter, Key) VornValue::Key(),
+    static const QStringList keys{VORN_VALUE_FIELDS(FIELD)};
+#undef FIELD
+    return keys.contains(key);
+}
+
+/// What is wrong with the JSON form of a value; empty when nothing is.
+QString flaw(const QVariant& json)
+{
+    if (json.userType() != QMetaType::QVariantHash) {
+        return R"(a value is an object such as {"i32_": 30}, not )" + VornJson::print(json);
+    }
+    const QVariantHash form = json.toHash();
+    for (auto field = form.begin(); field != form.end(); ++field) {
+        const VornValue alone{{field.key(), field.value()}};
+        if (isTypedField(field.key()) && alone.type() == VornValue::Type::Hash) {
+            return field.key() + " cannot hold " + VornJson::print(field.value());
+        }
+    }
+    return {};
+}
+
+bool addEntry(const QString& name, const QVariant& json, Profile* profile, QString* error)
+{
+    const CMPath path = resolveNodeName(name);
+    if (path.isEmpty()) {
+        *error = name + " is neither a path nor the name of one";
+        return false;
+    }
+    if (profile->values().contains(path)) {
+        *error = path.toString() + " has two entries, by its path and by its accessor";
+        return false;
+    }
+    if (const QString problem = flaw(json); !problem.isEmpty()) {
+        *error = name + ": " + problem;
+        return false;
+    }
+    profile->set(path, VornHash(json.toHash()));
+    return true;
+}
+} // namespace
+
+Profile Profile::standard()
+{
+    initResources();
+    QString error;
+    const std::optional<Profile> profile = load(":/DefaultProfile.json", &error);
+    if (!profile) {
+        qFatal("%s", qPrintable(error));
+    }
+    return *profile;
+}
+
+std::optional<Profile> Profile::parse(const QString& text, QString* error)
+{
+    VornJson::Error syntax;
+    const QVariant json = VornJson::parse(text, &syntax);
+    if (!syntax.isEmpty()) {
+        *error = syntax.toString();
+        return std::nullopt;
+    }
+    if (json.userType() != QMetaType::QVariantHash) {
+        *error = "a profile is a JSON object of nodes and their values";
+        return std::nullopt;
+    }
+    Profile profile;
+    const QVariantHash entries = json.toHash();
+    QStringList names = entries.keys();
+    names.sort();
+    for (const QString& name : names) {
+        if (!addEntry(name, entries[name], &profile, error)) {
+            return std::nullopt;
+        }
+    }
+    return profile;
+}
+
+std::optional<Profile> Profile::load(const QString& file, QString* error)
+{
+    QFile source(file);
+    if (!source.open(QIODevice::ReadOnly)) {
+        *error = file + ": " + source.errorString();
+        return std::nullopt;
+    }
+    QString problem;
+    std::optional<Profile> profile = parse(QString::fromUtf8(source.readAll()), &problem);
+    if (!profile) {
+        *error = file + ": " + problem;
+    }
+    return profile;
+}
