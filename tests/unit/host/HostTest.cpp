@@ -1,0 +1,244 @@
+#include "host/Host.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "unit/host/SimulatedModule.h"
+
+using namespace std::chrono_literals;
+
+namespace
+{
+using Event = Host::Event;
+
+const ByteArray kRequest{0x00, 0x02, 0x00, 0x07};
+const ByteArray kEvent{0x00, 0x04, 0x00, 0x07, 0xCC, 0x01};
+
+class HostTest : public testing::Test
+{
+protected:
+    HostTest()
+    {
+        m_module.onMessage = [](const ByteArray&) {};
+        m_system.onWait = [this] { m_module.step(m_system.now()); };
+        m_module.start(m_system.now());
+    }
+
+    std::unique_ptr<HostLinkPhysicalLayer> line()
+    {
+        return HostLinkPhysicalLayer::create("unix", unixLine(m_directory.socket(), false));
+    }
+
+    Event next(Host& host, HostLinkDuration within = 2s)
+    {
+        m_message.clear();
+        return host.receive(&m_message, m_system.now() + within);
+    }
+
+    /// Lets the module work on until `condition` holds; the host does nothing meanwhile.
+    template <typename Condition>
+    void runUntil(Condition condition)
+    {
+        std::vector<pollfd> none;
+        for (int i = 0; i < 2000 && !condition(); ++i) {
+            m_system.wait(none, HostLinkTime::max());
+        }
+        ASSERT_TRUE(condition());
+    }
+
+    SocketDirectory m_directory;
+    SimulatedSystem m_system;
+    SimulatedModule m_module{m_directory.socket()};
+    ByteArray m_message;
+};
+} // namespace
+
+TEST_F(HostTest, TellsItsFirstSession)
+{
+    Host host(line(), -1, m_system);
+    EXPECT_FALSE(host.isInSession());
+    EXPECT_EQ(next(host), Event::NewSession);
+    EXPECT_TRUE(host.isInSession());
+    EXPECT_TRUE(host.isLineUp());
+    EXPECT_EQ(next(host), Event::TimedOut);
+}
+
+TEST_F(HostTest, MayStartBeforeTheModule)
+{
+    m_module.kill();
+    Host host(line(), -1, m_system);
+    EXPECT_EQ(next(host, 500ms), Event::TimedOut);
+    m_module.start(m_system.now());
+    EXPECT_EQ(next(host), Event::NewSession);
+}
+
+TEST_F(HostTest, TimesOutAtTheDeadline)
+{
+    m_module.kill();
+    Host host(line(), -1, m_system);
+    const HostLinkTime start = m_system.now();
+    EXPECT_EQ(next(host, 1234ms), Event::TimedOut);
+    EXPECT_EQ(m_system.now() - start, 1234ms);
+    EXPECT_FALSE(host.isLineUp());
+}
+
+TEST_F(HostTest, CarriesMessagesBothWays)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    EXPECT_TRUE(host.send(kRequest));
+    EXPECT_EQ(host.waitAcknowledged(m_system.now() + 2s), Event::Acknowledged);
+    EXPECT_EQ(m_module.received, std::vector<ByteArray>{kRequest});
+    m_module.send(kEvent, m_system.now());
+    EXPECT_EQ(next(host), Event::Message);
+    EXPECT_EQ(m_message, kEvent);
+}
+
+TEST_F(HostTest, GivesTheWindowBackForWhatItReceived)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    ByteArray big(50'000, 0x5A);
+    big[0] = 0x00;
+    big[1] = 0x04;
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_TRUE(m_module.send(big, m_system.now()));
+        ASSERT_EQ(next(host), Event::Message) << i;
+        EXPECT_EQ(m_message, big);
+    }
+}
+
+TEST_F(HostTest, WaitingForAcknowledgementLeavesMessagesWaiting)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    m_module.onMessage = [this](const ByteArray&) { m_module.send(kEvent, m_module.now()); };
+    host.send(kRequest);
+    EXPECT_EQ(host.waitAcknowledged(m_system.now() + 2s), Event::Acknowledged);
+    EXPECT_EQ(next(host), Event::Message);
+    EXPECT_EQ(m_message, kEvent);
+}
+
+TEST_F(HostTest, WaitingForAcknowledgementTimesOut)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    m_system.onWait = [] {};
+    host.send(kRequest);
+    EXPECT_EQ(host.waitAcknowledged(m_system.now() + 50ms), Event::TimedOut);
+}
+
+TEST_F(HostTest, TellsThatAnotherHostHoldsTheLink)
+{
+    Host first(line(), -1, m_system);
+    ASSERT_EQ(next(first), Event::NewSession);
+    Host second(line(), -1, m_system);
+    const HostLinkTime start = m_system.now();
+    EXPECT_EQ(next(second), Event::Refused);
+    EXPECT_LT(m_system.now() - start, 100ms);
+    EXPECT_EQ(next(first, 10ms), Event::TimedOut) << "the first host's session goes on";
+}
+
+TEST_F(HostTest, LinkIsFreeAfterAGoodbye)
+{
+    for (int i = 0; i < 5; ++i) {
+        Host host(line(), -1, m_system);
+        ASSERT_EQ(next(host), Event::NewSession) << i;
+        host.goodbye();
+    }
+}
+
+TEST_F(HostTest, GoodbyeEndsTheModulesSession)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    ASSERT_EQ(m_module.port().core().session(), HostLinkCore::Session::Established);
+    host.goodbye();
+    runUntil([this] { return m_module.port().core().session() == HostLinkCore::Session::Ended; });
+    EXPECT_FALSE(host.send(kRequest));
+    host.goodbye();
+}
+
+TEST_F(HostTest, DestructionSaysGoodbye)
+{
+    {
+        Host host(line(), -1, m_system);
+        ASSERT_EQ(next(host), Event::NewSession);
+    }
+    runUntil([this] { return m_module.port().core().session() == HostLinkCore::Session::Ended; });
+}
+
+TEST_F(HostTest, GoodbyeToNobodyIsQuick)
+{
+    m_module.kill();
+    Host host(line(), -1, m_system);
+    const HostLinkTime start = m_system.now();
+    host.goodbye();
+    EXPECT_LE(m_system.now() - start, 100ms);
+}
+
+TEST_F(HostTest, TellsThatTheModuleEndedTheSessionOnce)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    m_module.goodbye(m_system.now());
+    EXPECT_EQ(next(host), Event::Ended);
+    EXPECT_FALSE(host.isInSession());
+    EXPECT_FALSE(host.send(kRequest));
+    EXPECT_EQ(next(host, 100ms), Event::TimedOut);
+}
+
+TEST_F(HostTest, RestartedModuleIsANewSession)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    m_module.start(m_system.now());
+    EXPECT_EQ(next(host), Event::NewSession);
+    m_module.send(kEvent, m_system.now());
+    EXPECT_EQ(next(host), Event::Message);
+}
+
+TEST_F(HostTest, NewSessionIsToldBeforeItsFirstMessage)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    m_module.start(m_system.now());
+    m_module.send(kEvent, m_system.now());
+    EXPECT_EQ(next(host), Event::NewSession);
+    EXPECT_EQ(next(host), Event::Message);
+    EXPECT_EQ(m_message, kEvent);
+}
+
+TEST_F(HostTest, InterruptEndsAWait)
+{
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    Host host(line(), pipe[0], m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    ASSERT_EQ(write(pipe[1], "x", 1), 1);
+    const HostLinkTime start = m_system.now();
+    EXPECT_EQ(next(host), Event::Interrupted);
+    EXPECT_EQ(next(host), Event::Interrupted) << "until somebody reads it";
+    EXPECT_EQ(host.waitAcknowledged(m_system.now() + 1s), Event::Interrupted);
+    EXPECT_EQ(m_system.now(), start);
+    host.goodbye();
+    runUntil([this] { return m_module.port().core().session() == HostLinkCore::Session::Ended; });
+    close(pipe[0]);
+    close(pipe[1]);
+}
+
+TEST_F(HostTest, InterruptIsNoticedWhileMessagesPourIn)
+{
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    Host host(line(), pipe[0], m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    for (int i = 0; i < 100; ++i) {
+        m_module.send(kEvent, m_system.now());
+    }
+    ASSERT_EQ(next(host), Event::Message);
+    ASSERT_EQ(write(pipe[1], "x", 1), 1);
+    EXPECT_EQ(next(host), Event::Interrupted);
+    close(pipe[0]);
+    close(pipe[1]);
+}

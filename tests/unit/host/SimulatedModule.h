@@ -1,0 +1,129 @@
+#pragma once
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/HostSystem.h"
+#include "platform/hostlink/HostLinkPort.h"
+#include "platform/hostlink/HostLinkUInt16Message.h"
+#include "platform/hostlink/HostLinkValueMessage.h"
+
+inline HostLinkPhysicalLayer::Properties unixLine(const std::string& path, bool listens)
+{
+    HostLinkPhysicalLayer::Properties properties;
+    properties.setString(HostLinkPhysicalLayer::Device, path);
+    properties.setInt(HostLinkPhysicalLayer::Listen, listens ? 1 : 0);
+    return properties;
+}
+
+/// The module's end of a link over a Unix socket, stepped by the test. It knows no states: it answers
+/// requests for them with Nil and everything else as `onMessage` says.
+class SimulatedModule
+{
+public:
+    explicit SimulatedModule(std::string path) : m_path(std::move(path)) {}
+
+    /// Starts, or starts anew as after a crash.
+    void start(HostLinkTime now)
+    {
+        kill();
+        m_port.emplace(HostLinkPhysicalLayer::create("unix", unixLine(m_path, true)));
+        m_port->open(now);
+    }
+
+    void kill() { m_port.reset(); }
+
+    void goodbye(HostLinkTime now)
+    {
+        m_port->core().goodbye(now);
+        m_port->step(now);
+    }
+
+    bool send(const ByteArray& message, HostLinkTime now) { return m_port->core().send(message, now); }
+
+    void step(HostLinkTime now)
+    {
+        m_now = now;
+        if (!m_port) {
+            return;
+        }
+        m_port->step(now);
+        ByteArray message;
+        while (m_port && m_port->core().take(message)) {
+            m_port->core().handled(messageClass(HostLinkMessage::messageId(message)), message.size(), now);
+            received.push_back(message);
+            onMessage(message);
+        }
+        if (m_port) {
+            m_port->step(now);
+        }
+    }
+
+    void answer(const ByteArray& message)
+    {
+        if (HostLinkMessage::messageId(message) != MSG_GetState) {
+            return;
+        }
+        const HostLinkUInt16Message request(message);
+        HostLinkValueMessage reply(MSG_GetStateResponse);
+        for (int i = 0; i < request.size(); ++i) {
+            reply.addValueNil(request.get(i));
+        }
+        send(reply.serialize(), m_now);
+    }
+
+    std::vector<ByteArray> received;
+    std::function<void(const ByteArray&)> onMessage = [this](const ByteArray& message) { answer(message); };
+
+    HostLinkPort& port() { return *m_port; }
+    HostLinkTime now() const { return m_now; }
+
+private:
+    const std::string m_path;
+    HostLinkTime m_now{};
+    std::optional<HostLinkPort> m_port;
+};
+
+/// Simulated time: whenever a host waits, the others on its link are stepped and a millisecond passes.
+class SimulatedSystem : public HostSystem
+{
+public:
+    HostLinkTime now() override { return m_now; }
+
+    void wait(std::vector<pollfd>& descriptors, HostLinkTime until) override
+    {
+        if (until > m_now) {
+            onWait();
+            m_now = std::min<HostLinkTime>(until, m_now + std::chrono::milliseconds(1));
+        }
+        ::poll(descriptors.data(), descriptors.size(), 0);
+    }
+
+    std::function<void()> onWait = [] {};
+
+private:
+    HostLinkTime m_now = HostLinkTime() + std::chrono::hours(1);
+};
+
+/// A directory for the socket of one test.
+class SocketDirectory
+{
+public:
+    SocketDirectory()
+    {
+        char pattern[] = "/tmp/host-test-XXXXXX";
+        m_path = mkdtemp(pattern);
+    }
+    ~SocketDirectory() { std::filesystem::remove_all(m_path); }
+
+    std::string socket() const { return m_path + "/link.socket"; }
+
+private:
+    std::string m_path;
+};
