@@ -62,8 +62,8 @@ ModuleProcess::Settings settingsOf(const Options& options, const LinkUrl& link)
 int run(const Options& options)
 {
     const LinkUrl link = LinkUrl::parse(options.link, LinkUrl::Side::Module);
-    const InterruptSignals signals; // before the link's thread
-    std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away ends no module
+    const InterruptSignals interrupts; // before the link's thread
+    std::signal(SIGPIPE, SIG_IGN);     // a reader that goes away ends no module
     int argc = 1;
     char name[] = "hostlink";
     char* argv[] = {name, nullptr};
@@ -78,7 +78,7 @@ int run(const Options& options)
         std::cerr << "hostlink module: " << error.toStdString() << std::endl;
         return start == ModuleProcess::Start::BadProfile ? WrongUsage : NoLink;
     }
-    QSocketNotifier stop(signals.descriptor(), QSocketNotifier::Read);
+    QSocketNotifier stop(interrupts.descriptor(), QSocketNotifier::Read);
     QObject::connect(&stop, &QSocketNotifier::activated, &application, &QCoreApplication::quit);
     std::cout << "ready link=" << link.text << " api=" << settings.apiSocket.toStdString() << std::endl;
     return QCoreApplication::exec();

@@ -262,8 +262,8 @@ void addNodeCommand(CLI::App& app, int* status)
     addMethod(node, options, status, "watch",
               "Print a node's value, then each new one, until SIGINT or SIGTERM", "",
               [](const Options& given) {
-                  const InterruptSignals signals;
-                  return NodeCommand(given, signals.descriptor()).watch();
+                  const InterruptSignals interrupts;
+                  return NodeCommand(given, interrupts.descriptor()).watch();
               });
     node->footer("Exit status: 0 done, 1 refused by the module, 2 wrong usage, 3 no module answers.");
 }
