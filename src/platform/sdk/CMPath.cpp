@@ -23,6 +23,6 @@ CMPath CMPath::appendSubpath(const QString& subpath) const
     if (subpath.isEmpty()) {
         return *this;
     }
-    const bool separated = m_path.endsWith('/') || subpath.startsWith('/');
-    return CMPath(separated ? m_path + subpath : m_path + '/' + subpath);
+    const QString base = m_path.endsWith('/') ? m_path.chopped(1) : m_path;
+    return CMPath(subpath.startsWith('/') ? base + subpath : base + '/' + subpath);
 }

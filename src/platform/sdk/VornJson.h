@@ -7,6 +7,7 @@
 class VornJson
 {
 public:
+    /// Its place is where the parser gave up: at what is wrong or just behind it.
     class Error
     {
     public:

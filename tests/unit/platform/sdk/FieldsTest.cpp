@@ -1,0 +1,187 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "platform/sdk/VornDiracSlotsSettings.h"
+#include "platform/sdk/VornRoles.h"
+
+namespace
+{
+VornValue with(const QString& key, const QVariant& field)
+{
+    VornValue value;
+    value.insert(key, field);
+    return value;
+}
+} // namespace
+
+TEST(Fields, MissingReadsAsNothing)
+{
+    const VornValue value;
+    EXPECT_FALSE(value.bool_());
+    EXPECT_EQ(value.i32_(), 0);
+    EXPECT_EQ(value.i64_(), 0);
+    EXPECT_EQ(value.double_(), 0.0);
+    EXPECT_EQ(value.string_(), QString());
+    EXPECT_EQ(value.region(), 0);
+}
+
+TEST(Fields, SettersChainAndReadBack)
+{
+    const VornValue value =
+        VornValue().setBool_(true).setI32_(-5).setI64_(1LL << 40).setDouble_(0.5).setString_("text");
+    EXPECT_TRUE(value.bool_());
+    EXPECT_EQ(value.i32_(), -5);
+    EXPECT_EQ(value.i64_(), 1LL << 40);
+    EXPECT_EQ(value.double_(), 0.5);
+    EXPECT_EQ(value.string_(), "text");
+    EXPECT_EQ(value.size(), 5);
+}
+
+TEST(Fields, AliasesUseTheSameFields)
+{
+    const VornValue value = VornValue().setBool(true).setI32(7).setI64(8).setString("s");
+    EXPECT_TRUE(value.bool_());
+    EXPECT_EQ(value.i32_(), 7);
+    EXPECT_EQ(value.i32(), 7);
+    EXPECT_EQ(value.i64(), 8);
+    EXPECT_EQ(value.string(), "s");
+}
+
+TEST(Fields, KeysAreTheGettersNames)
+{
+    EXPECT_EQ(VornValue::Bool(), "bool_");
+    EXPECT_EQ(VornValue::I32(), "i32_");
+    EXPECT_EQ(VornValue::I64(), "i64_");
+    EXPECT_EQ(VornValue::Double(), "double_");
+    EXPECT_EQ(VornValue::String(), "string_");
+    EXPECT_EQ(VornValue::HostModel(), "hostModel");
+}
+
+TEST(Fields, EnumerationsHaveEachAFieldOfTheirOwn)
+{
+    VornValue value;
+    value.setOutputType(VornKestalPrimeOutputType::Enum(1)).setMqaState(VornKestalPrimeMqaState::Enum(2));
+    value.setVolumeMode(VornKestalPrimeVolumeMode::Enum(3));
+    value.setSomUpgradeStatus(VornKestalPrimeSomUpgradeStatus::Enum(4));
+    value.setHostUpgradeStatus(VornKestalPrimeHostUpgradeStatus::Enum(5));
+    value.setRegion(VornKestalPrimeRegion::Enum(6));
+    value.setHaloBrightness(VornKestalPrimeHaloBrightness::Enum(7));
+    value.setIrSystemCode(VornKestalPrimeIrSystemCode::Enum(8));
+    value.setInputAutoSwitch(VornKestalPrimeInputAutoSwitch::Enum(9));
+    value.setDacFilter(VornKestalPrimeDacFilter::Enum(10));
+    value.setInputState(VornHostLinkdInputStateType::Enum(11));
+    value.setHostModel(VornKestalPrimeHostSystemInfoModel::Enum(65535));
+
+    EXPECT_EQ(value.size(), 12);
+    EXPECT_EQ(value.outputType(), 1);
+    EXPECT_EQ(value.mqaState(), 2);
+    EXPECT_EQ(value.volumeMode(), 3);
+    EXPECT_EQ(value.somUpgradeStatus(), 4);
+    EXPECT_EQ(value.hostUpgradeStatus(), 5);
+    EXPECT_EQ(value.region(), 6);
+    EXPECT_EQ(value.haloBrightness(), 7);
+    EXPECT_EQ(value.irSystemCode(), 8);
+    EXPECT_EQ(value.inputAutoSwitch(), 9);
+    EXPECT_EQ(value.dacFilter(), 10);
+    EXPECT_EQ(value.inputState(), 11);
+    EXPECT_EQ(value.hostModel(), 65535);
+}
+
+TEST(Fields, TextIsNoNumberAndNumberIsNoText)
+{
+    EXPECT_EQ(with("i32_", "12").i32(), 0);
+    EXPECT_EQ(with("i64_", "12").i64(), 0);
+    EXPECT_EQ(with("double_", "1.5").double_(), 0.0);
+    EXPECT_EQ(with("string_", 12).string(), QString());
+    EXPECT_EQ(with("region", "1").region(), 0);
+}
+
+TEST(Fields, NumberIsNoBoolAndBoolIsNoNumber)
+{
+    EXPECT_FALSE(with("bool_", 1).bool_());
+    EXPECT_FALSE(with("bool_", "true").bool_());
+    EXPECT_EQ(with("i32_", true).i32(), 0);
+    EXPECT_EQ(with("double_", true).double_(), 0.0);
+}
+
+TEST(Fields, NullAndContainersReadAsNothing)
+{
+    EXPECT_EQ(with("i32_", QVariant()).i32(), 0);
+    EXPECT_EQ(with("i32_", QVariant::fromValue(nullptr)).i32(), 0);
+    EXPECT_EQ(with("string_", QVariantList{"a"}).string(), QString());
+    EXPECT_EQ(with("i64_", QVariantHash{{"i64_", 1}}).i64(), 0);
+}
+
+TEST(Fields, NumbersComeInAnyWidth)
+{
+    EXPECT_EQ(with("i32_", 5LL).i32(), 5);
+    EXPECT_EQ(with("i32_", 5.0).i32(), 5);
+    EXPECT_EQ(with("i32_", 5U).i32(), 5);
+    EXPECT_EQ(with("i32_", QVariant::fromValue<signed char>(-5)).i32(), -5);
+    EXPECT_EQ(with("i32_", QVariant::fromValue<uchar>(200)).i32(), 200);
+    EXPECT_EQ(with("i32_", QVariant::fromValue<short>(-300)).i32(), -300);
+    EXPECT_EQ(with("i64_", 5).i64(), 5);
+    EXPECT_EQ(with("i64_", QVariant::fromValue(5UL)).i64(), 5);
+    EXPECT_EQ(with("i64_", 5ULL).i64(), 5);
+    EXPECT_EQ(with("double_", 5).double_(), 5.0);
+    EXPECT_EQ(with("double_", 0.5F).double_(), 0.5);
+}
+
+TEST(Fields, FractionIsNoInteger)
+{
+    EXPECT_EQ(with("i32_", 5.5).i32(), 0);
+    EXPECT_EQ(with("i64_", -0.25).i64(), 0);
+    EXPECT_EQ(with("i64_", std::nan("")).i64(), 0);
+    EXPECT_EQ(with("i64_", std::numeric_limits<double>::infinity()).i64(), 0);
+}
+
+TEST(Fields, NumberOutsideTheRangeIsNone)
+{
+    EXPECT_EQ(with("i32_", 2147483647LL).i32(), 2147483647);
+    EXPECT_EQ(with("i32_", 2147483648LL).i32(), 0);
+    EXPECT_EQ(with("i32_", -2147483648LL).i32(), std::numeric_limits<qint32>::min());
+    EXPECT_EQ(with("i32_", -2147483649LL).i32(), 0);
+    EXPECT_EQ(with("i32_", 1e300).i32(), 0);
+    EXPECT_EQ(with("i64_", 9223372036854775808.0).i64(), 0);
+    EXPECT_EQ(with("i64_", -9223372036854775808.0).i64(), std::numeric_limits<qint64>::min());
+    EXPECT_EQ(with("i64_", 9223372036854775807ULL).i64(), std::numeric_limits<qint64>::max());
+    EXPECT_EQ(with("i64_", 9223372036854775808ULL).i64(), 0);
+    EXPECT_EQ(with("region", 4294967296LL).region(), 0);
+}
+
+TEST(Fields, RecordsNestAsPlainHashes)
+{
+    const VornRoles roles =
+        VornRoles()
+            .setTitle("Volume")
+            .setValue(VornValue().setI32(20))
+            .setEdit(VornEdit().setMin(VornValue().setI32(0)).setMax(VornValue().setI32(100)));
+    EXPECT_EQ(roles.title(), "Volume");
+    EXPECT_EQ(roles.value().i32(), 20);
+    EXPECT_EQ(roles.edit().min().i32(), 0);
+    EXPECT_EQ(roles.edit().max().i32(), 100);
+    EXPECT_EQ(roles.toJsonString(),
+              R"({"edit":{"max":{"i32_":100},"min":{"i32_":0}},"title":"Volume","value":{"i32_":20}})");
+    EXPECT_EQ(roles.constFind("edit")->type(), QVariant::Hash);
+}
+
+TEST(Fields, RecordOfWrongTypeReadsAsEmpty)
+{
+    VornRoles roles;
+    roles.insert(VornRoles::Edit(), "none");
+    roles.insert(VornRoles::Value(), 5);
+    EXPECT_TRUE(roles.edit().isEmpty());
+    EXPECT_TRUE(roles.value().isEmpty());
+    EXPECT_EQ(roles.edit().max().i32(), 0);
+}
+
+TEST(Fields, RecordsAreViewsOverAnyHash)
+{
+    const QVariantHash hash{{"slotsList", QVariantHash{{"activeSlot", 2}, {"other", "kept"}}}};
+    VornDiracSlotsSettings settings(hash);
+    EXPECT_EQ(settings.slotsList().activeSlot(), 2);
+    settings.setSlotsList(settings.slotsList().setActiveSlot(3));
+    EXPECT_EQ(settings.toJsonString(), R"({"slotsList":{"activeSlot":3,"other":"kept"}})");
+}

@@ -1,0 +1,123 @@
+#include <gtest/gtest.h>
+
+#include "unit/platform/sdk/SdkTest.h"
+
+namespace
+{
+const CMPath kPath(QStringLiteral("/test/node"));
+} // namespace
+
+TEST(Node, StartsWithoutAValue)
+{
+    CMNodes nodes;
+    const CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    EXPECT_TRUE(node->value().isEmpty());
+    EXPECT_EQ(node->path(), kPath);
+    EXPECT_EQ(node->parent(), &nodes);
+    EXPECT_EQ(node->type(), VornValue::Type::Hash);
+    EXPECT_FALSE(node->isReadOnly());
+    EXPECT_EQ(node->permission(), VornPermission::Unset);
+}
+
+TEST(Node, HasTheTypeOfItsFirstValue)
+{
+    CMNodes nodes;
+    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    node->setValue(VornValue());
+    EXPECT_EQ(node->type(), VornValue::Type::Hash);
+    node->setValue(i32(1));
+    EXPECT_EQ(node->type(), VornValue::Type::I32);
+    EXPECT_TRUE(node->accepts(i32(2)));
+    EXPECT_FALSE(node->accepts(text("2")));
+    EXPECT_FALSE(node->accepts(VornValue()));
+}
+
+TEST(Node, TypeStaysThroughTheOwnersOtherValues)
+{
+    CMNodes nodes;
+    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    node->setValue(i32(1));
+    node->setValue(VornValue());
+    EXPECT_TRUE(node->value().isEmpty());
+    EXPECT_EQ(node->type(), VornValue::Type::I32);
+    EXPECT_FALSE(node->accepts(text("2")));
+}
+
+TEST(Node, OfPlainHashesAcceptsAnyHash)
+{
+    CMNodes nodes;
+    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    node->setValue(VornHash{{"name", "x"}});
+    EXPECT_TRUE(node->accepts(VornHash{{"other", 1}}));
+    EXPECT_TRUE(node->accepts(VornValue()));
+    EXPECT_TRUE(node->accepts(i32(5)));
+    node->setValue(i32(5));
+    EXPECT_TRUE(node->accepts(VornHash{{"other", 1}}));
+}
+
+TEST(Node, CarriesItsPermission)
+{
+    CMNodes nodes;
+    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    node->setPermission(VornPermission::Number9999);
+    EXPECT_EQ(node->permission(), 9999);
+}
+
+TEST(Node, ListIsSortedAndFiltered)
+{
+    CMNodes nodes;
+    CMNodes others;
+    CMValueNode::create(&nodes, CMPath(QStringLiteral("/list/b")));
+    CMValueNode::create(&others, CMPath(QStringLiteral("/list/a")));
+    CMActivateNode::create(&nodes, CMPath(QStringLiteral("/list/c")), nullptr, nullptr, Qt::DirectConnection);
+    const CMValueItem watched(nullptr, CMPath(QStringLiteral("/list/only-watched")));
+    EXPECT_EQ(CMNodes::list("/list/"), (QStringList{"/list/a", "/list/b", "/list/c"}));
+    EXPECT_EQ(CMNodes::list("/list/b"), QStringList{"/list/b"});
+    EXPECT_EQ(CMNodes::list("/nothing"), QStringList());
+    EXPECT_TRUE(CMNodes::list().contains("/list/c"));
+}
+
+TEST(Node, GoesWithItsOwner)
+{
+    auto nodes = std::make_unique<CMNodes>();
+    CMValueNode::create(nodes.get(), kPath);
+    EXPECT_EQ(CMNodes::list(kPath.toString()).size(), 1);
+    nodes.reset();
+    EXPECT_TRUE(CMNodes::list(kPath.toString()).isEmpty());
+}
+
+TEST(Node, PathIsFreeAgainAfterItsNode)
+{
+    CMNodes nodes;
+    delete CMValueNode::create(&nodes, kPath);
+    CMValueNode* const second = CMValueNode::create(&nodes, kPath);
+    second->setValue(text("anew"));
+    EXPECT_EQ(CMRoot()->getValue(kPath).toHash(), (QVariantHash{{"string_", "anew"}}));
+}
+
+TEST(Node, RolesHoldTheValueAndTheOthers)
+{
+    CMNodes nodes;
+    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    EXPECT_TRUE(node->roles().isEmpty());
+    node->setRoles(VornRoles().setTitle("Volume").setValue(i32(99)));
+    EXPECT_TRUE(node->value().isEmpty());
+    EXPECT_EQ(node->roles().toJsonString(), R"({"title":"Volume"})");
+    node->setValue(i32(5));
+    EXPECT_EQ(node->roles().title(), "Volume");
+    EXPECT_EQ(node->roles().value().i32(), 5);
+}
+
+TEST(NodeDeathTest, SecondNodeAtAPathIsFatal)
+{
+    CMNodes nodes;
+    CMValueNode::create(&nodes, kPath);
+    EXPECT_DEATH(CMValueNode::create(&nodes, kPath), "/test/node: there is a node already");
+}
+
+TEST(NodeDeathTest, SecondClaimOfASubtreeIsFatal)
+{
+    CMNodes nodes;
+    nodes.ownSubtree(kPath, [](const CMPath&) {});
+    EXPECT_DEATH(nodes.ownSubtree(kPath, [](const CMPath&) {}), "/test/node: there is an owner already");
+}
