@@ -108,7 +108,8 @@ Job prepareSet(const Options& options)
 ExitStatus delivered(HostSession& session)
 {
     if (!session.waitAcknowledged()) {
-        throw HostError(HostError::Cause::NoReply, "the module's end of the link did not confirm the message");
+        throw HostError(HostError::Cause::NoReply,
+                        "the module's end of the link did not confirm the message");
     }
     return Done;
 }
@@ -144,7 +145,7 @@ Job prepareSend(const Options& options)
 }
 
 constexpr Command kCommands[] = {
-    {"get", "STATE", true, "ask the module for states",
+    {"get", "STATE", true, "Ask the module for states",
      "Prints NAME<TAB>TYPE<TAB>VALUE for each value of the reply, in the order answered. A type of nil "
      "means\n"
      "that the module does not know the state, none that the reply holds no value for it.\n\n"
@@ -154,7 +155,7 @@ constexpr Command kCommands[] = {
      "  hostlink host --json get SystemVersion\n\n"
      "Exit status: 0 a reply came, 2 wrong usage, 3 no link or no reply in time.",
      prepareGet},
-    {"set", "STATE=VALUE", true, "set states of the module",
+    {"set", "STATE=VALUE", true, "Set states of the module",
      "VALUE is taken as the type that the state is written with, or as the type in front of it: u8: u16: "
      "u32:\n"
      "i8: i32: i64: str: bin: (hexadecimal digits), or the word nil. Prints the reply as get does; the "
@@ -165,7 +166,7 @@ constexpr Command kCommands[] = {
      "  hostlink host set Mute=u8:1 DeviceName=str:Kitchen\n\n"
      "Exit status: 0 all were taken, 1 some were not, 2 wrong usage, 3 no link or no reply in time.",
      prepareSet},
-    {"send", "HEX", false, "send one raw message",
+    {"send", "HEX", false, "Send one raw message",
      "HEX is the whole message, its id first. Prints every message that comes back within the time-out, a\n"
      "line each; the module's own requests are among them, answered as by a host that owns no states.\n\n"
      "Examples:\n"
@@ -219,13 +220,16 @@ void addCommand(CLI::App& host, const Command& command, const std::shared_ptr<Op
 void addHostCommand(CLI::App& app, int* status)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App* host = app.add_subcommand("host", "be the host of a module: ask it, set it, send it messages");
+    CLI::App* host = app.add_subcommand("host", "Be the host of a module: ask it, set it, send it messages");
     host->require_subcommand(1);
-    host->add_option("--link", options->link, "unix:PATH, tcp:HOST:PORT or emulated")->capture_default_str();
-    host->add_option("--timeout", options->timeout, "milliseconds to wait for the link, and for each reply")
+    host->add_option("--link", options->link, "unix:PATH, tcp:HOST:PORT or emulated")
+        ->type_name("URL")
+        ->capture_default_str();
+    host->add_option("--timeout", options->timeout, "Milliseconds to wait for the link, and for each reply")
+        ->type_name("MS")
         ->check(CLI::Range(1u, 86'400'000u))
         ->capture_default_str();
-    host->add_flag("--json", options->json, "one JSON object per line");
+    host->add_flag("--json", options->json, "Print one JSON object a line");
     host->footer(
         "Example:\n  hostlink host get STA_Volume\n\n'hostlink host get --help' and its like tell more.");
     for (const Command& command : kCommands) {

@@ -81,7 +81,9 @@ int run(int argc, char** argv)
                "  hostlink decode trace.txt                a recorded trace as readable text\n\n"
                "'hostlink host --help' and its like tell more.\n"
                "Exit status: 0 done, 1 refused, 2 wrong usage, 3 no link or time-out.");
+    addModuleCommand(app, &status);
     addHostCommand(app, &status);
+    addNodeCommand(app, &status);
     addStatesCommand(app, &status);
     addDecodeCommand(app, &status);
     try {

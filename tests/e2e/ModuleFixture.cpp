@@ -1,0 +1,29 @@
+#include "e2e/ModuleFixture.h"
+
+#include <stdlib.h>
+
+#include <filesystem>
+
+RuntimeDirectory::RuntimeDirectory()
+{
+    char pattern[] = "/tmp/hostlink-e2e-XXXXXX";
+    m_directory = mkdtemp(pattern);
+    setenv("XDG_RUNTIME_DIR", m_directory.c_str(), 1);
+}
+
+RuntimeDirectory::~RuntimeDirectory()
+{
+    std::filesystem::remove_all(m_directory);
+}
+
+ProgramResult RuntimeDirectory::host(Program::Arguments arguments)
+{
+    arguments.insert(arguments.begin(), "host");
+    return Program::run(arguments);
+}
+
+void ModuleFixture::startModule()
+{
+    m_module = std::make_unique<Program>(Program::Arguments{"module", "--state-dir", directory() + "/state"});
+    ASSERT_NE(m_module->waitForLine("ready link="), "");
+}

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "e2e/Program.h"
+
+/// A directory of its own for each test, in which bare commands find each other.
+class RuntimeDirectory : public testing::Test
+{
+protected:
+    RuntimeDirectory();
+    ~RuntimeDirectory() override;
+
+    const std::string& directory() const { return m_directory; }
+
+    /// Runs `hostlink host ARGUMENTS...`.
+    static ProgramResult host(Program::Arguments arguments);
+
+private:
+    std::string m_directory;
+};
+
+/// With a module on the default link.
+class ModuleFixture : public RuntimeDirectory
+{
+protected:
+    void SetUp() override { startModule(); }
+
+    /// Starts it and waits until it is ready.
+    void startModule();
+
+    std::unique_ptr<Program> m_module;
+};

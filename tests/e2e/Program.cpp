@@ -1,0 +1,125 @@
+#include "e2e/Program.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace
+{
+constexpr std::chrono::seconds kPatience{20};
+
+/// Moves what can be read into `text`; closes the descriptor at its end.
+void drain(int* descriptor, std::string* text)
+{
+    char buffer[4096];
+    const ssize_t size = read(*descriptor, buffer, sizeof buffer);
+    if (size > 0) {
+        text->append(buffer, std::size_t(size));
+        return;
+    }
+    close(*descriptor);
+    *descriptor = -1;
+}
+} // namespace
+
+Program::Program(const Arguments& arguments)
+{
+    std::vector<std::string> words{HOSTLINK_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+
+    int out[2];
+    int err[2];
+    EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
+    EXPECT_EQ(pipe2(err, O_CLOEXEC), 0);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+    EXPECT_EQ(posix_spawn(&m_pid, HOSTLINK_PROGRAM, &actions, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&actions);
+    close(out[1]);
+    close(err[1]);
+    m_out = out[0];
+    m_err = err[0];
+}
+
+Program::~Program()
+{
+    if (m_pid > 0) {
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+    close(m_out);
+    close(m_err);
+}
+
+bool Program::readSome(std::chrono::steady_clock::time_point deadline)
+{
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    pollfd descriptors[] = {{m_out, POLLIN, 0}, {m_err, POLLIN, 0}};
+    if ((m_out < 0 && m_err < 0) || left.count() <= 0 || poll(descriptors, 2, int(left.count())) <= 0) {
+        return false;
+    }
+    if (descriptors[0].revents != 0) {
+        drain(&m_out, &m_outText);
+    }
+    if (descriptors[1].revents != 0) {
+        drain(&m_err, &m_errText);
+    }
+    return true;
+}
+
+std::string Program::waitForLine(const std::string& begin)
+{
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    do {
+        std::size_t at = 0;
+        for (std::size_t end; (end = m_outText.find('\n', at)) != std::string::npos; at = end + 1) {
+            if (m_outText.compare(at, begin.size(), begin) == 0) {
+                return m_outText.substr(at, end - at);
+            }
+        }
+    } while (m_out >= 0 && readSome(deadline));
+    ADD_FAILURE() << "no line '" << begin << "...'; standard output: " << m_outText
+                  << "; standard error: " << m_errText;
+    return {};
+}
+
+void Program::signal(int number)
+{
+    kill(m_pid, number);
+}
+
+ProgramResult Program::wait()
+{
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (readSome(deadline)) {
+    }
+    if (m_out >= 0 || m_err >= 0) {
+        ADD_FAILURE() << "the program does not end; standard output: " << m_outText
+                      << "; standard error: " << m_errText;
+        kill(m_pid, SIGKILL);
+    }
+    int status = 0;
+    waitpid(m_pid, &status, 0);
+    m_pid = -1;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), m_outText, m_errText};
+}
+
+ProgramResult Program::run(const Arguments& arguments)
+{
+    return Program(arguments).wait();
+}

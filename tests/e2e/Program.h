@@ -1,0 +1,49 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+/// How a program ended and what it wrote.
+struct ProgramResult {
+    int status;      ///< exit status, or minus the signal that ended it
+    std::string out; ///< standard output
+    std::string err; ///< standard error
+};
+
+/// A running hostlink command. What it does not do in time is a failed test, never a hanging one.
+class Program
+{
+public:
+    using Arguments = std::vector<std::string>;
+
+    /// Starts `hostlink ARGUMENTS...`; standard input is empty.
+    explicit Program(const Arguments& arguments);
+    ~Program(); ///< kills it where it still runs
+
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    /// Waits until a whole line of standard output begins so, and returns it without its end; empty
+    /// when it never came.
+    std::string waitForLine(const std::string& begin);
+
+    void signal(int number);
+
+    /// Waits for the end.
+    ProgramResult wait();
+
+    /// Starts and waits.
+    static ProgramResult run(const Arguments& arguments);
+
+private:
+    bool readSome(std::chrono::steady_clock::time_point deadline);
+
+    pid_t m_pid = -1;
+    int m_out = -1;
+    int m_err = -1;
+    std::string m_outText;
+    std::string m_errText;
+};
