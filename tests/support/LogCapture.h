@@ -1,0 +1,90 @@
+#pragma once
+
+#include <log4cplus/appender.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/spi/loggingevent.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+/// Keeps every line that is logged on "HostLink" while it lives, at all levels unless told otherwise.
+class LogCapture
+{
+public:
+    struct Line {
+        log4cplus::LogLevel level;
+        std::string text;
+    };
+
+    explicit LogCapture(log4cplus::LogLevel level = log4cplus::TRACE_LOG_LEVEL)
+        : m_logger(log4cplus::Logger::getInstance("HostLink")), m_levelBefore(m_logger.getLogLevel()),
+          m_appender(new Appender(m_lines))
+    {
+        m_logger.setLogLevel(level);
+        m_logger.setAdditivity(false);
+        m_logger.addAppender(m_appender);
+    }
+
+    ~LogCapture()
+    {
+        m_logger.removeAppender(m_appender);
+        m_logger.setAdditivity(true);
+        m_logger.setLogLevel(m_levelBefore);
+    }
+
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    void clear() { m_lines.clear(); }
+    void setLevel(log4cplus::LogLevel level) { m_logger.setLogLevel(level); }
+    const std::vector<Line>& lines() const { return m_lines; }
+
+    /// The texts of one level, in order.
+    std::vector<std::string> texts(log4cplus::LogLevel level) const
+    {
+        std::vector<std::string> found;
+        for (const Line& line : m_lines) {
+            if (line.level == level) {
+                found.push_back(line.text);
+            }
+        }
+        return found;
+    }
+
+    std::vector<std::string> errors() const { return texts(log4cplus::ERROR_LOG_LEVEL); }
+    std::vector<std::string> infos() const { return texts(log4cplus::INFO_LOG_LEVEL); }
+    std::vector<std::string> debugs() const { return texts(log4cplus::DEBUG_LOG_LEVEL); }
+    std::vector<std::string> traces() const { return texts(log4cplus::TRACE_LOG_LEVEL); }
+
+    /// How often exactly this line was logged.
+    std::size_t count(log4cplus::LogLevel level, const std::string& text) const
+    {
+        return static_cast<std::size_t>(std::count_if(m_lines.begin(), m_lines.end(), [&](const Line& line) {
+            return line.level == level && line.text == text;
+        }));
+    }
+
+private:
+    class Appender : public log4cplus::Appender
+    {
+    public:
+        explicit Appender(std::vector<Line>& lines) : m_lines(lines) {}
+        ~Appender() override { destructorImpl(); }
+        void close() override {}
+
+    protected:
+        void append(const log4cplus::spi::InternalLoggingEvent& event) override
+        {
+            m_lines.push_back({event.getLogLevel(), event.getMessage()});
+        }
+
+    private:
+        std::vector<Line>& m_lines;
+    };
+
+    std::vector<Line> m_lines;
+    log4cplus::Logger m_logger;
+    log4cplus::LogLevel m_levelBefore;
+    log4cplus::SharedAppenderPtr m_appender;
+};

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "modules/hostlink/HostLinkWorker.h"
+#include "modules/hostlink/proxy/ValueProxy.h"
+#include "support/LinkFixture.h"
+
+/// The worker with its tables in reach.
+class OpenWorker : public CMHostLinkWorker
+{
+public:
+    using CMHostLinkWorker::addProxy;
+    using CMHostLinkWorker::CMHostLinkWorker;
+    using CMHostLinkWorker::m_handlers;
+    using CMHostLinkWorker::m_proxies;
+    using CMHostLinkWorker::m_subscribedStates;
+    using CMHostLinkWorker::m_transport;
+};
+
+/// A real worker over the real node tree, and a host at the other end of its link.
+class WorkerFixture : public LinkFixture
+{
+protected:
+    WorkerFixture() { m_worker = std::make_unique<OpenWorker>(QVariantHash()); }
+
+    /// No thread may call a worker that goes away.
+    ~WorkerFixture() override { HostLinkTransportLayer::stopAll(); }
+
+    std::unique_ptr<OpenWorker> m_worker;
+};
