@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/Output.h"
 #include "platform/hostlink/HexText.h"
 #include "platform/hostlink/HostLinkPrinter.h"
 
@@ -97,14 +98,14 @@ std::optional<std::string> decodeLine(std::string_view line)
         }
         const std::optional<ByteArray> bytes = parseHex(columns[i]);
         if (!bytes) {
-            return "\"" + std::string(columns[i]) + "\" is not pairs of hexadecimal digits";
+            return "'" + std::string(columns[i]) + "' is no pairs of hexadecimal digits";
         }
         message.insert(message.end(), bytes->begin(), bytes->end());
     }
     if (leading == columns.size()) {
         return "there is no message";
     }
-    std::cout << text << HostLinkPrinter::printMessage(message) << std::endl;
+    putLine(text + HostLinkPrinter::printMessage(message));
     return std::nullopt;
 }
 

@@ -1,11 +1,11 @@
 #include <CLI/CLI.hpp>
 
-#include <iomanip>
-#include <iostream>
+#include <algorithm>
 #include <memory>
 
 #include "cli/Commands.h"
 #include "cli/JsonText.h"
+#include "cli/Output.h"
 #include "platform/hostlink/HexText.h"
 #include "vocabulary/Proxies.h"
 
@@ -49,11 +49,18 @@ std::string orDash(const std::string& text)
     return text.empty() ? "-" : text;
 }
 
-void printRow(const std::string& id, std::string_view name, const std::string& read, const std::string& write,
-              const std::string& owner, std::string_view meaning)
+std::string padded(std::string_view text, std::size_t width)
 {
-    std::cout << std::left << std::setw(8) << id << std::setw(29) << name << std::setw(6) << read
-              << std::setw(7) << write << std::setw(24) << owner << meaning << '\n';
+    std::string field(text);
+    field.resize(std::max(width, field.size()), ' ');
+    return field + ' ';
+}
+
+void printRow(std::string_view id, std::string_view name, std::string_view read, std::string_view write,
+              std::string_view owner, std::string_view meaning)
+{
+    putLine(padded(id, 6) + padded(name, 28) + padded(read, 4) + padded(write, 5) + padded(owner, 22)
+            + std::string(meaning));
 }
 
 void printText()
@@ -75,10 +82,10 @@ void printJson()
 {
     for (const StateRow& state : kStates) {
         const Entry entry = entryOf(state);
-        std::cout << "{\"id\":" << static_cast<unsigned>(state.id) << ",\"name\":" << jsonString(state.name)
-                  << ",\"read\":" << jsonOrNull(entry.read) << ",\"write\":" << jsonOrNull(entry.write)
-                  << ",\"owner\":" << jsonOrNull(entry.owner) << ",\"path\":" << jsonOrNull(entry.path)
-                  << ",\"kind\":" << jsonOrNull(entry.kind) << "}\n";
+        putLine("{\"id\":" + std::to_string(state.id) + ",\"name\":" + jsonString(state.name)
+                + ",\"read\":" + jsonOrNull(entry.read) + ",\"write\":" + jsonOrNull(entry.write)
+                + ",\"owner\":" + jsonOrNull(entry.owner) + ",\"path\":" + jsonOrNull(entry.path)
+                + ",\"kind\":" + jsonOrNull(entry.kind) + '}');
     }
 }
 
@@ -97,26 +104,36 @@ std::string cell(std::string_view text)
     return escaped;
 }
 
+constexpr const char* kMarkdownHead = R"(# States
+
+Every state that a module and its host know by name. Made by `hostlink states --markdown`; do not edit it by hand.
+
+*Read* is the type that the module answers, *write* the one that the host sends; an empty field means that the state
+does not go that way. *Owner* is the class of the module's value proxy, empty where the module answers nil; *node* and
+*conversion* are where and how that proxy keeps the value.
+
+| Id | Hex | Name | Read | Write | Meaning | Owner | Node | Conversion |
+|---:|---|---|---|---|---|---|---|---|)";
+
 void printMarkdown()
 {
-    std::cout
-        << "# States\n\n"
-           "Every state that a module and its host know by name. Made by `hostlink states --markdown`; do "
-           "not\n"
-           "edit it by hand.\n\n"
-           "*Read* is the type that the module answers, *write* the one that the host sends; an empty field\n"
-           "means that the state does not go that way. *Owner* is the class of the module's value proxy, "
-           "empty\n"
-           "where the module answers nil; *node* and *conversion* are where and how that proxy keeps the "
-           "value.\n\n"
-           "| Id | Hex | Name | Read | Write | Meaning | Owner | Node | Conversion |\n"
-           "|---:|---|---|---|---|---|---|---|---|\n";
+    putLine(kMarkdownHead);
     for (const StateRow& state : kStates) {
         const Entry entry = entryOf(state);
-        std::cout << "| " << static_cast<unsigned>(state.id) << " | " << hexNumber(state.id) << " | "
-                  << code(std::string(state.name)) << " | " << entry.read << " | " << entry.write << " | "
-                  << cell(state.description) << " | " << code(entry.owner) << " | " << code(entry.path)
-                  << " | " << code(entry.kind) << " |\n";
+        const std::string fields[] = {std::to_string(state.id),
+                                      hexNumber(state.id),
+                                      code(std::string(state.name)),
+                                      entry.read,
+                                      entry.write,
+                                      cell(state.description),
+                                      code(entry.owner),
+                                      code(entry.path),
+                                      code(entry.kind)};
+        std::string line = "|";
+        for (const std::string& field : fields) {
+            line += field.empty() ? " |" : ' ' + field + " |";
+        }
+        putLine(line);
     }
 }
 
@@ -140,7 +157,6 @@ void addStatesCommand(CLI::App& app, int* status)
         } else {
             printText();
         }
-        std::cout.flush();
         *status = Done;
     });
 }

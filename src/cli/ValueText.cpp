@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <charconv>
 #include <limits>
 #include <optional>
@@ -103,7 +102,7 @@ TypedText typedText(State state, const std::string& value)
 
 [[noreturn]] void refuseValue(State state, const TypedText& value, const std::string& reason)
 {
-    refuse(HostLinkPrinter::printHostLinkState(state) + ": \"" + value.text + "\" " + reason);
+    refuse(HostLinkPrinter::printHostLinkState(state) + ": '" + value.text + "' " + reason);
 }
 
 template <typename Integer>
@@ -213,7 +212,7 @@ State parseState(const std::string& text)
     if (!text.empty() && text[0] >= '0' && text[0] <= '9') {
         const std::optional<std::uint16_t> number = parseNumber<std::uint16_t>(text);
         if (!number) {
-            refuse("\"" + text + "\" is no state, a number from 0 to 65535");
+            refuse("'" + text + "' is no state, a number from 0 to 65535");
         }
         return State(*number);
     }
@@ -223,7 +222,7 @@ State parseState(const std::string& text)
             return row.id;
         }
     }
-    refuse("there is no state \"" + text + "\""
+    refuse("there is no state '" + text + "'"
            + suggestions(std::string(kStatePrefix) + std::string(name), stateNames()));
 }
 
@@ -231,7 +230,7 @@ State appendAssignment(const std::string& text, HostLinkValueMessage* message)
 {
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos) {
-        refuse("\"" + text + "\" is no assignment, STATE=VALUE");
+        refuse("'" + text + "' is no assignment, STATE=VALUE");
     }
     const State state = parseState(text.substr(0, equals));
     appendValue(state, typedText(state, text.substr(equals + 1)), message);
