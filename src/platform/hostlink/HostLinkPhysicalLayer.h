@@ -14,7 +14,12 @@
 #include "platform/hostlink/HostLinkTime.h"
 
 /// A layer that carries bytes between the two ends of a link: bytes may be lost, damaged or cut off,
-/// which the link above repairs. Nothing here blocks or reads the clock, and one thread uses it.
+/// which the link above repairs. Nothing here reads the clock or is called twice at a time, and but for
+/// a layer that says so nothing blocks.
+///
+/// A layer whose transfers can fail with unknown progress takes the rest of what it was given, as if it
+/// had been sent, and begins what it sends next with a zero byte: so no frame is resumed inside, and
+/// the frames after it are found again.
 class HostLinkPhysicalLayer
 {
 public:
@@ -72,7 +77,8 @@ public:
     /// True when the other side said that the line is taken by another peer.
     virtual bool refused() const { return false; }
 
-    /// Bytes read into `to`, at most `max`; 0 when there is none now or the line went down.
+    /// Bytes read into `to`, at most `max`; fewer when there are no more now, 0 also when the line went
+    /// down. What the other side sent before it went is read before the line goes down.
     virtual std::size_t read(std::uint8_t* to, std::size_t max, HostLinkTime now) = 0;
 
     /// Bytes taken from `from`; fewer than `size` when the line pushes back or went down.
@@ -84,8 +90,12 @@ public:
     /// Appends the descriptors to poll, with POLLOUT only while `writing`.
     virtual void waitOn(std::vector<pollfd>& descriptors, bool writing) const = 0;
 
-    /// When service() or read() is due without any descriptor becoming ready.
+    /// When service() or read() is due, or unsent() has changed, without any descriptor becoming ready.
     virtual HostLinkTime nextService() const { return HostLinkTime::max(); }
+
+    /// True when read() and write() wait for a device. Then one thread does all transfers and lets go of
+    /// the link's lock meanwhile.
+    virtual bool blocks() const { return false; }
 
     /// Added to the link's smallest time-out: how long bytes may lie before a polling layer sees them.
     virtual HostLinkDuration pollTime() const { return HostLinkDuration::zero(); }

@@ -1,0 +1,106 @@
+#include "platform/hostlink/HostLinkPhysicalLayer.h"
+
+#include <mutex>
+#include <utility>
+
+#include "platform/hostlink/HostLinkLog.h"
+#include "platform/hostlink/TcpLayer.h"
+#include "platform/hostlink/UnixLayer.h"
+
+namespace
+{
+
+/// Stands in for a type that nobody registered.
+class MissingLayer : public HostLinkPhysicalLayer
+{
+public:
+    explicit MissingLayer(std::string type) : m_type(std::move(type)) {}
+
+    void open(HostLinkTime) override
+    {
+        if (!std::exchange(m_said, true)) {
+            HostLinkLog::write(HostLinkLog::Level::Error,
+                               "no physical layer of type \"" + m_type + "\" is known: the link stays down");
+        }
+    }
+    void close() override {}
+    void service(HostLinkTime) override {}
+    std::uint64_t lineNumber() const override { return 0; }
+    std::size_t read(std::uint8_t*, std::size_t, HostLinkTime) override { return 0; }
+    std::size_t write(const std::uint8_t*, std::size_t, HostLinkTime) override { return 0; }
+    void waitOn(std::vector<pollfd>&, bool) const override {}
+
+private:
+    std::string m_type;
+    bool m_said = false;
+};
+
+template <typename Layer>
+std::unique_ptr<HostLinkPhysicalLayer> make(const HostLinkPhysicalLayer::Properties& properties)
+{
+    return std::make_unique<Layer>(properties);
+}
+
+struct Registry {
+    std::mutex mutex;
+    std::map<std::string, HostLinkPhysicalLayer::Factory> factories{
+        {"tcp", make<TcpLayer>},
+        {"unix", make<UnixLayer>},
+    };
+};
+
+Registry& registry()
+{
+    static auto& instance = *new Registry; // never destroyed: transports may outlive static objects
+    return instance;
+}
+
+HostLinkPhysicalLayer::Factory findFactory(const std::string& type)
+{
+    const std::lock_guard lock(registry().mutex);
+    const auto found = registry().factories.find(type);
+    return found == registry().factories.end() ? nullptr : found->second;
+}
+
+template <typename Value>
+std::optional<Value> find(const std::map<int, Value>& values, int property)
+{
+    const auto found = values.find(property);
+    return found == values.end() ? std::nullopt : std::optional<Value>(found->second);
+}
+
+} // namespace
+
+void HostLinkPhysicalLayer::Properties::setString(int property, std::string value)
+{
+    m_strings[property] = std::move(value);
+}
+
+void HostLinkPhysicalLayer::Properties::setInt(int property, int value)
+{
+    m_integers[property] = value;
+}
+
+std::optional<std::string> HostLinkPhysicalLayer::Properties::string(int property) const
+{
+    return find(m_strings, property);
+}
+
+std::optional<int> HostLinkPhysicalLayer::Properties::integer(int property) const
+{
+    return find(m_integers, property);
+}
+
+std::unique_ptr<HostLinkPhysicalLayer> HostLinkPhysicalLayer::create(const std::string& type,
+                                                                     const Properties& properties)
+{
+    const Factory factory = findFactory(type);
+    std::unique_ptr<HostLinkPhysicalLayer> layer = factory ? factory(properties) : nullptr;
+    return layer ? std::move(layer) : std::make_unique<MissingLayer>(type);
+}
+
+void HostLinkPhysicalLayer::registerType(const std::string& type, Factory factory)
+{
+    const std::lock_guard lock(registry().mutex);
+    registry().factories[type] = std::move(factory);
+}
