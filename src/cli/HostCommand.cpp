@@ -29,8 +29,9 @@ using Job = std::function<ExitStatus(HostSession&)>;
 
 struct Command {
     const char* name;
-    const char* argument; ///< as the help calls it
-    bool repeated;        ///< takes one or more arguments, else exactly one
+    const char* argument;     ///< as the help calls it
+    const char* argumentHelp; ///< what it may be
+    bool repeated;            ///< takes one or more arguments, else exactly one
     const char* description;
     const char* footer;
     Job (*prepare)(const Options&); ///< throws CLI::ValidationError before the link is touched
@@ -144,36 +145,46 @@ Job prepareSend(const Options& options)
     };
 }
 
+constexpr const char* kGetHelp =
+    R"(Prints NAME<TAB>TYPE<TAB>VALUE for each value of the reply, in the order answered. A type of nil
+means that the module does not know the state; after the answers, none is the type of a state for
+which the reply holds no value.
+
+Examples:
+  hostlink host get STA_Volume STA_Mute
+  hostlink host get Mute 7 0x7777
+  hostlink host get SystemVersion --json
+
+Exit status: 0 a reply came, 2 wrong usage, 3 no link or no reply in time.)";
+
+constexpr const char* kSetHelp =
+    R"(VALUE is taken as the type that the state is written with, or as the type in front of it: u8: u16:
+u32: i8: i32: i64: str: bin: (hexadecimal digits), or is the word nil. Prints the reply as get does;
+the module answers u8 1 for a value that it took.
+
+Examples:
+  hostlink host set STA_Volume=30
+  hostlink host set Mute=u8:1 DeviceName=str:Kitchen
+
+Exit status: 0 all were taken, 1 some were not, 2 wrong usage, 3 no link or no reply in time.)";
+
+constexpr const char* kSendHelp =
+    R"(HEX is the whole message, its id first. Prints every message that comes back within the time-out, a
+line each; requests of the module are among them, answered as by a host that owns no states.
+
+Examples:
+  hostlink host send 00020007                 get state 7
+  hostlink host send 0042 --timeout 300       a request that no module knows
+
+Exit status: 0 the message was delivered, 2 wrong usage, 3 no link, or the link was lost.)";
+
 constexpr Command kCommands[] = {
-    {"get", "STATE", true, "Ask the module for states",
-     "Prints NAME<TAB>TYPE<TAB>VALUE for each value of the reply, in the order answered. A type of nil "
-     "means\n"
-     "that the module does not know the state, none that the reply holds no value for it.\n\n"
-     "Examples:\n"
-     "  hostlink host get STA_Volume STA_Mute\n"
-     "  hostlink host get Mute 7 0x7777\n"
-     "  hostlink host --json get SystemVersion\n\n"
-     "Exit status: 0 a reply came, 2 wrong usage, 3 no link or no reply in time.",
-     prepareGet},
-    {"set", "STATE=VALUE", true, "Set states of the module",
-     "VALUE is taken as the type that the state is written with, or as the type in front of it: u8: u16: "
-     "u32:\n"
-     "i8: i32: i64: str: bin: (hexadecimal digits), or the word nil. Prints the reply as get does; the "
-     "module\n"
-     "answers u8 1 for a value that it took.\n\n"
-     "Examples:\n"
-     "  hostlink host set STA_Volume=30\n"
-     "  hostlink host set Mute=u8:1 DeviceName=str:Kitchen\n\n"
-     "Exit status: 0 all were taken, 1 some were not, 2 wrong usage, 3 no link or no reply in time.",
-     prepareSet},
-    {"send", "HEX", false, "Send one raw message",
-     "HEX is the whole message, its id first. Prints every message that comes back within the time-out, a\n"
-     "line each; the module's own requests are among them, answered as by a host that owns no states.\n\n"
-     "Examples:\n"
-     "  hostlink host send 00020007                 get state 7\n"
-     "  hostlink host --timeout 300 send 0042       a request that no module knows\n\n"
-     "Exit status: 0 the message was delivered, 2 wrong usage, 3 no link, or the link was lost.",
-     prepareSend},
+    {"get", "STATE", "Name with or without STA_, decimal, or 0x and hexadecimal digits", true,
+     "Ask the module for states", kGetHelp, prepareGet},
+    {"set", "STATE=VALUE", "A state as for get, and its new value", true, "Set states of the module",
+     kSetHelp, prepareSet},
+    {"send", "HEX", "Pairs of hexadecimal digits; '' is the empty message", false, "Send one raw message",
+     kSendHelp, prepareSend},
 };
 
 ExitStatus statusOf(HostError::Cause cause)
@@ -205,10 +216,12 @@ ExitStatus run(const LinkUrl& url, const Options& options, const Job& job)
 void addCommand(CLI::App& host, const Command& command, const std::shared_ptr<Options>& options, int* status)
 {
     CLI::App* app = host.add_subcommand(command.name, command.description);
-    app->footer(command.footer);
+    app->footer(std::string(command.footer)
+                + "\nThe options of 'hostlink host' (--link, --timeout, --json) may stand here too.");
     app->fallthrough();
-    app->add_option(command.argument, options->arguments)
+    app->add_option(command.argument, options->arguments, command.argumentHelp)
         ->required()
+        ->type_name("")
         ->expected(1, command.repeated ? CLI::detail::expected_max_vector_size : 1);
     app->callback([&command, options, status] {
         const LinkUrl url = LinkUrl::parse(options->link, LinkUrl::Side::Host);

@@ -57,7 +57,7 @@ int explainUsage(const CLI::App& root, const CLI::ParseError& error)
                   << similarSubcommands(app, mistyped) << '\n';
     } else if (!subcommandsOf(app).empty() && app.remaining().empty()
                && error.get_name() == "RequiredError") {
-        std::cerr << app.help();
+        std::cerr << root.help();
         return WrongUsage;
     } else {
         std::cerr << commandLineOf(app) << ": " << error.what() << '\n';

@@ -77,7 +77,7 @@ void Host::goodbye()
     m_port.core().goodbye(now());
     const HostLinkTime deadline = now() + kGoodbyeTime;
     m_port.step(now());
-    while (isWriting() && now() < deadline) {
+    while (m_port.sending() && now() < deadline) {
         wait(deadline);
         m_port.step(now());
     }
@@ -119,15 +119,6 @@ bool Host::isInterrupted()
     m_descriptors.assign(1, {m_interrupt, POLLIN, 0});
     m_system.wait(m_descriptors, now());
     return (m_descriptors.front().revents & POLLIN) != 0;
-}
-
-/// True while the line has not taken what was written.
-bool Host::isWriting()
-{
-    m_descriptors.clear();
-    m_port.waitOn(m_descriptors);
-    return std::any_of(m_descriptors.begin(), m_descriptors.end(),
-                       [](const pollfd& descriptor) { return (descriptor.events & POLLOUT) != 0; });
 }
 
 void Host::wait(HostLinkTime deadline)

@@ -59,7 +59,6 @@ private:
     /// Steps the link; true when something other than a message is to be told.
     bool news(Event* event);
     bool isInterrupted();
-    bool isWriting();
     void wait(HostLinkTime deadline);
 
     HostSystem& m_system;
