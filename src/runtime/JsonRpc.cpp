@@ -1,20 +1,10 @@
 #include "runtime/JsonRpc.h"
 
-#include <QTextCodec>
-
 #include "platform/sdk/VornJson.h"
+#include "services/Utf8.h"
 
 namespace
 {
-constexpr int kUtf8 = 106; // the encoding's registered number
-
-bool isUtf8(const QByteArray& bytes)
-{
-    QTextCodec::ConverterState state;
-    QTextCodec::codecForMib(kUtf8)->toUnicode(bytes.constData(), bytes.size(), &state);
-    return state.invalidChars == 0 && state.remainingChars == 0;
-}
-
 bool isNull(const QVariant& json)
 {
     return !json.isValid() || json.userType() == QMetaType::Nullptr;
@@ -34,12 +24,13 @@ QByteArray line(QVariantHash message)
 
 QVariant parse(const QByteArray& bytes, JsonRpc::Error* error)
 {
-    if (!isUtf8(bytes)) {
+    const std::optional<QString> text = fromUtf8(bytes);
+    if (!text) {
         *error = {JsonRpc::kParseError, "the line is not UTF-8"};
         return {};
     }
     VornJson::Error syntax;
-    const QVariant json = VornJson::parse(QString::fromUtf8(bytes), &syntax);
+    const QVariant json = VornJson::parse(*text, &syntax);
     if (!syntax.isEmpty()) {
         *error = {JsonRpc::kParseError, syntax.toString()};
     }

@@ -114,7 +114,7 @@ void NodeApiSession::watch()
     if (!checkParams({kPath}) || !readPath(&path)) {
         return;
     }
-    const QString name = m_params[kPath].toString();
+    const QString name = m_params.value(kPath).toString();
     if (!m_watches.contains(name)) {
         if (m_watches.size() >= kMostWatches) {
             return fail(CMError::Refused, QString("a client has at most %1 watches").arg(kMostWatches));
@@ -143,7 +143,7 @@ bool NodeApiSession::checkParams(const QStringList& known)
 
 bool NodeApiSession::readText(const QString& key, QString* text)
 {
-    const QVariant json = m_params[key];
+    const QVariant json = m_params.value(key);
     if (json.userType() != QMetaType::QString) {
         failParams(m_params.contains(key) ? key + " must be a string" : key + " is missing");
         return false;
@@ -168,7 +168,7 @@ bool NodeApiSession::readPath(CMPath* path)
 
 bool NodeApiSession::readValue(const CMPath& path, VornValue* value)
 {
-    const QVariant& json = m_params[kValue];
+    const QVariant json = m_params.value(kValue);
     const VornValue current = VornHash(CMRoot()->getValue(path).toHash());
     bool fits = false;
     *value = VornValue::fromScalar(current.type(), json, &fits);

@@ -4,6 +4,7 @@
 
 #include "platform/sdk/VornJson.h"
 #include "services/NodeNames.h"
+#include "services/Utf8.h"
 
 static void initResources()
 {
@@ -98,8 +99,13 @@ std::optional<Profile> Profile::load(const QString& file, QString* error)
         *error = file + ": " + source.errorString();
         return std::nullopt;
     }
+    const std::optional<QString> text = fromUtf8(source.readAll());
+    if (!text) {
+        *error = file + " is not UTF-8";
+        return std::nullopt;
+    }
     QString problem;
-    std::optional<Profile> profile = parse(QString::fromUtf8(source.readAll()), &problem);
+    std::optional<Profile> profile = parse(*text, &problem);
     if (!profile) {
         *error = file + ": " + problem;
     }

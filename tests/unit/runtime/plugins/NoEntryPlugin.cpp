@@ -1,0 +1,4 @@
+extern "C" int something_else()
+{
+    return 0;
+}

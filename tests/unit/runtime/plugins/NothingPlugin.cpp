@@ -1,0 +1,6 @@
+#include <QVariantHash>
+
+extern "C" void* worker_create(void*, const QVariantHash&)
+{
+    return nullptr;
+}

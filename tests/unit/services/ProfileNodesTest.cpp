@@ -1,0 +1,65 @@
+#include "services/ProfileNodes.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/sdk/CMNode.h"
+#include "platform/sdk/Paths.h"
+
+namespace
+{
+Profile profileOf(const QString& text)
+{
+    QString error;
+    const auto profile = Profile::parse(text, &error);
+    EXPECT_TRUE(profile.has_value()) << error.toStdString();
+    return profile.value_or(Profile());
+}
+
+VornValue valueAt(const CMPath& path)
+{
+    return VornHash(CMRoot()->getValue(path).toHash());
+}
+} // namespace
+
+TEST(ProfileNodes, CreatesFirstWhatTheWorkersConstructorUses)
+{
+    ProfileNodes nodes(Profile::standard());
+    nodes.createBeforeWorker();
+    EXPECT_EQ(CMNodes::list(),
+              QStringList({VornDiracActiveFilterPath().toString(), VornDiracSlotsSettingsPath().toString(),
+                           VornHostLinkTcpTunnelingConfPath().toString()}));
+}
+
+TEST(ProfileNodes, CreatesAllOthersAfterTheWorker)
+{
+    const Profile profile = Profile::standard();
+    ProfileNodes nodes(profile);
+    nodes.createBeforeWorker();
+    nodes.createAfterWorker();
+    for (auto entry = profile.values().begin(); entry != profile.values().end(); ++entry) {
+        EXPECT_TRUE(valueAt(entry.key()).sameAs(entry.value())) << entry.key().toString().toStdString();
+    }
+}
+
+TEST(ProfileNodes, LeavesNodesThatStandAlready)
+{
+    CMNodes other;
+    CMValueNode::create(&other, CMPath("/mine"))->setValue(VornValue().setI32(7));
+    CMValueNode::create(&other, CMPath("/without/value"));
+    ProfileNodes nodes(
+        profileOf(R"({"/mine": {"i32_": 1}, "/without/value": {"i32_": 2}, "/new": {"i32_": 3}})"));
+    nodes.createAfterWorker();
+    EXPECT_EQ(valueAt(CMPath("/mine")).i32(), 7);
+    EXPECT_TRUE(valueAt(CMPath("/without/value")).isEmpty());
+    EXPECT_EQ(valueAt(CMPath("/new")).i32(), 3);
+}
+
+TEST(ProfileNodes, TakesItsNodesAway)
+{
+    {
+        ProfileNodes nodes(Profile::standard());
+        nodes.createBeforeWorker();
+        nodes.createAfterWorker();
+    }
+    EXPECT_TRUE(CMNodes::list().isEmpty());
+}
