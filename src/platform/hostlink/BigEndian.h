@@ -16,6 +16,15 @@ Integer readBigEndian(const std::uint8_t* bytes)
     return static_cast<Integer>(value);
 }
 
+/// Writes an integer's bytes to sizeof(Integer) bytes at `to`, most significant first.
+template <typename Integer>
+void writeBigEndian(std::uint8_t* to, Integer value)
+{
+    for (std::size_t i = 0; i < sizeof(Integer); ++i) {
+        to[i] = static_cast<std::uint8_t>(static_cast<std::uint64_t>(value) >> 8 * (sizeof(Integer) - 1 - i));
+    }
+}
+
 /// Appends an integer's bytes, most significant first.
 template <typename Integer>
 void appendBigEndian(ByteArray& bytes, Integer value)

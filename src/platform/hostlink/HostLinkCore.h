@@ -28,6 +28,21 @@ public:
         std::size_t size;
     };
 
+    /// What happened so far, of both ends' mistakes too. Numbers only grow.
+    struct Counters {
+        std::uint64_t framesSent = 0;
+        std::uint64_t framesRepeated = 0; ///< of framesSent, those sent again
+        std::uint64_t framesReceived = 0; ///< undamaged
+        std::uint64_t framesDamaged = 0;
+        std::uint64_t framesIgnored = 0;     ///< undamaged, but not what is expected now
+        std::uint64_t messagesSent = 0;      ///< taken by send()
+        std::uint64_t messagesReceived = 0;  ///< put together for take()
+        std::uint64_t messagesRefused = 0;   ///< not taken by send()
+        std::uint64_t messagesDiscarded = 0; ///< taken, but the session they were meant for ended
+        std::uint64_t messagesBroken = 0;    ///< received in parts that do not make a message
+        std::uint64_t greetings = 0;         ///< times the line was greeted
+    };
+
     enum class Session {
         Never,       ///< no session yet since construction
         Established, ///< messages flow; a cut line does not end it
@@ -44,15 +59,18 @@ public:
     /// Takes received bytes in any portions.
     void receive(const std::uint8_t* bytes, std::size_t size, HostLinkTime now);
 
-    /// The next whole frame to put on the line; size 0 when there is nothing to say now.
+    /// The next whole frame to put on the line; size 0 when there is nothing to say now. To be called
+    /// until then after each call that hands something in, as far as the line takes frames.
     Bytes transmit(HostLinkTime now);
 
-    /// When transmit() must be called although nothing else happened; max() for never.
+    /// When transmit() must be called although nothing was handed in; max() for never. It may lie in
+    /// the past while the line takes nothing.
     HostLinkTime deadline() const;
 
     /// Queues a message. False, and counted, when the message cannot be taken: no session any more,
-    /// goodbye said, bulk queue full, or longer than the peer or this side can ever hold. A full state
-    /// queue of a session ends that session.
+    /// goodbye said, bulk queue full, empty, or longer than the peer or this side can ever hold; also
+    /// while messages of a former session are not handled, since it might answer one of them. A full
+    /// state queue of a session ends that session.
     bool send(const ByteArray& message, HostLinkTime now);
 
     /// True while send() takes a message of this class and size.
@@ -62,7 +80,8 @@ public:
     /// Its bytes count against the window until handled() is called for it.
     bool take(ByteArray& message);
 
-    /// Gives the window of one taken message back to the peer.
+    /// Gives the window of one taken message back to the peer. To be called once for each message that
+    /// was taken, after everything that answers it was sent.
     void handled(MessageClass messageClass, std::size_t size, HostLinkTime now);
 
     Session session() const;
@@ -78,6 +97,8 @@ public:
 
     /// True when the peer refused this end because another one holds the link.
     bool refused() const;
+
+    const Counters& counters() const;
 
     /// The frame that tells a newcomer on an occupied line to go away.
     static const ByteArray& refusalFrame();

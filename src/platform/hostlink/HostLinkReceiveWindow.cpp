@@ -1,0 +1,81 @@
+#include "platform/hostlink/HostLinkReceiveWindow.h"
+
+#include <algorithm>
+
+void HostLinkReceiveWindow::beginSession()
+{
+    m_inUse -= m_partial.size();
+    m_partial.clear();
+    m_collecting = false;
+    m_free = 0;
+    m_credit = m_window - m_inUse;
+}
+
+bool HostLinkReceiveWindow::add(const std::uint8_t* segment, std::size_t size, bool first, bool last,
+                                ByteArray& message, bool* dropped)
+{
+    *dropped = false;
+    m_credit -= size;
+    m_inUse += size;
+    if (first && m_collecting) {
+        drop(m_partial.size());
+        m_partial.clear();
+        *dropped = true;
+    }
+    if (!first && !m_collecting) {
+        drop(size);
+        *dropped = true;
+        return false;
+    }
+    m_collecting = !last;
+    if (first && last) {
+        message.assign(segment, segment + size);
+        *dropped = *dropped || size == 0;
+        return size > 0;
+    }
+    m_partial.insert(m_partial.end(), segment, segment + size);
+    if (!last) {
+        return false;
+    }
+    message.swap(m_partial);
+    m_partial.clear();
+    *dropped = *dropped || message.empty();
+    return !message.empty();
+}
+
+void HostLinkReceiveWindow::handled(std::size_t size)
+{
+    drop(std::min(size, m_inUse - m_partial.size()));
+}
+
+bool HostLinkReceiveWindow::takeQuantum()
+{
+    if (m_free < kQuantum) {
+        return false;
+    }
+    m_free -= kQuantum;
+    m_credit += kQuantum;
+    return true;
+}
+
+bool HostLinkReceiveWindow::grantDue() const
+{
+    if (m_free == 0 || m_credit >= m_window / 2) {
+        return false;
+    }
+    return m_free >= m_window / 8 || m_inUse == m_partial.size();
+}
+
+std::uint32_t HostLinkReceiveWindow::takeGrant()
+{
+    const auto granted = static_cast<std::uint32_t>(m_free);
+    m_credit += m_free;
+    m_free = 0;
+    return granted;
+}
+
+void HostLinkReceiveWindow::drop(std::size_t size)
+{
+    m_inUse -= size;
+    m_free += size;
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "platform/hostlink/HostLinkTime.h"
+
+/// When to send again what was not acknowledged, as RFC 6298 has it, with two departures: the first
+/// time-out is 200 ms, and it runs from the latest transmission, since gaps are noticed by the peer and
+/// only the end of a burst has to wait for this timer.
+class HostLinkRetransmitTimer
+{
+public:
+    static constexpr HostLinkDuration kFirst = std::chrono::milliseconds(200);
+    static constexpr HostLinkDuration kFloor = std::chrono::milliseconds(20);
+    static constexpr HostLinkDuration kCeiling = std::chrono::seconds(1);
+    static constexpr int kMaxTries = 8; ///< time-outs in a row before the line is greeted again
+
+    /// `pollTime` is added to the floor.
+    explicit HostLinkRetransmitTimer(HostLinkDuration pollTime)
+        : m_floor(kFloor + pollTime), m_timeout(kFirst + pollTime)
+    {
+    }
+
+    /// The time from a frame's transmission to its acknowledgement, of a frame that was sent once.
+    void sample(HostLinkDuration roundTrip);
+
+    /// Something was transmitted or newly acknowledged: the time-out counts from now.
+    void start(HostLinkTime now) { m_deadline = now + backedOff(); }
+    void stop() { m_deadline = HostLinkTime::max(); }
+    HostLinkTime deadline() const { return m_deadline; }
+
+    /// The time-out has come: the next one is twice as long. False when the tries are used up.
+    bool expire();
+
+    /// The peer made progress.
+    void progress() { m_tries = 0; }
+
+    /// The time-out before it backs off.
+    HostLinkDuration timeout() const { return m_timeout; }
+
+private:
+    HostLinkDuration backedOff() const;
+
+    HostLinkDuration m_floor;
+    HostLinkDuration m_timeout;
+    HostLinkDuration m_smoothed{};
+    HostLinkDuration m_variation{};
+    bool m_sampled = false;
+    int m_tries = 0;
+    HostLinkTime m_deadline = HostLinkTime::max();
+};
