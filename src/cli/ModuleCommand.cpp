@@ -124,9 +124,13 @@ void addModuleCommand(CLI::App& app, int* status)
         ->check(CLI::IsMember(logLevels()))
         ->capture_default_str();
     module->footer(
-        "Prints one line once it is up: ready link=URL api=SOCKET\n"
+        "Prints one line once it is up: ready link=URL api=SOCKET\n\n"
+        "Examples:\n"
+        "  hostlink module\n"
+        "  hostlink module --link tcp:localhost:7000 --log-level info\n"
+        "  hostlink module --profile my.json\n\n"
         "A profile is a JSON object of nodes (path, or name of its accessor) and values:\n"
-        "  {\"VornPlayerMutePath\": {\"bool_\": true}, \"/my/node\": {\"string_\": \"text\"}}\n"
+        "  {\"VornPlayerMutePath\": {\"bool_\": true}, \"/my/node\": {\"string_\": \"text\"}}\n\n"
         "Exit status: 0 ended by a signal, 2 wrong usage or a bad profile, 3 cannot start (link or\n"
         "socket in use, no plug-in).");
     module->callback([options, status] { *status = run(*options); });

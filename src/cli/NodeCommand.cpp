@@ -265,5 +265,12 @@ void addNodeCommand(CLI::App& app, int* status)
                   const InterruptSignals interrupts;
                   return NodeCommand(given, interrupts.descriptor()).watch();
               });
-    node->footer("Exit status: 0 done, 1 refused by the module, 2 wrong usage, 3 no module answers.");
+    node->footer("Examples:\n"
+                 "  hostlink node list /player\n"
+                 "  hostlink node get VornPlayerMutePath\n"
+                 "  hostlink node set VornUIDisplayBrightnessPath 40\n"
+                 "  hostlink node set VornDeviceNamePath Kitchen\n"
+                 "  hostlink node invoke VornSystemManagerFactoryResetPath '{}'\n"
+                 "  hostlink node --json watch /player/mute\n\n"
+                 "Exit status: 0 done, 1 refused by the module, 2 wrong usage, 3 no module answers.");
 }
