@@ -115,10 +115,13 @@ ExitStatus delivered(HostSession& session)
     return Done;
 }
 
-/// Prints what comes until the time-out; what the link lost cannot come any more.
+/// Prints what comes until the time-out; what the link lost cannot come any more. The link carries no
+/// empty message, which nobody would answer either.
 ExitStatus sendAndListen(HostSession& session, const ByteArray& bytes, bool json)
 {
-    session.send(bytes);
+    if (!bytes.empty()) {
+        session.send(bytes);
+    }
     const HostLinkTime deadline = session.now() + session.timeout();
     ByteArray message;
     for (;;) {

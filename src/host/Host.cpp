@@ -1,6 +1,7 @@
 #include "host/Host.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/hostlink/HostLinkMessage.h"
 
@@ -27,15 +28,19 @@ Host::~Host()
 
 Host::Event Host::receive(ByteArray* message, HostLinkTime deadline)
 {
+    giveBack();
     for (;;) {
-        Event event;
-        if (news(&event)) {
-            return event;
+        if (const auto obstacle = step()) {
+            return *obstacle;
         }
-        if (m_port.core().take(*message)) {
-            m_port.core().handled(messageClass(HostLinkMessage::messageId(*message)), message->size(), now());
-            m_port.flush(now());
+        if (mayTake() && m_port.core().take(*message)) {
+            m_takenSize = message->size();
+            m_takenClass = messageClass(HostLinkMessage::messageId(*message));
             return Event::Message;
+        }
+        if (const auto change = sessionChange()) {
+            (*change == Event::NewSession ? m_sessionTold : m_endTold) = m_port.core().sessionNumber();
+            return *change;
         }
         if (now() >= deadline) {
             return Event::TimedOut;
@@ -53,10 +58,13 @@ bool Host::send(const ByteArray& message)
 
 Host::Event Host::waitAcknowledged(HostLinkTime deadline)
 {
+    giveBack();
     for (;;) {
-        Event event;
-        if (news(&event)) {
-            return event;
+        if (const auto obstacle = step()) {
+            return *obstacle;
+        }
+        if (const auto change = sessionChange()) {
+            return *change;
         }
         if (allAcknowledged(m_port.core())) {
             return Event::Acknowledged;
@@ -84,30 +92,47 @@ void Host::goodbye()
     m_port.close();
 }
 
-bool Host::news(Event* event)
+/// Steps the link; what keeps the caller from going on, if anything does.
+std::optional<Host::Event> Host::step()
 {
     m_port.step(now());
-    const HostLinkCore& core = m_port.core();
     if (isInterrupted()) {
-        *event = Event::Interrupted;
-        return true;
+        return Event::Interrupted;
     }
-    if (core.refused() || m_port.layer().refused()) {
-        *event = Event::Refused;
-        return true;
+    if (m_port.core().refused() || m_port.layer().refused()) {
+        return Event::Refused;
     }
+    return std::nullopt;
+}
+
+/// What the caller was not told yet about sessions.
+std::optional<Host::Event> Host::sessionChange() const
+{
+    const HostLinkCore& core = m_port.core();
     if (core.sessionNumber() != m_sessionTold) {
-        m_sessionTold = core.sessionNumber();
-        m_endTold = false;
-        *event = Event::NewSession;
-        return true;
+        return Event::NewSession;
     }
-    if (core.session() == HostLinkCore::Session::Ended && !m_endTold) {
-        m_endTold = true;
-        *event = Event::Ended;
-        return true;
+    if (core.session() == HostLinkCore::Session::Ended && core.sessionNumber() != m_endTold) {
+        return Event::Ended;
     }
-    return false;
+    return std::nullopt;
+}
+
+/// True while the next message is of the session that the caller knows. Before it is told of a new one
+/// it gets what the former one left, which is what keeps the link from sending.
+bool Host::mayTake() const
+{
+    const HostLinkCore& core = m_port.core();
+    return sessionChange() != Event::NewSession || core.session() != HostLinkCore::Session::Established
+           || !core.writable(MessageClass::State, 1);
+}
+
+/// The message handed out last has been dealt with: answers to it were sent by now, if to anybody.
+void Host::giveBack()
+{
+    if (m_takenSize > 0) {
+        m_port.core().handled(m_takenClass, std::exchange(m_takenSize, 0), now());
+    }
 }
 
 /// Looked at before each message, so that a talkative module cannot keep a host from ending.

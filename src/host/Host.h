@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "host/HostSystem.h"
@@ -40,15 +41,18 @@ public:
     /// True while messages flow, also over a line that is cut for the moment.
     bool isInSession() const { return m_port.core().session() == HostLinkCore::Session::Established; }
 
-    /// The next event; a message is moved into `message`. Each new session and each end is told
-    /// once, before any message of what follows it.
+    /// The next event; a message goes into `message`. Each new session and each end is told once,
+    /// between the messages before it and those after it.
+    ///
+    /// The module's window for the message opens with the next wait, so answers to it are to be sent
+    /// before that; an answer that belongs to a former session is not taken by send().
     Event receive(ByteArray* message, HostLinkTime deadline);
 
     /// Queues and writes one message; false when it cannot be taken (see HostLinkCore::send).
     bool send(const ByteArray& message);
 
     /// Waits until the module's end of the link has everything. Messages that come meanwhile stay for
-    /// receive(). Never returns Message.
+    /// receive(), and so does what is returned of sessions.
     Event waitAcknowledged(HostLinkTime deadline);
 
     /// Ends the session for good, within 100 ms, and closes the line. What the module sends
@@ -56,16 +60,20 @@ public:
     void goodbye();
 
 private:
-    /// Steps the link; true when something other than a message is to be told.
-    bool news(Event* event);
+    std::optional<Event> step();
+    std::optional<Event> sessionChange() const;
+    bool mayTake() const;
+    void giveBack();
     bool isInterrupted();
     void wait(HostLinkTime deadline);
 
     HostSystem& m_system;
     int m_interrupt;
     bool m_open = true;
-    bool m_endTold = true; ///< the current session's end was told, or there was none yet
-    std::uint64_t m_sessionTold = 0;
+    std::uint64_t m_sessionTold = 0; ///< number of the session that the caller knows
+    std::uint64_t m_endTold = 0;     ///< number of the last session whose end it knows
+    std::size_t m_takenSize = 0;     ///< bytes of the message handed out last, 0 once given back
+    MessageClass m_takenClass{};     ///< and its class
     std::vector<pollfd> m_descriptors;
     HostLinkPort m_port;
 };

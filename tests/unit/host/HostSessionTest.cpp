@@ -280,17 +280,24 @@ TEST_F(HostSessionTest, SetEndsAtOnceWhenTheModuleSaysGoodbye)
     EXPECT_LT(now() - start, 100ms);
 }
 
-TEST_F(HostSessionTest, ReplyOfAnEarlierSessionIsNoReply)
+TEST_F(HostSessionTest, ReplyThatWasSentBeforeTheModuleRestartedCounts)
 {
     session().open();
-    m_module.onMessage = [this, asked = 0](const ByteArray& message) mutable {
-        if (message == kGetMute && ++asked == 1) {
-            m_module.send({0x80, 0x02, 0x00, 0x07, 0xCC, 0x01}, m_module.now());
-            m_module.start(m_module.now());
-        } else {
-            m_module.answer(message);
-        }
-    };
+    onFirst(kSetMute, [this] {
+        m_module.send(kMuteWasSet, m_module.now());
+        m_module.port().step(m_module.now());
+        m_module.start(m_module.now());
+    });
+    EXPECT_EQ(session().request(kSetMute, HostSession::Repeat::Never), kMuteWasSet);
+}
+
+TEST_F(HostSessionTest, ReplyThatWasLostWithItsModuleIsAskedForAgain)
+{
+    session().open();
+    onFirst(kGetMute, [this] {
+        m_module.send({0x80, 0x02, 0x00, 0x07, 0xCC, 0x01}, m_module.now()); // never on the wire
+        m_module.start(m_module.now());
+    });
     EXPECT_EQ(session().request(kGetMute, HostSession::Repeat::Once), kMuteIsNil);
 }
 

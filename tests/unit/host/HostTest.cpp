@@ -152,7 +152,7 @@ TEST_F(HostTest, GoodbyeEndsTheModulesSession)
 {
     Host host(line(), -1, m_system);
     ASSERT_EQ(next(host), Event::NewSession);
-    ASSERT_EQ(m_module.port().core().session(), HostLinkCore::Session::Established);
+    runUntil([this] { return m_module.port().core().session() == HostLinkCore::Session::Established; });
     host.goodbye();
     runUntil([this] { return m_module.port().core().session() == HostLinkCore::Session::Ended; });
     EXPECT_FALSE(host.send(kRequest));
@@ -207,6 +207,41 @@ TEST_F(HostTest, NewSessionIsToldBeforeItsFirstMessage)
     EXPECT_EQ(next(host), Event::NewSession);
     EXPECT_EQ(next(host), Event::Message);
     EXPECT_EQ(m_message, kEvent);
+}
+
+TEST_F(HostTest, FormerSessionsMessagesComeBeforeTheNewSessionIsTold)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    m_module.onMessage = [this](const ByteArray&) {
+        m_module.send(kEvent, m_module.now());
+        m_module.port().step(m_module.now());
+        m_module.start(m_module.now());
+    };
+    host.send(kRequest);
+    ASSERT_EQ(host.waitAcknowledged(m_system.now() + 2s), Event::Acknowledged);
+    runUntil([&] { return host.waitAcknowledged(m_system.now()) == Event::NewSession; });
+    EXPECT_EQ(next(host), Event::Message);
+    EXPECT_EQ(m_message, kEvent);
+    EXPECT_FALSE(host.send({0x80, 0x04})) << "an answer never reaches a peer that did not ask";
+    EXPECT_EQ(next(host), Event::NewSession);
+    EXPECT_TRUE(host.send(kRequest));
+}
+
+TEST_F(HostTest, MessagesComeBeforeTheEndThatFollowedThem)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    m_module.onMessage = [this](const ByteArray&) {
+        m_module.send(kEvent, m_module.now());
+        m_module.send(kEvent, m_module.now());
+        m_module.port().step(m_module.now());
+        m_module.goodbye(m_module.now());
+    };
+    host.send(kRequest);
+    EXPECT_EQ(next(host), Event::Message);
+    EXPECT_EQ(next(host), Event::Message);
+    EXPECT_EQ(next(host), Event::Ended);
 }
 
 TEST_F(HostTest, InterruptEndsAWait)
