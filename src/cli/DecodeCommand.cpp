@@ -50,18 +50,16 @@ bool isDirection(std::string_view column)
            || std::find(std::begin(words), std::end(words), column) != std::end(words);
 }
 
-/// Digits with something between or around them that no hexadecimal digits have: 12.5, [12:30:01].
-bool isTime(std::string_view column)
-{
-    constexpr std::string_view marks = "[]().:,+-TZ";
-    return consistsOf(column, "0123456789[]().:,+-TZs")
-           && column.find_first_of("0123456789") != std::string_view::npos
-           && column.find_first_of(marks) != std::string_view::npos;
-}
-
 bool isNumber(std::string_view column)
 {
     return consistsOf(column, "0123456789");
+}
+
+/// Digits among marks that no hexadecimal digits have: 12.5, 3s, [12:30:01].
+bool isTime(std::string_view column)
+{
+    return consistsOf(column, "0123456789[]().:,+-TZs") && !isNumber(column)
+           && column.find_first_of("0123456789") != std::string_view::npos;
 }
 
 /// How many columns stand before the message: a time, a direction or both. A plain number is a time

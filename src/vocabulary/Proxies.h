@@ -36,9 +36,11 @@ inline constexpr std::array kProxies{
 constexpr bool proxyRowsAgreeWithStates()
 {
     for (std::size_t i = 0; i < kProxies.size(); ++i) {
-        const StateRow* state = findState(kProxies[i].state);
+        // By index: with -fsanitize=undefined, GCC takes no comparison with nullptr for a constant.
+        const std::size_t state = stateIndex(kProxies[i].state);
         const ConversionRow& convert = conversionRow(kProxies[i].convert);
-        if (state == nullptr || state->read != convert.read || state->write != convert.write) {
+        if (state == kStates.size() || kStates[state].read != convert.read
+            || kStates[state].write != convert.write) {
             return false;
         }
         for (std::size_t j = 0; j < i; ++j) {

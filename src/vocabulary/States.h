@@ -40,8 +40,8 @@ constexpr bool statesAscend()
 static_assert(statesAscend(), "each id stands once and in order, so that a row is found by bisection");
 static_assert(kStates.size() == 115);
 
-/// The row of a state, or nullptr for an id without a name.
-constexpr const StateRow* findState(State state)
+/// Where a state's row stands in kStates; kStates.size() for an id without a name.
+constexpr std::size_t stateIndex(State state)
 {
     std::size_t low = 0;
     std::size_t high = kStates.size();
@@ -53,5 +53,12 @@ constexpr const StateRow* findState(State state)
             high = middle;
         }
     }
-    return low < kStates.size() && kStates[low].id == state ? &kStates[low] : nullptr;
+    return low < kStates.size() && kStates[low].id == state ? low : kStates.size();
+}
+
+/// The row of a state, or nullptr for an id without a name.
+constexpr const StateRow* findState(State state)
+{
+    const std::size_t index = stateIndex(state);
+    return index < kStates.size() ? &kStates[index] : nullptr;
 }

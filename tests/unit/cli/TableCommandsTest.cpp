@@ -155,13 +155,13 @@ TEST(DecodeCommand, KeepsTimeAndDirection)
                                             "[10:30:01.250]\thost:\t0002 0009\n"
                                             "1763712000 rx 0002 0009\n"
                                             "2026-11-21T10:30:01Z 00020009\n"
-                                            "-> 0.5 00020009\n");
+                                            "-> 5s 00020009\n");
     EXPECT_EQ(outcome.out, "> MSG_GetState STA_Volume\n"
                            "12.503 < MSG_GetStateResponse STA_Volume=u8:65\n"
                            "[10:30:01.250] host: MSG_GetState STA_Volume\n"
                            "1763712000 rx MSG_GetState STA_Volume\n"
                            "2026-11-21T10:30:01Z MSG_GetState STA_Volume\n"
-                           "-> 0.5 MSG_GetState STA_Volume\n");
+                           "-> 5s MSG_GetState STA_Volume\n");
     EXPECT_EQ(outcome.err, "");
     EXPECT_EQ(outcome.status, Done);
 }

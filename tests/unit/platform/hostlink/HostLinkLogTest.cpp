@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -44,7 +45,14 @@ TEST_F(HostLinkLogTest, WritesWarningsAndErrorsToStderrByDefault)
 TEST_F(HostLinkLogTest, CallsTheSinkFromOneThreadAtATime)
 {
     int lines = 0; // unguarded on purpose: the log is the guard
-    HostLinkLog::setSink([&](Level, const std::string&) { ++lines; });
+    std::atomic<int> inside = 0;
+    std::atomic<int> overlaps = 0;
+    HostLinkLog::setSink([&](Level, const std::string&) {
+        overlaps += inside++ == 0 ? 0 : 1;
+        std::this_thread::yield();
+        ++lines;
+        --inside;
+    });
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
@@ -57,4 +65,5 @@ TEST_F(HostLinkLogTest, CallsTheSinkFromOneThreadAtATime)
         thread.join();
     }
     EXPECT_EQ(lines, 4000);
+    EXPECT_EQ(overlaps, 0);
 }

@@ -57,6 +57,23 @@ TEST(HostLinkPrinter, NamesStatesInListsOfNumbers)
               "MSG_SubscribeResponse STA_HostMicMute 0x7777");
 }
 
+TEST(HostLinkPrinter, NamesStatesInEveryMessageOfTheStateProtocol)
+{
+    for (const MessageId id : {MSG_SetState, MSG_StateChanged, MSG_SetStateResponse, MSG_GetStateResponse}) {
+        HostLinkValueMessage message(id);
+        message.addValueNil(STA_Volume);
+        EXPECT_EQ(HostLinkPrinter::printMessage(message.serialize()),
+                  HostLinkPrinter::printMessageId(id) + " STA_Volume=nil");
+    }
+    for (const MessageId id :
+         {MSG_GetState, MSG_Subscribe, MSG_Unsubscribe, MSG_SubscribeResponse, MSG_UnsubscribeResponse}) {
+        HostLinkUInt16Message message(id);
+        message.addValue(STA_Volume);
+        EXPECT_EQ(HostLinkPrinter::printMessage(message.serialize()),
+                  HostLinkPrinter::printMessageId(id) + " STA_Volume");
+    }
+}
+
 TEST(HostLinkPrinter, PrintsEmptyMessagesByName)
 {
     EXPECT_EQ(HostLinkPrinter::printMessage({0x00, 0x02}), "MSG_GetState");
