@@ -223,6 +223,11 @@ bool HostLinkCore::writable(MessageClass messageClass, std::size_t size) const
     return d->mayQueue(messageClass, size) && d->sender.fits(messageClass, size);
 }
 
+std::size_t HostLinkCore::queuedBytes(MessageClass messageClass) const
+{
+    return d->sender.queuedBytes(messageClass);
+}
+
 bool HostLinkCore::take(ByteArray& message)
 {
     return d->receiver.take(message);

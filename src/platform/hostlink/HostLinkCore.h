@@ -76,6 +76,9 @@ public:
     /// True while send() takes a message of this class and size.
     bool writable(MessageClass messageClass, std::size_t size) const;
 
+    /// Bytes of this class in the send queue, of at most Settings::queueBytes.
+    std::size_t queuedBytes(MessageClass messageClass) const;
+
     /// Moves the next delivered message out, in order within its class; false when there is none.
     /// Its bytes count against the window until handled() is called for it.
     bool take(ByteArray& message);

@@ -29,6 +29,10 @@ public:
     bool fits(MessageClass messageClass, std::size_t size) const;
     bool canHold(MessageClass messageClass, std::size_t size) const;
     void queue(MessageClass messageClass, const ByteArray& message) { queueOf(messageClass).push(message); }
+    std::size_t queuedBytes(MessageClass messageClass) const
+    {
+        return m_queues[index(messageClass)].queuedBytes();
+    }
 
     /// Begins a session from nothing transmitted, with what was queued. Returns the number of messages
     /// that the peer can never hold; they are dropped.

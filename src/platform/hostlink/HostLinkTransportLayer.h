@@ -50,5 +50,5 @@ public:
 
 private:
     struct Private;
-    std::unique_ptr<Private> d;
+    std::shared_ptr<Private> d; ///< shared with the thread, which may be left behind in a stuck device
 };
