@@ -1,0 +1,316 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "e2e/ModuleFixture.h"
+
+namespace
+{
+using Arguments = Program::Arguments;
+
+bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+bool exists(const std::string& file)
+{
+    return std::filesystem::exists(file);
+}
+
+std::string words(const Arguments& arguments)
+{
+    std::string text;
+    for (const std::string& argument : arguments) {
+        text += argument + ' ';
+    }
+    return text;
+}
+
+/// Modules and node commands in one run-time directory.
+class ModuleNode : public RuntimeDirectory
+{
+protected:
+    std::unique_ptr<Program> startModule(const Arguments& more = {})
+    {
+        auto module = std::make_unique<Program>(with({"module"}, more));
+        m_ready = module->waitForLine("");
+        return module;
+    }
+
+    static Arguments with(Arguments arguments, const Arguments& more)
+    {
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return arguments;
+    }
+
+    static ProgramResult node(const Arguments& arguments) { return Program::run(with({"node"}, arguments)); }
+    static std::string get(const std::string& path) { return node({"get", path}).out; }
+
+    std::string file(const std::string& name) const { return directory() + '/' + name; }
+    std::string standard(const std::string& name) const { return file("hostlink/" + name); }
+
+    void write(const std::string& name, const std::string& text) const { std::ofstream(file(name)) << text; }
+
+    std::string m_ready;
+};
+} // namespace
+
+TEST_F(ModuleNode, BareCommandsFindEachOther)
+{
+    const auto module = startModule();
+    EXPECT_EQ(m_ready, "ready link=unix:" + standard("link.socket") + " api=" + standard("api.socket"));
+    EXPECT_EQ(get("VornDeviceNamePath"), "Living Room\n");
+    EXPECT_TRUE(std::filesystem::is_directory(standard("state")));
+}
+
+TEST_F(ModuleNode, EveryPlaceCanBeChosen)
+{
+    const auto module =
+        startModule({"--link", "unix:" + file("l"), "--api", file("a"), "--state-dir", file("s/t")});
+    EXPECT_EQ(m_ready, "ready link=unix:" + file("l") + " api=" + file("a"));
+    EXPECT_TRUE(std::filesystem::is_directory(file("s/t")));
+    EXPECT_TRUE(exists(file("l")));
+    EXPECT_EQ(node({"--api", file("a"), "get", "/player/mute"}).out, "false\n");
+    EXPECT_EQ(node({"get", "--api", file("a"), "/player/mute"}).out, "false\n");
+    EXPECT_FALSE(exists(standard("api.socket")));
+}
+
+TEST_F(ModuleNode, OnlyTheOwnerMayOpenTheApi)
+{
+    const auto module = startModule({"--api", file("a")});
+    struct stat status {
+    };
+    ASSERT_EQ(::stat(file("a").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600);
+}
+
+TEST_F(ModuleNode, ASignalEndsTheModuleAndLeavesNothing)
+{
+    for (const int signal : {SIGTERM, SIGINT}) {
+        const auto module = startModule();
+        module->signal(signal);
+        const ProgramResult end = module->wait();
+        EXPECT_EQ(end.status, 0);
+        EXPECT_EQ(end.out, m_ready + '\n');
+        EXPECT_EQ(end.err, "");
+        EXPECT_FALSE(exists(standard("api.socket")));
+        EXPECT_FALSE(exists(standard("link.socket")));
+    }
+}
+
+TEST_F(ModuleNode, TheSocketsOfAKilledModuleAreTakenOver)
+{
+    const auto killed = startModule();
+    killed->signal(SIGKILL);
+    EXPECT_EQ(killed->wait().status, -SIGKILL);
+    ASSERT_TRUE(exists(standard("api.socket")));
+    ASSERT_TRUE(exists(standard("link.socket")));
+    EXPECT_EQ(node({"list"}).status, 3);
+    const auto module = startModule();
+    EXPECT_EQ(get("VornPlayerMutePath"), "false\n");
+}
+
+TEST_F(ModuleNode, ASecondModuleIsRefused)
+{
+    const auto module = startModule();
+    const ProgramResult sameApi = Program::run({"module", "--link", "unix:" + file("other")});
+    EXPECT_EQ(sameApi.status, 3);
+    EXPECT_EQ(sameApi.out, "");
+    EXPECT_EQ(sameApi.err, "hostlink module: " + standard("api.socket") + " is in use by another module\n");
+    const ProgramResult sameLink = Program::run({"module", "--api", file("other-api")});
+    EXPECT_EQ(sameLink.status, 3);
+    EXPECT_EQ(sameLink.out, "");
+    EXPECT_TRUE(contains(sameLink.err, standard("link.socket"))) << sameLink.err;
+    EXPECT_TRUE(contains(sameLink.err, "somebody else listens there")) << sameLink.err;
+    EXPECT_EQ(get("VornPlayerMutePath"), "false\n");
+}
+
+TEST_F(ModuleNode, WrongUsageOfTheModuleEndsWithTwo)
+{
+    write("bad.json", "{\n\"/n\": 5}");
+    for (const Arguments& arguments : std::vector<Arguments>{
+             Arguments{"--link", "nonsense"}, Arguments{"--log-level", "loud"},
+             Arguments{"--tunnel-port", "65536"}, Arguments{"--tunnel-connections", "-1"},
+             Arguments{"--no-such-option"}, Arguments{"word"}, Arguments{"--profile", file("none.json")},
+             Arguments{"--profile", file("bad.json")}}) {
+        const ProgramResult end = Program::run(with({"module"}, arguments));
+        EXPECT_EQ(end.status, 2) << words(arguments);
+        EXPECT_EQ(end.out, "") << words(arguments);
+        EXPECT_NE(end.err, "") << words(arguments);
+    }
+}
+
+TEST_F(ModuleNode, AMissingPluginEndsWithThree)
+{
+    const ProgramResult end = Program::run({"module", "--plugin", file("none.so")});
+    EXPECT_EQ(end.status, 3);
+    EXPECT_EQ(end.err, "hostlink module: no plug-in at " + file("none.so") + "\n");
+}
+
+TEST_F(ModuleNode, AProfileGivesTheFirstValues)
+{
+    write("p.json", R"({"VornPlayerMutePath": {"bool_": true}, "/my/node": {"string_": "text"}})");
+    const auto module =
+        startModule({"--profile", file("p.json"), "--tunnel-port", "0", "--tunnel-connections", "7"});
+    EXPECT_EQ(get("VornPlayerMutePath"), "true\n");
+    EXPECT_EQ(get("/my/node"), "text\n");
+    EXPECT_EQ(get("VornHostLinkTcpTunnelingConfPath"), "{\"maxOpenConnections\":7,\"port\":0}\n");
+    EXPECT_EQ(node({"get", "VornDeviceNamePath"}).status, 1);
+}
+
+TEST_F(ModuleNode, LogLinesGoToStandardError)
+{
+    const auto module = startModule({"--log-level", "trace"});
+    module->signal(SIGTERM);
+    const ProgramResult end = module->wait();
+    EXPECT_EQ(end.status, 0);
+    EXPECT_EQ(end.out, m_ready + '\n');
+    EXPECT_TRUE(contains(end.err, "TRACE HostLink: ")) << end.err;
+}
+
+TEST_F(ModuleNode, ListsNodes)
+{
+    const auto module = startModule();
+    EXPECT_EQ(node({"list", "/kestalPrime/dirac/stimuliGain/"}).out,
+              "/kestalPrime/dirac/stimuliGain/0\n/kestalPrime/dirac/stimuliGain/1\n"
+              "/kestalPrime/dirac/stimuliGain/2\n/kestalPrime/dirac/stimuliGain/3\n");
+    const std::string all = node({"list"}).out;
+    EXPECT_GT(std::count(all.begin(), all.end(), '\n'), 60);
+    EXPECT_EQ(node({"--json", "list", "/player/mute"}).out, "{\"path\":\"/player/mute\"}\n");
+    EXPECT_EQ(node({"list", "/none"}).status, 0);
+}
+
+TEST_F(ModuleNode, GetsScalarsBareAndOthersAsJson)
+{
+    const auto module = startModule();
+    EXPECT_EQ(get("VornUIDisplayBrightnessPath"), "80\n");
+    EXPECT_EQ(get("VornPlayLogicPlayTimePath"), "73500\n");
+    EXPECT_EQ(get("VornKestalPrimeBtPairedDevicePath"),
+              "{\"address\":\"02:4F:A8:13:C2:9D\",\"name\":\"Anna's phone\"}\n");
+    EXPECT_EQ(node({"--json", "get", "VornUIDisplayBrightnessPath"}).out,
+              "{\"path\":\"VornUIDisplayBrightnessPath\",\"value\":{\"i32_\":80}}\n");
+}
+
+TEST_F(ModuleNode, SetsScalarsWordsAndJson)
+{
+    const auto module = startModule();
+    const auto setTo = [&](const std::string& path, const std::string& value) {
+        const ProgramResult end = node({"set", path, value});
+        EXPECT_EQ(end.status, 0) << end.err;
+        EXPECT_EQ(end.out, "");
+        return get(path);
+    };
+    EXPECT_EQ(setTo("VornUIDisplayBrightnessPath", "-5"), "-5\n");
+    EXPECT_EQ(setTo("VornUIDisplayBrightnessPath", R"({"i32_": 6})"), "6\n");
+    EXPECT_EQ(setTo("VornPlayerMutePath", "true"), "true\n");
+    EXPECT_EQ(setTo("VornPlayLogicPlayTimePath", "9007199254740993"), "9007199254740993\n");
+    EXPECT_EQ(setTo("VornDeviceNamePath", R"("Café")"), "Café\n");
+    EXPECT_EQ(setTo("VornDeviceNamePath", "Kitchen upstairs"), "Kitchen upstairs\n");
+    EXPECT_EQ(setTo("VornDeviceNamePath", "42"), "42\n");
+    EXPECT_EQ(setTo("VornKestalPrimeBtPairedDevicePath", "{}"), "{}\n");
+    EXPECT_EQ(node({"--json", "set", "VornPlayerMutePath", "false"}).out,
+              "{\"path\":\"VornPlayerMutePath\",\"value\":false}\n");
+}
+
+TEST_F(ModuleNode, ARefusalEndsWithOne)
+{
+    const auto module = startModule();
+    EXPECT_EQ(node({"set", "VornUIDisplayBrightnessPath", "true"}).status, 1);
+    EXPECT_EQ(node({"set", "VornUIDisplayBrightnessPath", "true"}).err,
+              "hostlink node: /ui/displayBrightness takes i32, not true\n");
+    EXPECT_EQ(node({"get", "/player/mut"}).err,
+              "hostlink node: no node at /player/mut; did you mean /player/mute?\n");
+    EXPECT_EQ(node({"get", "/player/mut"}).status, 1);
+    EXPECT_EQ(node({"set", "VornPlayerMutPath", "true"}).status, 1);
+    EXPECT_TRUE(contains(node({"set", "VornPlayerMutPath", "true"}).err, "did you mean VornPlayerMutePath"));
+    EXPECT_EQ(node({"get", "VornSystemManagerFactoryResetPath"}).status, 1);
+    EXPECT_EQ(node({"invoke", "VornPlayerMutePath", "{}"}).status, 1);
+    EXPECT_EQ(get("VornUIDisplayBrightnessPath"), "80\n");
+}
+
+TEST_F(ModuleNode, WrongUsageOfNodeEndsWithTwo)
+{
+    const auto module = startModule();
+    for (const Arguments& arguments : std::vector<Arguments>{
+             Arguments{}, Arguments{"get"}, Arguments{"set", "/player/mute"}, Arguments{"unknown"},
+             Arguments{"get", "/player/mute", "more"}, Arguments{"set", "/player/mute", "maybe"},
+             Arguments{"set", "/player/mute", "{\"bool_\":"}, Arguments{"invoke", "/player/mute", "{"},
+             Arguments{"invoke", "/player/mute", "5"}, Arguments{"--wrong", "list"}}) {
+        const ProgramResult end = node(arguments);
+        EXPECT_EQ(end.status, 2) << words(arguments);
+        EXPECT_EQ(end.out, "") << words(arguments);
+        EXPECT_NE(end.err, "") << words(arguments);
+    }
+    EXPECT_EQ(get("/player/mute"), "false\n");
+}
+
+TEST_F(ModuleNode, WithoutAModuleNodeEndsWithThree)
+{
+    const ProgramResult end = node({"--api", file("none"), "get", "/player/mute"});
+    EXPECT_EQ(end.status, 3);
+    EXPECT_EQ(end.err,
+              "hostlink node: no module answers at " + file("none") + ": No such file or directory\n");
+}
+
+TEST_F(ModuleNode, InvokesANode)
+{
+    const auto module = startModule();
+    const ProgramResult end = node({"invoke", "VornSystemManagerFactoryResetPath", "{}"});
+    EXPECT_EQ(end.status, 0) << end.err;
+    EXPECT_EQ(end.out, "");
+    EXPECT_EQ(node({"--json", "invoke", "VornSystemManagerFactoryResetPath", R"({"a": 1})"}).out,
+              "{\"path\":\"VornSystemManagerFactoryResetPath\",\"result\":null}\n");
+    module->signal(SIGTERM);
+    EXPECT_TRUE(contains(module->wait().err, "WARN  Services.SystemManager: factory reset requested\n"));
+}
+
+TEST_F(ModuleNode, WatchPrintsTheValueThenEachChangeUntilASignal)
+{
+    const auto module = startModule();
+    Program watch({"node", "watch", "VornUIDisplayBrightnessPath"});
+    watch.waitForLine("80");
+    node({"set", "/ui/displayBrightness", "81"});
+    watch.waitForLine("81");
+    node({"set", "/ui/displayBrightness", "81"});
+    node({"set", "/ui/displayBrightness", "82"});
+    watch.waitForLine("82");
+    watch.signal(SIGINT);
+    const ProgramResult end = watch.wait();
+    EXPECT_EQ(end.status, 0);
+    EXPECT_EQ(end.out, "80\n81\n82\n");
+    EXPECT_EQ(end.err, "");
+}
+
+TEST_F(ModuleNode, WatchPrintsRecords)
+{
+    const auto module = startModule();
+    Program watch({"node", "--json", "watch", "/ui/displayBrightness"});
+    watch.waitForLine(R"({"path":"/ui/displayBrightness","value":{"i32_":80}})");
+    node({"set", "/ui/displayBrightness", "81"});
+    watch.waitForLine(R"({"path":"/ui/displayBrightness","previous":{"i32_":80},"value":{"i32_":81}})");
+    watch.signal(SIGTERM);
+    EXPECT_EQ(watch.wait().status, 0);
+}
+
+TEST_F(ModuleNode, WatchEndsWithThreeWhenTheModuleGoesAway)
+{
+    const auto module = startModule();
+    Program watch({"node", "watch", "VornUIDisplayBrightnessPath"});
+    watch.waitForLine("80");
+    module->signal(SIGKILL);
+    const ProgramResult end = watch.wait();
+    EXPECT_EQ(end.status, 3);
+    EXPECT_EQ(end.err, "hostlink node: the module went away\n");
+}
+
+TEST_F(ModuleNode, AWorkerOfAnotherPluginIsRun)
+{
+    const auto module = startModule({"--plugin", LAB_WORKER});
+    EXPECT_EQ(get("VornPlayerMutePath"), "false\n");
+}
