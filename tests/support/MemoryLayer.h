@@ -55,7 +55,7 @@ private:
         bool gone[2] = {false, false}; ///< the side sends no more
     };
 
-    class End : public HostLinkPhysicalLayer
+    class End final : public HostLinkPhysicalLayer
     {
     public:
         End(std::shared_ptr<MemoryLine> line, int side)

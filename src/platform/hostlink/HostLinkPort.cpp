@@ -68,6 +68,7 @@ void HostLinkPort::step(HostLinkTime now)
 void HostLinkPort::receive(HostLinkTime now, Lock* released)
 {
     Lock* const lock = m_layer->blocks() ? released : nullptr;
+    followLine(now);
     const std::size_t size = readAll(now, lock);
     followLine(now);
     if (size > 0 && now < std::min(m_serviceAt, m_layer->nextService())) {
