@@ -139,6 +139,7 @@ void HostLinkCore::receive(const std::uint8_t* bytes, std::size_t size, HostLink
     if (!d->lineIsUp || d->closed) {
         return;
     }
+    d->sender.heard(size, now);
     const std::uint8_t* const end = bytes + size;
     for (;;) {
         const HostLinkFrameDecoder::Result result = d->decoder.next(bytes, end);
@@ -164,6 +165,7 @@ HostLinkCore::Bytes HostLinkCore::transmit(HostLinkTime now)
     if (d->closed) {
         return d->goodbyeDue ? d->transmitGoodbye(now) : Bytes{nullptr, 0};
     }
+    d->sender.lineFree(now);
     d->checkTimers(now);
     if (d->helloDue) {
         return d->transmitHello(now);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/hostlink/HostLinkFrame.h"
+
 void HostLinkReceiveWindow::beginSession()
 {
     m_inUse -= m_partial.size();
@@ -60,7 +62,7 @@ bool HostLinkReceiveWindow::takeQuantum()
 
 bool HostLinkReceiveWindow::grantDue() const
 {
-    if (m_free == 0 || m_credit >= m_window / 2) {
+    if (m_free == 0 || m_credit >= std::max(m_window / 2, HostLinkFrame::kMaxPayload)) {
         return false;
     }
     return m_free >= m_window / 8 || m_inUse == m_partial.size();

@@ -90,6 +90,34 @@ void HostLinkSender::acknowledged(std::uint8_t nextExpected, HostLinkTime now)
     if (m_acknowledged == m_cursor) {
         m_timer.stop();
     } else {
+        startTimer(now);
+    }
+}
+
+void HostLinkSender::startTimer(HostLinkTime now)
+{
+    m_timer.start(now);
+    m_heardBytes = 0;
+}
+
+void HostLinkSender::lineFree(HostLinkTime now)
+{
+    if (m_onWire) {
+        return;
+    }
+    m_onWire = true;
+    if (m_timing && m_timed + 1 == m_cursor) {
+        m_timedAt = now;
+    }
+    if (m_acknowledged != m_cursor) {
+        startTimer(now);
+    }
+}
+
+void HostLinkSender::heard(std::size_t bytes, HostLinkTime now)
+{
+    m_heardBytes += bytes;
+    if (m_acknowledged != m_cursor && m_heardBytes <= 2 * HostLinkFrame::kMaxEncoded) {
         m_timer.start(now);
     }
 }
@@ -125,7 +153,8 @@ bool HostLinkSender::expired()
 
 HostLinkFrame HostLinkSender::repeat(HostLinkTime now)
 {
-    m_timer.start(now);
+    startTimer(now);
+    m_onWire = false;
     return frameOf(m_cursor++);
 }
 
@@ -164,7 +193,8 @@ HostLinkFrame HostLinkSender::number(HostLinkTime now)
         m_timed = m_next;
         m_timedAt = now;
     }
-    m_timer.start(now);
+    startTimer(now);
+    m_onWire = false;
     ++m_cursor;
     return frameOf(m_next++);
 }

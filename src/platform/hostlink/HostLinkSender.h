@@ -72,6 +72,13 @@ public:
 
     bool allAcknowledged(MessageClass messageClass) const;
 
+    /// The line can take a frame: what was transmitted before is on the wire by now.
+    void lineFree(HostLinkTime now);
+
+    /// Bytes came in. What the peer was sending when a frame reached it, and the frame behind that, are
+    /// on the wire before its acknowledgement.
+    void heard(std::size_t bytes, HostLinkTime now);
+
     /// When the peer should have acknowledged; expired() then goes back, or is false when that was tried
     /// often enough.
     HostLinkTime deadline() const { return m_timer.deadline(); }
@@ -94,6 +101,7 @@ private:
     HostLinkFrame number(HostLinkTime now);
     HostLinkFrame frameOf(std::uint32_t number);
     void release(std::uint32_t count);
+    void startTimer(HostLinkTime now);
     void restartNumbers();
 
     HostLinkSendQueue m_queues[2];
@@ -112,4 +120,6 @@ private:
     bool m_timing = false; ///< m_timed, sent once at m_timedAt, measures the round trip
     std::uint32_t m_timed = 0;
     HostLinkTime m_timedAt;
+    bool m_onWire = true;         ///< the latest frame was transmitted before the line was free again
+    std::size_t m_heardBytes = 0; ///< since then, or since the peer made progress
 };
