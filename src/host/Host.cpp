@@ -30,7 +30,8 @@ Host::Event Host::receive(ByteArray* message, HostLinkTime deadline)
 {
     giveBack();
     for (;;) {
-        if (const auto obstacle = step()) {
+        m_port.step(now());
+        if (const auto obstacle = this->obstacle()) {
             return *obstacle;
         }
         if (mayTake() && m_port.core().take(*message)) {
@@ -60,14 +61,15 @@ Host::Event Host::waitAcknowledged(HostLinkTime deadline)
 {
     giveBack();
     for (;;) {
-        if (const auto obstacle = step()) {
-            return *obstacle;
-        }
+        m_port.step(now());
         if (const auto change = sessionChange()) {
             return *change;
         }
         if (allAcknowledged(m_port.core())) {
             return Event::Acknowledged;
+        }
+        if (const auto obstacle = this->obstacle()) {
+            return *obstacle;
         }
         if (now() >= deadline) {
             return Event::TimedOut;
@@ -92,10 +94,9 @@ void Host::goodbye()
     m_port.close();
 }
 
-/// Steps the link; what keeps the caller from going on, if anything does.
-std::optional<Host::Event> Host::step()
+/// What keeps the caller from going on, if anything does.
+std::optional<Host::Event> Host::obstacle()
 {
-    m_port.step(now());
     if (isInterrupted()) {
         return Event::Interrupted;
     }

@@ -52,7 +52,8 @@ public:
     bool send(const ByteArray& message);
 
     /// Waits until the module's end of the link has everything. Messages that come meanwhile stay for
-    /// receive(), and so does what is returned of sessions.
+    /// receive(), and so does what is returned of sessions. An interrupt that comes when all is
+    /// acknowledged is left to others.
     Event waitAcknowledged(HostLinkTime deadline);
 
     /// Ends the session for good, within 100 ms, and closes the line. What the module sends
@@ -60,7 +61,7 @@ public:
     void goodbye();
 
 private:
-    std::optional<Event> step();
+    std::optional<Event> obstacle();
     std::optional<Event> sessionChange() const;
     bool mayTake() const;
     void giveBack();

@@ -254,6 +254,8 @@ TEST_F(HostTest, InterruptEndsAWait)
     const HostLinkTime start = m_system.now();
     EXPECT_EQ(next(host), Event::Interrupted);
     EXPECT_EQ(next(host), Event::Interrupted) << "until somebody reads it";
+    EXPECT_EQ(host.waitAcknowledged(m_system.now() + 1s), Event::Acknowledged) << "nothing was sent";
+    host.send(kRequest);
     EXPECT_EQ(host.waitAcknowledged(m_system.now() + 1s), Event::Interrupted);
     EXPECT_EQ(m_system.now(), start);
     host.goodbye();
