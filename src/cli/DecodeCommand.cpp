@@ -143,6 +143,9 @@ void addDecodeCommand(CLI::App& app, int* status)
         "Each line holds one message as pairs of hexadecimal digits, blanks between them allowed,\n"
         "behind a time (12.5, 10:30:01.250) and a direction (>, <-, rx, host) where there are any;\n"
         "blank lines and lines that begin with # are passed over. A line that cannot be read is\n"
-        "named on standard error and left out; the exit status is then 1.");
+        "named on standard error and left out; the exit status is then 1.\n\n"
+        "Examples:\n"
+        "  hostlink decode trace.txt\n"
+        "  hostlink host send 00020007 | hostlink decode");
     command->callback([file, status] { *status = file->empty() ? decode(std::cin) : decodeFile(*file); });
 }
