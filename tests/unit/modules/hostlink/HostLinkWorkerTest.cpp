@@ -1,0 +1,122 @@
+#include <QMetaMethod>
+
+#include "support/WorkerFixture.h"
+#include "vocabulary/Proxies.h"
+
+namespace
+{
+
+using Layer = HostLinkPhysicalLayer;
+
+TEST_F(WorkerFixture, OpensTheLinkWithItsFixedSettings)
+{
+    ASSERT_TRUE(m_linkProperties);
+    EXPECT_EQ(m_linkProperties->string(Layer::Device), "/dev/i2c-3");
+    EXPECT_EQ(m_linkProperties->integer(Layer::InterruptLine), 7);
+    EXPECT_EQ(m_linkProperties->integer(Layer::Address), 0x77);
+    EXPECT_EQ(m_linkProperties->integer(Layer::BusTimeout), 1000);
+    EXPECT_EQ(m_linkProperties->integer(Layer::BitRate), 115200);
+    EXPECT_EQ(m_linkProperties->string(Layer::Parity), "none");
+    EXPECT_EQ(m_linkProperties->integer(Layer::StopBits), 1);
+    EXPECT_EQ(m_linkProperties->integer(Layer::MaxTransfer), 64);
+}
+
+TEST_F(WorkerFixture, LeavesTheResetLineAtTheDefaultOfTheLayer)
+{
+    EXPECT_FALSE(m_linkProperties->integer(Layer::ResetLine));
+    EXPECT_FALSE(m_linkProperties->string(Layer::ResetLine));
+    EXPECT_FALSE(m_linkProperties->integer(Layer::Listen));
+}
+
+TEST_F(LinkFixture, NoKeyOfTheConfigurationChangesTheLink)
+{
+    const QVariantHash config{{"device", "/dev/other"}, {"address", 1}, {"", QVariant()}};
+    {
+        const CMHostLinkWorker worker(config);
+        EXPECT_EQ(worker.config(), config);
+        HostLinkTransportLayer::stopAll();
+    }
+    EXPECT_EQ(m_linkProperties->string(Layer::Device), "/dev/i2c-3");
+    EXPECT_EQ(m_linkProperties->integer(Layer::Address), 119);
+}
+
+TEST_F(WorkerFixture, TracesItsConstruction)
+{
+    const std::vector<std::string> traces = m_log.traces();
+    const std::vector<std::string> expected{
+        "Enter CMHostLinkWorker::CMHostLinkWorker(const QVariantHash&): Initialising worker",
+        "Enter void CMHostLinkWorker::registerProxies()",
+        "Leave void CMHostLinkWorker::registerProxies()",
+        "Leave CMHostLinkWorker::CMHostLinkWorker(const QVariantHash&)",
+    };
+    EXPECT_EQ(traces, expected);
+}
+
+TEST_F(WorkerFixture, NoStateIsClaimedTwice)
+{
+    EXPECT_EQ(m_log.errors(), std::vector<std::string>());
+    EXPECT_EQ(m_worker->m_proxies.size(), static_cast<int>(kProxies.size()));
+}
+
+TEST_F(WorkerFixture, HandlesMessagesItselfLast)
+{
+    ASSERT_FALSE(m_worker->m_handlers.isEmpty());
+    EXPECT_EQ(m_worker->m_handlers.last(), static_cast<HostLinkMessageHandler*>(m_worker.get()));
+}
+
+TEST_F(WorkerFixture, ItsSlotsStandInTheirOrder)
+{
+    const QMetaObject& meta = CMHostLinkWorker::staticMetaObject;
+    std::vector<std::string> methods;
+    for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+        EXPECT_EQ(meta.method(i).methodType(), QMetaMethod::Slot);
+        methods.push_back(meta.method(i).methodSignature().toStdString());
+    }
+    const std::vector<std::string> expected{
+        "on_proxy_changed(QList<State>)",
+        "on_message_received(QByteArray)",
+        "on_tarkoFactoryReset()",
+    };
+    EXPECT_EQ(methods, expected);
+}
+
+TEST_F(LinkFixture, AMessageThatWaitsForTheWorkerIsAnsweredOnceItIsComplete)
+{
+    ASSERT_NE(m_host->send(numbers(MSG_GetState, {STA_ProcModeSubMode, 0x7777})), 0);
+    const CMHostLinkWorker worker{QVariantHash()};
+    EXPECT_EQ(receive(), "MSG_GetStateResponse STA_ProcModeSubMode=u8:0 0x7777=nil");
+    HostLinkTransportLayer::stopAll();
+}
+
+TEST_F(WorkerFixture, SendMessageGivesTheResultOfTheTransport)
+{
+    const HostLinkValueMessage message(MSG_StateChanged);
+    EXPECT_NE(m_worker->sendMessage(message), 0);
+    EXPECT_EQ(receive(), "MSG_StateChanged");
+    m_worker->m_transport->stop();
+    EXPECT_EQ(m_worker->sendMessage(message), 0);
+}
+
+TEST_F(WorkerFixture, ItsOwnShutdownDoesNothing)
+{
+    m_worker->shutdown();
+    EXPECT_TRUE(nothingSent());
+}
+
+TEST_F(WorkerFixture, DestructionSendsNothingThoughItsNodesGoAway)
+{
+    CMValueNode::create(m_worker->nodes(), VornPlayerMutePath())->setValue(VornValue().setBool(true));
+    EXPECT_EQ(ask(numbers(MSG_Subscribe, {STA_Mute})), "MSG_SubscribeResponse STA_Mute");
+    EXPECT_EQ(receive(), "MSG_StateChanged STA_Mute=u8:1");
+    m_log.clear();
+
+    HostLinkTransportLayer* transport = m_worker->m_transport;
+    m_worker.reset();
+
+    EXPECT_TRUE(m_log.lines().empty());
+    const HostLinkUInt16Message last(MSG_GetState);
+    ASSERT_NE(transport->send(last.serialize()), 0);
+    EXPECT_EQ(receive(), "MSG_GetState");
+}
+
+} // namespace

@@ -1,0 +1,188 @@
+#include <QMetaMethod>
+#include <QPointer>
+
+#include "support/WorkerFixture.h"
+#include "vocabulary/Proxies.h"
+
+namespace
+{
+
+using Texts = std::vector<std::string>;
+
+constexpr auto kFirst = State(0x7001);
+constexpr auto kSecond = State(0x7002);
+constexpr auto kUnknown = State(0x7003);
+
+/// Answers a fixed byte for its states, or what ValueProxy answers by default.
+class FixedProxy : public ValueProxy
+{
+public:
+    FixedProxy(QList<State> states, std::optional<std::uint8_t> byte, QObject* parent)
+        : ValueProxy(parent), m_states(std::move(states)), m_byte(byte)
+    {
+    }
+
+    void getValue(State state, HostLinkValueMessage* reply) override
+    {
+        if (m_byte) {
+            reply->addValueUint8(state, *m_byte);
+        } else {
+            ValueProxy::getValue(state, reply);
+        }
+    }
+    QList<State> states() const override
+    {
+        ++m_statesAsked;
+        return m_states;
+    }
+
+    mutable int m_statesAsked = 0;
+
+private:
+    QList<State> m_states;
+    std::optional<std::uint8_t> m_byte;
+};
+
+class RegistryTest : public WorkerFixture
+{
+protected:
+    FixedProxy* add(const QList<State>& states, std::optional<std::uint8_t> byte)
+    {
+        auto* proxy = new FixedProxy(states, byte, m_worker.get());
+        m_worker->addProxy(proxy);
+        return proxy;
+    }
+
+    static HostLinkValueMessage setBytes(std::initializer_list<State> states)
+    {
+        HostLinkValueMessage message(MSG_SetState);
+        for (const State state : states) {
+            message.addValueUint8(state, 1);
+        }
+        return message;
+    }
+};
+
+TEST_F(RegistryTest, TheFirstProxyOfAStateKeepsIt)
+{
+    add({kFirst}, 1);
+    m_log.clear();
+    add({kFirst, kSecond}, 2);
+    EXPECT_EQ(m_log.errors(), Texts{"State: 28673 is already handled"});
+    EXPECT_EQ(ask(numbers(MSG_GetState, {kFirst, kSecond})), "MSG_GetStateResponse 0x7001=u8:1 0x7002=u8:2");
+}
+
+TEST_F(RegistryTest, AProxyThatListsAStateTwiceOwnsItOnce)
+{
+    m_log.clear();
+    add({kFirst, kFirst}, 1);
+    EXPECT_EQ(m_log.errors(), Texts{"State: 28673 is already handled"});
+    EXPECT_EQ(ask(numbers(MSG_GetState, {kFirst})), "MSG_GetStateResponse 0x7001=u8:1");
+}
+
+TEST_F(RegistryTest, AProxyIsAskedForItsStatesOnce)
+{
+    EXPECT_EQ(add({kFirst, kSecond}, 1)->m_statesAsked, 1);
+}
+
+TEST_F(RegistryTest, AProxyWithoutOwnWaysAnswersNilAndRefuses)
+{
+    add({kFirst}, std::nullopt);
+    EXPECT_EQ(ask(numbers(MSG_GetState, {kFirst})), "MSG_GetStateResponse 0x7001=nil");
+    EXPECT_EQ(ask(setBytes({kFirst})), "MSG_SetStateResponse 0x7001=u8:0");
+}
+
+TEST_F(RegistryTest, AnUnknownStateBetweenTwoServedOnesIsNil)
+{
+    add({kFirst, kSecond}, 5);
+    EXPECT_EQ(ask(numbers(MSG_GetState, {kFirst, kUnknown, kSecond})),
+              "MSG_GetStateResponse 0x7001=u8:5 0x7003=nil 0x7002=u8:5");
+    EXPECT_EQ(ask(setBytes({kFirst, kUnknown, kSecond})),
+              "MSG_SetStateResponse 0x7001=u8:0 0x7003=nil 0x7002=u8:0");
+}
+
+TEST_F(RegistryTest, SeveralChangedStatesAreOneEvent)
+{
+    FixedProxy* proxy = add({kFirst, kSecond, kUnknown}, 5);
+    ask(numbers(MSG_Subscribe, {kFirst, kSecond}));
+    receive();
+    m_log.clear();
+    emit proxy->valueChanged({kSecond, kUnknown, kFirst});
+    EXPECT_EQ(receive(), "MSG_StateChanged 0x7002=u8:5 0x7001=u8:5");
+    EXPECT_EQ(m_log.traces().front(), "Enter void CMHostLinkWorker::on_proxy_changed(const QList<State>&): "
+                                      "0x7002, 0x7003, 0x7001");
+    EXPECT_TRUE(nothingSent());
+}
+
+TEST_F(RegistryTest, AProxyWhoseStatesWereAllTakenIsStillHeard)
+{
+    add({kFirst}, 1);
+    FixedProxy* silent = add({kFirst}, 2);
+    ask(numbers(MSG_Subscribe, {kFirst}));
+    receive();
+    emit silent->valueChanged({kFirst});
+    EXPECT_EQ(receive(), "MSG_StateChanged 0x7001=u8:1");
+}
+
+TEST_F(RegistryTest, ValueChangedIsTheOnlyMetaMethodOfAProxy)
+{
+    const QMetaObject& meta = ValueProxy::staticMetaObject;
+    ASSERT_EQ(meta.methodCount() - meta.methodOffset(), 1);
+    EXPECT_EQ(meta.method(meta.methodOffset()).methodSignature(), "valueChanged(QList<State>)");
+    EXPECT_EQ(meta.method(meta.methodOffset()).methodType(), QMetaMethod::Signal);
+}
+
+TEST_F(RegistryTest, ProxiesGoWithTheWorker)
+{
+    const QPointer<ValueProxy> proxy = add({kFirst}, 1);
+    HostLinkTransportLayer::stopAll();
+    m_worker.reset();
+    EXPECT_TRUE(proxy.isNull());
+}
+
+TEST_F(RegistryTest, EachGenericStateReachesAProxyOfItsOwn)
+{
+    QSet<ValueProxy*> proxies;
+    for (const ProxyRow& row : kProxies) {
+        ValueProxy* proxy = m_worker->m_proxies.value(row.state);
+        ASSERT_NE(proxy, nullptr);
+        EXPECT_EQ(proxy->states(), QList<State>{row.state});
+        EXPECT_EQ(proxy->parent(), m_worker.get());
+        proxies.insert(proxy);
+    }
+    EXPECT_EQ(proxies.size(), 67);
+}
+
+TEST_F(RegistryTest, OneNodeIsServedAsAWordAndAsAByte)
+{
+    createNode(VornKestalPrimeHostUpgradeStatusPath(), VornValue().setI32(300));
+    EXPECT_EQ(ask(numbers(MSG_GetState, {STA_HostUpgradeStatusU32, STA_HostUpgradeStatus})),
+              "MSG_GetStateResponse STA_HostUpgradeStatusU32=u32:300 STA_HostUpgradeStatus=u8:44");
+}
+
+TEST_F(RegistryTest, AChangeOfASharedNodeIsAnEventOfEachOfItsStates)
+{
+    CMValueNode* name = createNode(VornDeviceNamePath(), VornValue().setString("a"));
+    ask(numbers(MSG_Subscribe, {STA_DeviceName, STA_BtDeviceName}));
+    receive();
+    name->setValue(VornValue().setString("b"));
+    EXPECT_EQ(receive(), "MSG_StateChanged STA_DeviceName=str:\"b\"");
+    EXPECT_EQ(receive(), "MSG_StateChanged STA_BtDeviceName=str:\"b\"");
+    EXPECT_TRUE(nothingSent());
+}
+
+TEST_F(RegistryTest, ThePlayTimeIsReadBelowThePlayerInstance)
+{
+    createNode(CMPath("/player/instance/playTime"), VornValue().setI64(1234567890123));
+    EXPECT_EQ(ask(numbers(MSG_GetState, {STA_PlayTime})),
+              "MSG_GetStateResponse STA_PlayTime=i64:1234567890123");
+}
+
+TEST_F(RegistryTest, StatesOfProxiesThatAreLeftOutAreNil)
+{
+    EXPECT_EQ(ask(numbers(MSG_GetState, {STA_SystemUp, 33, 37, 46, 47})),
+              "MSG_GetStateResponse STA_SystemUp=nil STA_CastAssistantState=nil STA_AvsState=nil "
+              "STA_CastChannelSelection=nil STA_CastMultichannelStatus=nil");
+}
+
+} // namespace
