@@ -137,7 +137,7 @@ bool serviceUntil(std::initializer_list<HostLinkPhysicalLayer*> layers, Predicat
             layer->waitOn(descriptors, false);
             due = std::min(due, layer->nextService());
         }
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - now).count();
-        ::poll(descriptors.data(), descriptors.size(), int(std::max<long>(left, 0)));
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(std::max(due, now) - now);
+        ::poll(descriptors.data(), descriptors.size(), int(left.count()));
     }
 }

@@ -56,7 +56,8 @@ private:
 
 void pollUntil(std::vector<pollfd>& descriptors, HostLinkTime until)
 {
-    const auto left = std::max(until - HostLinkClock::now(), HostLinkDuration::zero());
+    const HostLinkTime now = HostLinkClock::now();
+    const HostLinkDuration left = std::max(until, now) - now;
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
     timespec limit{};
     limit.tv_sec = time_t(seconds.count());
