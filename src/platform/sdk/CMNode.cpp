@@ -41,7 +41,7 @@ void CMValueNode::setValue(const VornValue& value)
         return;
     }
     m_value = value;
-    if (!m_type && !m_value.isEmpty()) {
+    if (!m_type) { // the first value that is not empty, for that one would have been equal
         m_type = m_value.type();
     }
     CMTree::instance().notify(path()); // last: a handler may destroy this node

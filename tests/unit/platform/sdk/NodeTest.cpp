@@ -63,7 +63,7 @@ TEST(Node, CarriesItsPermission)
     EXPECT_EQ(node->permission(), 9999);
 }
 
-TEST(Node, ListIsSortedAndFiltered)
+TEST(Node, ListHasTheNodesOfAllOwnersAndNoMereWatchers)
 {
     CMNodes nodes;
     CMNodes others;
@@ -75,6 +75,17 @@ TEST(Node, ListIsSortedAndFiltered)
     EXPECT_EQ(CMNodes::list("/list/b"), QStringList{"/list/b"});
     EXPECT_EQ(CMNodes::list("/nothing"), QStringList());
     EXPECT_TRUE(CMNodes::list().contains("/list/c"));
+}
+
+TEST(Node, ListIsSorted)
+{
+    CMNodes nodes;
+    QStringList expected;
+    for (int i = 199; i >= 100; --i) { // enough to stand in another order in any hash
+        CMValueNode::create(&nodes, CMPath(QStringLiteral("/list/%1").arg(i)));
+        expected.prepend(QStringLiteral("/list/%1").arg(i));
+    }
+    EXPECT_EQ(CMNodes::list("/list/"), expected);
 }
 
 TEST(Node, GoesWithItsOwner)

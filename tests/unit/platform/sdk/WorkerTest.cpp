@@ -303,6 +303,18 @@ TEST_F(WorkerTest, SubtreeGoesWithItsOwner)
     EXPECT_EQ(asked, 0);
 }
 
+TEST_F(WorkerTest, SubtreeOwnerMayGoWhileItIsAsked)
+{
+    auto nodes = std::make_unique<CMNodes>();
+    QString asked;
+    nodes->ownSubtree(CMPath(QStringLiteral("/test/subtree")), [&nodes, &asked](const CMPath& path) {
+        nodes.reset();
+        asked = path.toString();
+    });
+    EXPECT_EQ(write(CMPath(QStringLiteral("/test/subtree/a")), i32(1)).code(), CMError::NoSuchNode);
+    EXPECT_EQ(asked, "/test/subtree/a");
+}
+
 TEST_F(WorkerTest, NodesWorkerKeepsItsNameAndConfiguration)
 {
     const QVariantHash config{{"key", 5}};
