@@ -5,7 +5,8 @@
 
 #include <algorithm>
 
-#include "unit/host/SimulatedModule.h"
+#include "support/ScriptedModule.h"
+#include "unit/host/SimulatedSystem.h"
 
 using namespace std::chrono_literals;
 
@@ -80,7 +81,7 @@ protected:
 
     SocketDirectory m_directory;
     SimulatedSystem m_system;
-    SimulatedModule m_module{m_directory.socket()};
+    ScriptedModule m_module{m_directory.socket()};
     int m_interrupt = -1;
     std::optional<Host> m_host;
     std::optional<HostSession> m_session;

@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "unit/host/SimulatedModule.h"
+#include "support/ScriptedModule.h"
+#include "unit/host/SimulatedSystem.h"
 
 using namespace std::chrono_literals;
 
@@ -48,7 +49,7 @@ protected:
 
     SocketDirectory m_directory;
     SimulatedSystem m_system;
-    SimulatedModule m_module{m_directory.socket()};
+    ScriptedModule m_module{m_directory.socket()};
     ByteArray m_message;
 };
 } // namespace

@@ -1,15 +1,10 @@
 #pragma once
 
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "host/HostSystem.h"
 #include "platform/hostlink/HostLinkPort.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
@@ -22,12 +17,12 @@ inline HostLinkPhysicalLayer::Properties unixLine(const std::string& path, bool 
     return properties;
 }
 
-/// The module's end of a link over a Unix socket, stepped by the test. It knows no states: it answers
+/// The module's end of a link over a Unix socket, stepped by a test. It knows no states: it answers
 /// requests for them with Nil and everything else as `onMessage` says.
-class SimulatedModule
+class ScriptedModule
 {
 public:
-    explicit SimulatedModule(std::string path) : m_path(std::move(path)) {}
+    explicit ScriptedModule(std::string path) : m_path(std::move(path)) {}
 
     /// Starts, or starts anew as after a crash.
     void start(HostLinkTime now)
@@ -88,42 +83,4 @@ private:
     const std::string m_path;
     HostLinkTime m_now{};
     std::optional<HostLinkPort> m_port;
-};
-
-/// Simulated time: whenever a host waits, the others on its link are stepped and a millisecond passes.
-class SimulatedSystem : public HostSystem
-{
-public:
-    HostLinkTime now() override { return m_now; }
-
-    void wait(std::vector<pollfd>& descriptors, HostLinkTime until) override
-    {
-        if (until > m_now) {
-            onWait();
-            m_now = std::min<HostLinkTime>(until, m_now + std::chrono::milliseconds(1));
-        }
-        ::poll(descriptors.data(), descriptors.size(), 0);
-    }
-
-    std::function<void()> onWait = [] {};
-
-private:
-    HostLinkTime m_now = HostLinkTime() + std::chrono::hours(1);
-};
-
-/// A directory for the socket of one test.
-class SocketDirectory
-{
-public:
-    SocketDirectory()
-    {
-        char pattern[] = "/tmp/host-test-XXXXXX";
-        m_path = mkdtemp(pattern);
-    }
-    ~SocketDirectory() { std::filesystem::remove_all(m_path); }
-
-    std::string socket() const { return m_path + "/link.socket"; }
-
-private:
-    std::string m_path;
 };
