@@ -137,15 +137,16 @@ ExitStatus decodeFile(const std::string& name)
 void addDecodeCommand(CLI::App& app, int* status)
 {
     const auto file = std::make_shared<std::string>();
-    CLI::App* command = app.add_subcommand("decode", "print recorded messages as readable text");
+    CLI::App* command = app.add_subcommand("decode", "Print recorded messages as readable text");
     command->add_option("FILE", *file, "lines of hexadecimal digits; standard input when left out");
     command->footer(
         "Each line holds one message as pairs of hexadecimal digits, blanks between them allowed,\n"
         "behind a time (12.5, 10:30:01.250) and a direction (>, <-, rx, host) where there are any;\n"
         "blank lines and lines that begin with # are passed over. A line that cannot be read is\n"
-        "named on standard error and left out; the exit status is then 1.\n\n"
+        "named on standard error and left out.\n\n"
         "Examples:\n"
-        "  hostlink decode trace.txt\n"
-        "  hostlink host send 00020007 | hostlink decode");
+        "  echo 0001 0009 CC 41 | hostlink decode\n"
+        "  hostlink host send 00020009 | hostlink decode\n\n"
+        "Exit status: 0 every line was read, 1 some were not, 2 the file cannot be read.");
     command->callback([file, status] { *status = file->empty() ? decode(std::cin) : decodeFile(*file); });
 }

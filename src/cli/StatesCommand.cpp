@@ -146,7 +146,7 @@ void addStatesCommand(CLI::App& app, int* status)
         bool markdown = false;
     };
     const auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand("states", "list every state: its id, name, types and owner");
+    CLI::App* command = app.add_subcommand("states", "List every state: its id, name, types and owner");
     CLI::Option* json = command->add_flag("--json", options->json, "one JSON object per line");
     command->add_flag("--markdown", options->markdown, "a Markdown page")->excludes(json);
     command->callback([options, status] {
