@@ -205,6 +205,11 @@ TEST_F(HostTest, NewSessionIsToldBeforeItsFirstMessage)
     ASSERT_EQ(next(host), Event::NewSession);
     m_module.start(m_system.now());
     m_module.send(kEvent, m_system.now());
+    runUntil([&] {
+        host.waitAcknowledged(m_system.now());
+        return m_module.port().core().session() == HostLinkCore::Session::Established
+               && m_module.port().core().allAcknowledged(MessageClass::State);
+    });
     EXPECT_EQ(next(host), Event::NewSession);
     EXPECT_EQ(next(host), Event::Message);
     EXPECT_EQ(m_message, kEvent);
