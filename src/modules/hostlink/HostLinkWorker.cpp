@@ -2,8 +2,9 @@
 
 #include <QTimer>
 #include <chrono>
+#include <memory>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include "modules/hostlink/CheckedConnect.h"
 #include "modules/hostlink/Log.h"
@@ -71,6 +72,15 @@ CMPath pathOf(Node node)
         QString::fromLatin1(path.data(), static_cast<int>(path.size())));
 }
 
+/// A transport on the fixed link. It is never released, but stays in reach to the end of the process.
+HostLinkTransportLayer* createTransport()
+{
+    static auto& transports = *new std::vector<std::unique_ptr<HostLinkTransportLayer>>;
+    transports.push_back(std::make_unique<HostLinkTransportLayer>(
+        HostLinkPhysicalLayer::create(kPhysicalLayer, linkProperties())));
+    return transports.back().get();
+}
+
 ValueProxy* createProxy(const ProxyRow& row, QObject* parent)
 {
     switch (row.proxy) {
@@ -120,7 +130,7 @@ CMHostLinkWorker::~CMHostLinkWorker()
 
 void CMHostLinkWorker::startTransport()
 {
-    m_transport = new HostLinkTransportLayer(HostLinkPhysicalLayer::create(kPhysicalLayer, linkProperties()));
+    m_transport = createTransport();
     m_transport->addMessageReceivedObserver([this](const ByteArray& message) {
         const QByteArray data(reinterpret_cast<const char*>(message.data()),
                               static_cast<int>(message.size()));
