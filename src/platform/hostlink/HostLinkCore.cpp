@@ -384,7 +384,7 @@ void HostLinkCore::Private::receiveHello(const HostLinkFrame& frame, HostLinkTim
         }
         return;
     }
-    if (hello.instance == superseded) {
+    if (hello.instance == superseded || hello.instance == instance) { // late, or an echo of this end
         ++counters.framesIgnored;
         return;
     }

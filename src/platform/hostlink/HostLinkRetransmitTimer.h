@@ -1,10 +1,12 @@
 #pragma once
 
+#include <algorithm>
+
 #include "platform/hostlink/HostLinkTime.h"
 
-/// When to send again what was not acknowledged, as RFC 6298 has it, with two departures: the first
-/// time-out is 200 ms, and it runs from the latest transmission, since gaps are noticed by the peer and
-/// only the end of a burst has to wait for this timer.
+/// When to send again what was not acknowledged, as RFC 6298 has it, with these departures: time-outs
+/// are 200 ms at first, and from the floor to 1 s later on; and they run from the latest transmission,
+/// since gaps are noticed by the peer and only the end of a burst has to wait for this timer.
 class HostLinkRetransmitTimer
 {
 public:
@@ -15,7 +17,7 @@ public:
 
     /// `pollTime` is added to the floor.
     explicit HostLinkRetransmitTimer(HostLinkDuration pollTime)
-        : m_floor(kFloor + pollTime), m_timeout(kFirst + pollTime)
+        : m_floor(kFloor + pollTime), m_timeout(std::max(kFirst, m_floor))
     {
     }
 

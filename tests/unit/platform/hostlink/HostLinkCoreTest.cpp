@@ -419,6 +419,19 @@ TEST(HostLinkCore, HellosOfAFormerInstanceAreIgnored)
     EXPECT_TRUE(peer.transmitted().empty());
 }
 
+TEST(HostLinkCore, AnEchoOfItselfIsNoPeer)
+{
+    ScriptedPeer peer;
+    for (int i = 0; i < 5; ++i) {
+        const HostLinkCore::Bytes bytes = peer.core.transmit(peer.now);
+        if (bytes.size > 0) {
+            peer.receive(ByteArray(bytes.data, bytes.data + bytes.size));
+        }
+        peer.now += 1s;
+    }
+    EXPECT_EQ(peer.core.session(), Session::Never);
+}
+
 TEST(HostLinkCore, AnUnknownVersionIsSaidOnceAndNotAnswered)
 {
     const LogLines log;
@@ -544,6 +557,24 @@ TEST(HostLinkCore, TheTimeoutGrowsWithTheLinesDelay)
     }
     EXPECT_EQ(link.b.received.size(), 10U);
     EXPECT_EQ(link.a->counters().framesRepeated, 0U);
+}
+
+TEST(HostLinkCore, OneLateAcknowledgementDoesNotMakeRepairsSlow)
+{
+    SimulatedLink link;
+    link.lineUp();
+    link.run(50ms);
+    ASSERT_TRUE(link.a->send(state(1), link.now));
+    link.run(1ms);
+    link.a.stuck = true;
+    link.run(2500ms);
+    link.a.stuck = false;
+    link.run(1s);
+    ASSERT_TRUE(link.a->allAcknowledged(kState));
+    bool lose = true;
+    link.filter = [&](int from, const ByteArray&) { return from != 0 || !std::exchange(lose, false); };
+    ASSERT_TRUE(link.a->send(state(2), link.now));
+    EXPECT_TRUE(link.runUntil([&] { return link.b.received.size() == 2; }, 2100ms));
 }
 
 TEST(HostLinkCore, TriesAreCappedAndTheLineIsGreetedAgain)
