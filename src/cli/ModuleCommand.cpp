@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QSocketNotifier>
 #include <csignal>
 #include <iostream>
@@ -37,9 +38,14 @@ std::vector<std::string> logLevels()
     return names;
 }
 
-QString fileOption(const std::string& given, const std::string& otherwise)
+QString fileName(const std::string& name)
 {
-    return QString::fromLocal8Bit((given.empty() ? otherwise : given).c_str());
+    return QFile::decodeName(name.c_str());
+}
+
+QString standardPlugin()
+{
+    return QCoreApplication::applicationDirPath() + "/../lib/hostlinkworker.so";
 }
 
 ModuleProcess::Settings settingsOf(const Options& options, const LinkUrl& link)
@@ -47,13 +53,11 @@ ModuleProcess::Settings settingsOf(const Options& options, const LinkUrl& link)
     ModuleProcess::Settings settings;
     settings.lineType = link.type;
     settings.lineProperties = link.properties;
-    settings.apiSocket = fileOption(options.api, options.api.empty() ? userFile("api.socket") : "");
+    settings.apiSocket = fileName(options.api.empty() ? userFile("api.socket") : options.api);
     settings.stateDirectory =
-        fileOption(options.stateDirectory, options.stateDirectory.empty() ? userFile("state") : "");
-    settings.profileFile = fileOption(options.profile, "");
-    settings.plugin = options.plugin.empty()
-                          ? QCoreApplication::applicationDirPath() + "/../lib/hostlinkworker.so"
-                          : fileOption(options.plugin, "");
+        fileName(options.stateDirectory.empty() ? userFile("state") : options.stateDirectory);
+    settings.profileFile = fileName(options.profile);
+    settings.plugin = options.plugin.empty() ? standardPlugin() : fileName(options.plugin);
     settings.tunnelPort = options.tunnelPort;
     settings.tunnelConnections = options.tunnelConnections;
     return settings;
@@ -80,7 +84,7 @@ int run(const Options& options)
     }
     QSocketNotifier stop(interrupts.descriptor(), QSocketNotifier::Read);
     QObject::connect(&stop, &QSocketNotifier::activated, &application, &QCoreApplication::quit);
-    std::cout << "ready link=" << link.text << " api=" << settings.apiSocket.toStdString() << std::endl;
+    putLine("ready link=" + link.text + " api=" + QFile::encodeName(settings.apiSocket).toStdString());
     return QCoreApplication::exec();
 }
 } // namespace

@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 
+#include <QFile>
 #include <chrono>
 #include <iostream>
 #include <memory>
@@ -82,7 +83,7 @@ bool NodeCommand::connect()
     }
     const std::string socket = m_options.api.empty() ? userFile("api.socket") : m_options.api;
     QString error;
-    m_connected = m_client.connect(QString::fromLocal8Bit(socket.c_str()), &error);
+    m_connected = m_client.connect(QFile::decodeName(socket.c_str()), &error);
     if (!m_connected) {
         m_status = complain(NoLink, error);
     }
