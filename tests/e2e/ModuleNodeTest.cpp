@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "e2e/ModuleFixture.h"
+#include "vocabulary/Proxies.h"
 
 namespace
 {
@@ -313,4 +314,28 @@ TEST_F(ModuleNode, AWorkerOfAnotherPluginIsRun)
 {
     const auto module = startModule({"--plugin", LAB_WORKER});
     EXPECT_EQ(get("VornPlayerMutePath"), "false\n");
+}
+
+TEST_F(ModuleNode, HostAndNodesSeeTheSameValues)
+{
+    const auto module = startModule();
+    EXPECT_EQ(host({"set", "STA_DisplayBrightness=33"}).status, 0);
+    EXPECT_EQ(get("VornUIDisplayBrightnessPath"), "33\n");
+    EXPECT_EQ(node({"set", "VornUIDisplayBrightnessPath", "34"}).status, 0);
+    EXPECT_EQ(host({"get", "STA_DisplayBrightness"}).out, "STA_DisplayBrightness\tu8\t34\n");
+}
+
+TEST_F(ModuleNode, EveryConvertedStateAnswersAValue)
+{
+    const auto module = startModule();
+    Arguments states{"get"};
+    for (const ProxyRow& row : kProxies) {
+        states.emplace_back(findState(row.state)->name);
+    }
+    const ProgramResult answers = host(states);
+    EXPECT_EQ(std::count(answers.out.begin(), answers.out.end(), '\n'),
+              static_cast<std::ptrdiff_t>(kProxies.size()));
+    EXPECT_FALSE(contains(answers.out, "\tnil\t")) << answers.out;
+    EXPECT_FALSE(contains(answers.out, "\tnone\t")) << answers.out;
+    EXPECT_FALSE(contains(answers.out, "\tstr\t\n")) << answers.out;
 }
