@@ -130,7 +130,8 @@ TEST(Profile, NamesTheFileThatIsWrongOrMissing)
     file.close();
     QFile latin(directory.filePath("latin.json"));
     ASSERT_TRUE(latin.open(QIODevice::WriteOnly));
-    latin.write("{\"/n\": {\"string_\": \"K\xfc" "che\"}}");
+    latin.write("{\"/n\": {\"string_\": \"K\xfc"
+                "che\"}}");
     latin.close();
 
     QString error;
