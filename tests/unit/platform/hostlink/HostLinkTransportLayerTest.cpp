@@ -254,6 +254,36 @@ private:
     std::shared_ptr<Device> m_device;
 };
 
+/// Loses one write when told to.
+class LossyLayer : public Layer
+{
+public:
+    LossyLayer(std::unique_ptr<Layer> layer, std::atomic<bool>& loseNext)
+        : m_layer(std::move(layer)), m_loseNext(loseNext)
+    {
+    }
+    void open(HostLinkTime now) override { m_layer->open(now); }
+    void close() override { m_layer->close(); }
+    void service(HostLinkTime now) override { m_layer->service(now); }
+    std::uint64_t lineNumber() const override { return m_layer->lineNumber(); }
+    std::size_t read(std::uint8_t* to, std::size_t max, HostLinkTime now) override
+    {
+        return m_layer->read(to, max, now);
+    }
+    std::size_t write(const std::uint8_t* from, std::size_t size, HostLinkTime now) override
+    {
+        return m_loseNext.exchange(false) ? size : m_layer->write(from, size, now);
+    }
+    void waitOn(std::vector<pollfd>& descriptors, bool writing) const override
+    {
+        m_layer->waitOn(descriptors, writing);
+    }
+
+private:
+    std::unique_ptr<Layer> m_layer;
+    std::atomic<bool>& m_loseNext;
+};
+
 /// The place of a virtual function in its class, in the C++ ABI that all our platforms use.
 template <typename Function>
 std::ptrdiff_t placeOf(Function function)
@@ -480,6 +510,27 @@ TEST_F(TransportTest, AnAnswerOfAnObserverCarriesTheAcknowledgement)
     EXPECT_EQ(host.next(), stateMessage(10, 3));
     EXPECT_TRUE(host.core().allAcknowledged(MessageClass::State));
     EXPECT_LE(host.core().counters().framesReceived, before + 2); // at most the end of the greeting beside it
+}
+
+TEST_F(TransportTest, ASendFromAnotherThreadIsRepeatedInTimeWhenItWasLost)
+{
+    std::atomic<bool> loseNext = false;
+    HostLinkTransportLayer transport(std::make_unique<LossyLayer>(layer(), loseNext));
+    transport.start();
+    InlineHost host(hostLayer());
+    for (std::uint8_t i = 0; i < 5; ++i) {
+        ASSERT_NE(transport.send(stateMessage(10, i)), 0);
+        ASSERT_EQ(host.next(), stateMessage(10, i));
+        host.core().handled(MessageClass::State, 10, HostLinkClock::now());
+        host.stepUntil([&] { return host.port().deadline() > HostLinkClock::now() + 500ms; });
+    }
+    const std::uint64_t sent = host.core().counters().framesSent;
+    loseNext = true;
+    ASSERT_NE(transport.send(stateMessage(10, 9)), 0);
+    ASSERT_FALSE(loseNext);
+    EXPECT_EQ(host.next(), stateMessage(10, 9));
+    // The time-out of the sending side did it, not a question of this side after the keep-alive.
+    EXPECT_EQ(host.core().counters().framesSent, sent);
 }
 
 TEST_F(TransportTest, StopFromAnObserverDoesNotWaitForItself)
