@@ -220,14 +220,10 @@ private:
         ends[from].bytes += bytes.size();
         Wire& wire = m_wires[from];
         HostLinkTime arrival = now + m_faults.delay;
-        if (m_faults.bytesPerSecond > 0) {
-            const std::uint64_t nanoseconds = bytes.size() * 1'000'000'000ULL / m_faults.bytesPerSecond;
-            wire.freeAt = now + std::chrono::nanoseconds(nanoseconds);
-            arrival = wire.freeAt + m_faults.delay;
-        }
         if (!wire.chunks.empty()) {
             arrival = std::max(arrival, wire.chunks.back().arrival);
         }
+        wire.freeAt = now + onWire(bytes.size());
         if ((filter && !filter(from, bytes)) || chance(m_faults.drop)) {
             return;
         }
@@ -237,18 +233,37 @@ private:
         }
         if (chance(m_faults.split) && bytes.size() > 1) {
             const auto middle = bytes.begin() + std::ptrdiff_t(1 + below(bytes.size() - 1));
-            wire.chunks.push_back({arrival, ByteArray(bytes.begin(), middle)});
+            arrival = carry(wire, ByteArray(bytes.begin(), middle), arrival) + m_faults.delay;
             bytes.erase(bytes.begin(), middle);
-            arrival += m_faults.delay;
         }
-        wire.chunks.push_back({arrival, bytes});
+        arrival = carry(wire, bytes, arrival);
         if (chance(m_faults.duplicate)) {
-            wire.chunks.push_back({arrival, bytes});
+            carry(wire, bytes, arrival);
         }
         if (chance(m_faults.cut)) {
             lineDown();
             m_upAt = now + std::chrono::milliseconds(below(50));
         }
+    }
+
+    HostLinkDuration onWire(std::size_t bytes) const
+    {
+        return m_faults.bytesPerSecond == 0
+                   ? HostLinkDuration::zero()
+                   : std::chrono::nanoseconds(bytes * 1'000'000'000ULL / m_faults.bytesPerSecond);
+    }
+
+    /// Puts bytes on the wire, on a slow line in the small portions in which a receiver gets them.
+    HostLinkTime carry(Wire& wire, const ByteArray& bytes, HostLinkTime arrival)
+    {
+        const std::size_t portion = m_faults.bytesPerSecond == 0 ? bytes.size() : 32;
+        for (std::size_t at = 0; at < bytes.size(); at += portion) {
+            const std::size_t size = std::min(portion, bytes.size() - at);
+            const auto begin = bytes.begin() + std::ptrdiff_t(at);
+            arrival += onWire(size);
+            wire.chunks.push_back({arrival, ByteArray(begin, begin + std::ptrdiff_t(size))});
+        }
+        return arrival;
     }
 
     void damage(ByteArray& bytes)

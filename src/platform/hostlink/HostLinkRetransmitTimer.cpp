@@ -14,7 +14,7 @@ void HostLinkRetransmitTimer::sample(HostLinkDuration roundTrip)
         m_variation = (3 * m_variation + error) / 4;
         m_smoothed = (7 * m_smoothed + roundTrip) / 8;
     }
-    m_timeout = std::max(m_floor, std::min(kCeiling, m_smoothed + 4 * m_variation));
+    m_timeout = std::max(m_floor, m_smoothed + 4 * m_variation);
 }
 
 bool HostLinkRetransmitTimer::expire()

@@ -35,14 +35,11 @@ public:
     /// The peer made progress.
     void progress() { m_tries = 0; }
 
-    /// The time-out before it backs off.
-    HostLinkDuration timeout() const { return m_timeout; }
-
 private:
     HostLinkDuration backedOff() const;
 
     HostLinkDuration m_floor;
-    HostLinkDuration m_timeout;
+    HostLinkDuration m_timeout; ///< before it backs off and is bounded
     HostLinkDuration m_smoothed{};
     HostLinkDuration m_variation{};
     bool m_sampled = false;

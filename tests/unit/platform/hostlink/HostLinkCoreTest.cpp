@@ -482,6 +482,61 @@ TEST(HostLinkCore, AGapIsRepairedAtOnce)
     EXPECT_EQ(link.a->counters().framesRepeated, 3U);
 }
 
+TEST(HostLinkCore, AFrameLostTwiceIsRepairedAtOnceWhenOthersFollow)
+{
+    SimulatedLink link;
+    link.lineUp();
+    link.run(10ms);
+    int lose = 2;
+    link.filter = [&](int from, const ByteArray& frame) {
+        return from != 0 || frame.size() < 20 || lose-- <= 0;
+    };
+    ASSERT_TRUE(link.a->send(state(0, 30), link.now));
+    for (std::uint32_t i = 1; i < 4; ++i) {
+        ASSERT_TRUE(link.a->send(state(i), link.now));
+    }
+    EXPECT_TRUE(link.runUntil([&] { return link.b.received.size() == 4; }, 2ms));
+    EXPECT_EQ(link.a->counters().framesRepeated, 8U);
+}
+
+TEST(HostLinkCore, AnAcknowledgementThatNamesALaterNumberShowsTheGap)
+{
+    ScriptedPeer peer;
+    peer.establish();
+    peer.receive(HostLinkControl::Ack, 1, 0);
+    auto frames = peer.transmitted();
+    ASSERT_EQ(frames.size(), 1U);
+    EXPECT_EQ(frames[0].control, HostLinkControl::Nak);
+    EXPECT_EQ(frames[0].acknowledgement, 0);
+    peer.receive(HostLinkControl::Ack, 1, 0); // the same gap
+    EXPECT_TRUE(peer.transmitted().empty());
+}
+
+TEST(HostLinkCore, GarbageOnTheIdleLineIsRepairedAtOnce)
+{
+    SimulatedLink link;
+    link.lineUp();
+    link.run(10ms);
+    link.inject(0, ByteArray(5, 0xAA));
+    link.run(1ms);
+    ASSERT_TRUE(link.a->send(state(1), link.now));
+    EXPECT_TRUE(link.runUntil([&] { return !link.b.received.empty(); }, 2ms));
+}
+
+TEST(HostLinkCore, RepeatedFramesBeginWithAZero)
+{
+    ScriptedPeer peer;
+    peer.establish();
+    ASSERT_TRUE(peer.core.send(state(1), peer.now));
+    ASSERT_TRUE(peer.core.send(state(2), peer.now));
+    EXPECT_NE(peer.core.transmit(peer.now).data[0], 0);
+    EXPECT_NE(peer.core.transmit(peer.now).data[0], 0);
+    peer.receive(HostLinkControl::Nak, 0, 0);
+    EXPECT_EQ(peer.core.transmit(peer.now).data[0], 0);
+    EXPECT_EQ(peer.core.transmit(peer.now).data[0], 0);
+    EXPECT_EQ(peer.core.transmit(peer.now).size, 0U);
+}
+
 TEST(HostLinkCore, ADamagedLastFrameIsRepairedAtOnce)
 {
     SimulatedLink link;
@@ -754,7 +809,10 @@ TEST(HostLinkCore, ARequestBehindBulkBothWaysIsAnsweredWithinTwoSegments)
     slow.bytesPerSecond = 11520;
     SimulatedLink link(slow);
     link.lineUp();
-    link.run(200ms);
+    for (std::uint32_t i = 0; i < 20; ++i) { // round trips are short at first
+        ASSERT_TRUE(link.a->send(state(i), link.now));
+        link.run(50ms);
+    }
     ASSERT_TRUE(link.b->send(bulk(1, 60000), link.now));
     for (std::uint32_t i = 0; i < 20; ++i) {
         link.run(137ms);
