@@ -120,14 +120,6 @@ CMHostLinkWorker::CMHostLinkWorker(const QVariantHash& config) : CMNodesWorker(c
     m_handlers.append(this);
 }
 
-CMHostLinkWorker::~CMHostLinkWorker()
-{
-    // The base takes the worker's nodes away while the proxies still watch them.
-    for (ValueProxy* proxy : findChildren<ValueProxy*>(QString(), Qt::FindDirectChildrenOnly)) {
-        proxy->disconnect(this);
-    }
-}
-
 void CMHostLinkWorker::startTransport()
 {
     m_transport = createTransport();

@@ -17,6 +17,9 @@ class ValueProxy;
 
 /// Serves the module's node tree to the host. All of it runs on the thread that created it; the transport
 /// only queues calls of on_message_received().
+///
+/// Its end sends nothing and leaves the transport as it is: whoever destroys the worker stops all transports
+/// first.
 class CMHostLinkWorker : public CMNodesWorker, public HostLinkMessageHandler
 {
     Q_OBJECT
@@ -24,9 +27,6 @@ public:
     /// Opens the host link with its fixed settings and registers all proxies. A link that is not there yet is
     /// no failure. No key of `config` is read here.
     explicit CMHostLinkWorker(const QVariantHash& config);
-
-    /// Sends nothing. The transport is not released: whoever destroys the worker stops all transports first.
-    ~CMHostLinkWorker() override;
 
     /// Sends one message; non-zero when the transport took it.
     int sendMessage(const HostLinkMessageSerializable& message);

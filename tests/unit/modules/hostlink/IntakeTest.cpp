@@ -123,25 +123,32 @@ TEST_F(IntakeTest, HandlersAreAskedInOrderUntilOneTakesTheMessage)
     EXPECT_TRUE(m_log.errors().empty());
 }
 
-TEST_F(IntakeTest, AHandlerMayLeaveTheListWhileItHandles)
+TEST_F(IntakeTest, AHandlerThatLeavesTheListMeanwhileSkipsNobody)
 {
-    class Leaver : public HostLinkMessageHandler
+    class Leaver : public Taker
     {
     public:
-        explicit Leaver(QList<HostLinkMessageHandler*>& handlers) : m_handlers(handlers) {}
-        bool handleMessage(MessageId /*id*/, const ByteArray& /*bytes*/) override
+        explicit Leaver(QList<HostLinkMessageHandler*>& handlers) : Taker(0), m_handlers(handlers) {}
+        bool handleMessage(MessageId id, const ByteArray& bytes) override
         {
             m_handlers.removeAll(this);
-            return false;
+            return Taker::handleMessage(id, bytes);
         }
-        void shutdown() override {}
 
     private:
         QList<HostLinkMessageHandler*>& m_handlers;
     };
+    Taker first(0);
+    Taker second(0);
     Leaver leaver(m_worker->m_handlers);
-    m_worker->m_handlers.prepend(&leaver);
+    Taker next(0);
+    m_worker->m_handlers = {&first, &second, &leaver, &next, m_worker.get()};
+
     EXPECT_EQ(ask(numbers(MSG_GetState, {0x7777})), "MSG_GetStateResponse 0x7777=nil");
+    EXPECT_EQ(next.m_seen.size(), 1U);
+    EXPECT_TRUE(nothingSent());
+    EXPECT_EQ(leaver.m_seen.size(), 1U);
+    EXPECT_EQ(next.m_seen.size(), 2U);
 }
 
 TEST_F(IntakeTest, AStateThatNobodyServesIsNilInItsPlace)

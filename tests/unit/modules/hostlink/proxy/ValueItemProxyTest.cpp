@@ -473,8 +473,9 @@ TEST_F(ValueItemProxyTest, AnswersUnderTheStateThatIsAskedNotUnderItsOwn)
     HostLinkValueMessage reply(MSG_GetStateResponse);
     own->getValue(State(0x7055), &reply);
     own->setValue(State(0x7066), byte(1), 0, &reply);
+    proxy(Kind::HostModel)->getValue(State(0x7077), &reply);
     EXPECT_EQ(HostLinkPrinter::printMessage(reply.serialize()),
-              "MSG_GetStateResponse 0x7055=u8:0 0x7066=u8:1");
+              "MSG_GetStateResponse 0x7055=u8:0 0x7066=u8:1 0x7077=nil");
     EXPECT_EQ(own->states(), QList<State>{kState});
 }
 
