@@ -65,17 +65,24 @@ struct Answer {
     }
 };
 
+/// A text of the host, which ends at its first zero byte too.
+QString textAt(const HostLinkValueMessage& message, int index, bool* ok)
+{
+    return QString::fromUtf8(message.getString(index, ok).c_str());
+}
+
 /// Whatever text arrives there is a value: a node never keeps what the host meant to replace.
-Received parseJson(const std::string& text, VornValue* value)
+Received parseJson(const QString& text, VornValue* value)
 {
     VornJson::Error error;
-    const QVariant parsed = VornJson::parse(QString::fromStdString(text), &error, 0);
+    const QVariant parsed = VornJson::parse(text, &error, 0);
     *value = VornHash(parsed.toHash());
     if (error.code() == 0) {
         return Received::Value;
     }
-    LOG4CPLUS_ERROR(hostLinkLogger, "VornValue::fromJsonString failed with: "
-                                        << error.toString().toStdString() << " on string: " << text);
+    LOG4CPLUS_ERROR(hostLinkLogger,
+                    "VornValue::fromJsonString failed with: " << error.toString().toStdString()
+                                                              << " on string: " << text.toStdString());
     return Received::BrokenJson;
 }
 
@@ -119,9 +126,7 @@ Received convertToNode(CMValueItemProxyConvert convert, const HostLinkValueMessa
     case Kind::Uint8VornI32: value->setI32(message.getUint8(index, &ok)); break;
     case Kind::Int32VornI32: value->setI32(message.getInt32(index, &ok)); break;
     case Kind::Int64VornI64: value->setI64(message.getInt64(index, &ok)); break;
-    case Kind::Bin16VornString:
-        value->setString(QString::fromStdString(message.getString(index, &ok)));
-        break;
+    case Kind::Bin16VornString: value->setString(textAt(message, index, &ok)); break;
     case Kind::Uint32VornI32: value->setI32(static_cast<qint32>(message.getUint32(index, &ok))); break;
     case Kind::VolumeMode:
         value->setVolumeMode(VornKestalPrimeVolumeMode::Enum(message.getUint8(kFirst, &ok)));
@@ -131,7 +136,7 @@ Received convertToNode(CMValueItemProxyConvert convert, const HostLinkValueMessa
         break;
     case Kind::Region: value->setRegion(VornKestalPrimeRegion::Enum(message.getUint8(kFirst, &ok))); break;
     case Kind::Bin16VornValueJson: {
-        const std::string text = message.getString(index, &ok);
+        const QString text = textAt(message, index, &ok);
         return ok ? parseJson(text, value) : Received::Nothing;
     }
     case Kind::Uint8InputState:
