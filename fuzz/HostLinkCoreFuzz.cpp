@@ -65,9 +65,11 @@ public:
             act();
             check();
         }
+        finish();
         if (!m_forged && !m_restarted) {
-            finish();
+            requireComplete();
         }
+        requireQuiet();
     }
 
 private:
@@ -208,7 +210,7 @@ private:
         }
     }
 
-    /// With a good line and willing ends everything that was taken arrives.
+    /// Lets a good line and willing ends get on with each other.
     void finish()
     {
         m_lose = 0;
@@ -224,11 +226,25 @@ private:
             }
             check();
         }
+    }
+
+    /// Everything that was taken has arrived.
+    void requireComplete()
+    {
         for (int end = 0; end < 2; ++end) {
             require(m_link.ends[end]->session() == HostLinkCore::Session::Established);
             const bool oneSession = m_link.a->sessionNumber() == 1 && m_link.b->sessionNumber() == 1;
             require(!oneSession || m_link.ends[end].received.size() == m_sent[1 - end].size());
         }
+    }
+
+    /// Whatever happened, the ends do not go on talking about it.
+    void requireQuiet()
+    {
+        m_link.run(30s);
+        const std::uint64_t before = m_link.a.frames + m_link.b.frames;
+        m_link.run(10s);
+        require(m_link.a.frames + m_link.b.frames - before <= 24);
     }
 
     Script m_script;

@@ -37,10 +37,12 @@ std::uint64_t drawFromSystem()
     return std::uint64_t(device()) << 32 | device();
 }
 
-std::string discardedText(std::size_t messages)
+std::string endText(const char* why, std::size_t messages)
 {
-    return std::to_string(messages) + (messages == 1 ? " message" : " messages")
-           + " meant for the former session discarded";
+    const std::string text = std::string("session ended, ") + why;
+    return messages == 0 ? text
+                         : text + ": " + std::to_string(messages) + (messages == 1 ? " message" : " messages")
+                               + " meant for the former session discarded";
 }
 } // namespace
 
@@ -59,7 +61,7 @@ struct HostLinkCore::Private {
 
     void learnPeer(std::uint64_t instance, HostLinkTime now);
     bool joinSession(const HostLinkHello& hello);
-    void endSession(const char* why);
+    void endSession(const char* why, bool forGood = false);
     void endForGood(const char* why, HostLinkTime now);
 
     bool mayQueue(MessageClass messageClass, std::size_t size) const;
@@ -91,7 +93,7 @@ struct HostLinkCore::Private {
 
     std::uint64_t instance;
     std::uint64_t peer = 0;        ///< the instance on the other side, 0 while unknown
-    std::uint64_t superseded = 0;  ///< the one before it on this line: its late hellos mean nothing
+    std::uint64_t superseded = 0;  ///< the one before it on this line: a late hello of it means nothing
     bool joined = false;           ///< a session with `peer` was established
     std::uint32_t granted[2] = {}; ///< credit at the beginning of the session with `peer`
 
@@ -345,16 +347,21 @@ void HostLinkCore::Private::receiveFrame(const HostLinkFrame& frame, HostLinkTim
     }
     receiver.expectNext(frame.sequence);
     if (frame.control == HostLinkControl::Nak) {
-        sender.goBack();
+        sender.askedFor(frame.acknowledgement);
     }
 }
 
 void HostLinkCore::Private::receiveSequenced(const HostLinkFrame& frame, HostLinkTime now)
 {
-    if (receiver.accept(frame, now) == HostLinkReceiver::Verdict::Accepted) {
+    const HostLinkReceiver::Verdict verdict = receiver.accept(frame, now);
+    if (verdict == HostLinkReceiver::Verdict::Accepted) {
         receiveCredit(frame);
-    } else {
-        ++counters.framesIgnored;
+        return;
+    }
+    ++counters.framesIgnored;
+    if (verdict == HostLinkReceiver::Verdict::Breach) {
+        // It would be repeated for ever: the two ends count differently, and a new session mends that.
+        endForGood("the peer sent beyond its credit or what is not known here", now);
     }
 }
 
@@ -384,7 +391,9 @@ void HostLinkCore::Private::receiveHello(const HostLinkFrame& frame, HostLinkTim
         }
         return;
     }
-    if (hello.instance == superseded || hello.instance == instance) { // late, or an echo of this end
+    const bool isLate = hello.instance == superseded && !greeting;
+    const bool isEcho = hello.instance == instance;
+    if (isLate || isEcho) {
         ++counters.framesIgnored;
         return;
     }
@@ -446,7 +455,7 @@ bool HostLinkCore::Private::joinSession(const HostLinkHello& hello)
     return true;
 }
 
-void HostLinkCore::Private::endSession(const char* why)
+void HostLinkCore::Private::endSession(const char* why, bool forGood)
 {
     if (session != Session::Established) {
         return;
@@ -456,16 +465,15 @@ void HostLinkCore::Private::endSession(const char* why)
     receiver.endSession();
     const std::size_t dropped = sender.endSession();
     counters.messagesDiscarded += dropped;
-    if (dropped > 0) {
-        HostLinkLog::write(HostLinkLog::Level::Warning,
-                           std::string("session ended, ") + why + ": " + discardedText(dropped));
+    if (dropped > 0 || forGood) {
+        HostLinkLog::write(HostLinkLog::Level::Warning, endText(why, dropped));
     }
 }
 
 /// Ends the session from this side, so that both sides see that messages may be missing.
 void HostLinkCore::Private::endForGood(const char* why, HostLinkTime now)
 {
-    endSession(why);
+    endSession(why, true);
     instance = drawInstance();
     peer = 0;
     joined = false;
@@ -482,7 +490,6 @@ void HostLinkCore::Private::receiveGoodbye(const HostLinkFrame& frame, HostLinkT
         sender.acknowledged(frame.acknowledgement, now);
     }
     endSession("the peer said goodbye");
-    superseded = peer;
     peer = 0;
     joined = false;
     greet(now);

@@ -60,16 +60,12 @@ HostLinkReceiver::Verdict HostLinkReceiver::accept(const HostLinkFrame& frame, H
 
 HostLinkReceiver::Verdict HostLinkReceiver::judge(const HostLinkFrame& frame)
 {
-    constexpr std::uint8_t kUnknownBits = 0x03;
-    if ((frame.control & kUnknownBits) != 0 && frame.control != HostLinkControl::Grant) {
-        return Verdict::Refused;
-    }
     const auto ahead = static_cast<std::uint8_t>(frame.sequence - acknowledgement());
     if (ahead >= 256 - HostLinkSender::kMaxInFlight) {
         return Verdict::Repeated;
     }
     if (ahead >= HostLinkSender::kMaxInFlight) {
-        return Verdict::Refused;
+        return Verdict::Ignored;
     }
     if (ahead > 0) {
         // Frames come in the order of transmission: one that lies no further ahead than an earlier one
@@ -80,10 +76,9 @@ HostLinkReceiver::Verdict HostLinkReceiver::judge(const HostLinkFrame& frame)
         m_reach = ahead;
         return Verdict::Gap;
     }
-    if (frame.control != HostLinkControl::Grant && frame.size > window(classOf(frame)).credit()) {
-        return Verdict::Refused;
-    }
-    return Verdict::Accepted;
+    constexpr std::uint8_t kUnknownBits = 0x03;
+    const bool isData = (frame.control & kUnknownBits) == 0 && frame.size <= window(classOf(frame)).credit();
+    return isData || frame.control == HostLinkControl::Grant ? Verdict::Accepted : Verdict::Breach;
 }
 
 void HostLinkReceiver::askAgain(std::uint32_t reach)

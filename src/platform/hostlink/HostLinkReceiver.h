@@ -25,7 +25,8 @@ public:
         Accepted,
         Repeated, ///< arrived before
         Gap,      ///< a frame before it is missing
-        Refused,  ///< outside any window, of an unknown kind, or beyond the peer's credit
+        Ignored,  ///< outside any window
+        Breach,   ///< the next one, but of an unknown kind or beyond the peer's credit
     };
 
     /// Bytes of the windows, by MessageClass.

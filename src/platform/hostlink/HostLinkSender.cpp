@@ -135,6 +135,13 @@ void HostLinkSender::release(std::uint32_t count)
     }
 }
 
+void HostLinkSender::askedFor(std::uint8_t sequence)
+{
+    if (sequence == static_cast<std::uint8_t>(m_acknowledged)) {
+        goBack();
+    }
+}
+
 void HostLinkSender::goBack()
 {
     m_cursor = m_acknowledged;

@@ -48,8 +48,9 @@ public:
     /// Takes an acknowledgement; one for what was never sent is ignored.
     void acknowledged(std::uint8_t nextExpected, HostLinkTime now);
 
-    /// Sends everything unacknowledged again.
-    void goBack();
+    /// The peer misses this frame: sends it and everything behind it again. One that was acknowledged
+    /// or never sent is not to be had; the time-out finds out whether the two ends disagree.
+    void askedFor(std::uint8_t sequence);
 
     /// The peer grants more credit.
     void grant(MessageClass messageClass, std::uint32_t bytes) { m_credit[index(messageClass)] += bytes; }
@@ -102,6 +103,7 @@ private:
     HostLinkFrame frameOf(std::uint32_t number);
     void release(std::uint32_t count);
     void startTimer(HostLinkTime now);
+    void goBack();
     void restartNumbers();
 
     HostLinkSendQueue m_queues[2];

@@ -419,6 +419,35 @@ TEST(HostLinkCore, HellosOfAFormerInstanceAreIgnored)
     EXPECT_TRUE(peer.transmitted().empty());
 }
 
+TEST(HostLinkCore, AFormerInstanceIsHeardAgainOnceItsSuccessorIsSilent)
+{
+    ScriptedPeer peer;
+    peer.establish();
+    const HostLinkHello first = peer.hello();
+    peer.receive(peer.hello(8));
+    peer.transmitted();
+    peer.now += 3s;
+    peer.transmitted();
+    peer.receive(first);
+    EXPECT_EQ(peer.core.session(), Session::Established);
+    EXPECT_EQ(peer.core.sessionNumber(), 3U);
+}
+
+TEST(HostLinkCore, ANakForWhatIsNotToBeHadRepeatsNothing)
+{
+    ScriptedPeer peer;
+    peer.establish();
+    ASSERT_TRUE(peer.core.send(state(1), peer.now));
+    ASSERT_TRUE(peer.core.send(state(2), peer.now));
+    ASSERT_EQ(peer.transmitted().size(), 2U);
+    peer.receive(HostLinkControl::Ack, 0, 1);
+    peer.receive(HostLinkControl::Nak, 0, 0);
+    peer.receive(HostLinkControl::Nak, 0, 9);
+    EXPECT_TRUE(peer.transmitted().empty());
+    peer.receive(HostLinkControl::Nak, 0, 1);
+    EXPECT_EQ(peer.transmitted().size(), 1U);
+}
+
 TEST(HostLinkCore, AnEchoOfItselfIsNoPeer)
 {
     ScriptedPeer peer;
@@ -1022,8 +1051,9 @@ TEST(HostLinkCore, AFullStateQueueEndsTheSessionForBoth)
     EXPECT_EQ(link.b.received, std::vector<ByteArray>{state(1000)});
 }
 
-TEST(HostLinkCore, APeerThatSendsBeyondItsCreditIsNotHeard)
+TEST(HostLinkCore, APeerThatSendsBeyondItsCreditIsNotHeardAndTheSessionEnds)
 {
+    const LogLines log;
     HostLinkCore::Settings settings;
     settings.creditBytes[0] = 20;
     ScriptedPeer peer(settings);
@@ -1031,7 +1061,6 @@ TEST(HostLinkCore, APeerThatSendsBeyondItsCreditIsNotHeard)
     const std::uint8_t whole = HostLinkControl::Sequenced | HostLinkControl::First | HostLinkControl::Last;
     for (std::uint8_t i = 0; i < 60; ++i) {
         peer.receive(whole, i, 0, state(i));
-        peer.transmitted();
     }
     ByteArray taken;
     int count = 0;
@@ -1039,7 +1068,23 @@ TEST(HostLinkCore, APeerThatSendsBeyondItsCreditIsNotHeard)
         ++count;
     }
     EXPECT_EQ(count, 3);
+    EXPECT_EQ(peer.core.session(), Session::Ended);
+    const auto frames = peer.transmitted();
+    ASSERT_EQ(frames.size(), 1U);
+    EXPECT_EQ(frames[0].control, HostLinkControl::Hello);
+    EXPECT_EQ(log.lines.size(), 1U);
+}
+
+TEST(HostLinkCore, ASequencedFrameOfAnUnknownKindEndsTheSession)
+{
+    ScriptedPeer peer;
+    peer.establish();
+    peer.receive(0xB2, 1, 0, state(9)); // not its turn yet
     EXPECT_EQ(peer.core.session(), Session::Established);
+    peer.receive(0xB2, 0, 0, state(9));
+    EXPECT_EQ(peer.core.session(), Session::Ended);
+    ByteArray taken;
+    EXPECT_FALSE(peer.core.take(taken));
 }
 
 TEST(HostLinkCore, PartsThatMakeNoMessageAreDroppedAndTheirCreditIsGivenBack)
@@ -1115,7 +1160,6 @@ TEST(HostLinkCore, NonsenseIsTolerated)
     peer.receive(HostLinkControl::Grant, 1, 0, {1});
     peer.receive(0x7F, 0, 0, state(9));
     peer.receive(0x00, 0, 0);
-    peer.receive(0xB2, 2, 0, state(9));                    // unknown bits
     peer.receive(HostLinkControl::Hello, 0, 0, {1, 2, 3}); // too short
     peer.receive(HostLinkControl::Goodbye, 0, 0, {1, 2, 3});
     peer.receive(HostLinkControl::Goodbye, 0, 0, ByteArray(8, 9)); // of nobody we know
