@@ -201,7 +201,12 @@ public:
         m_port.open(Clock::now());
     }
 
-    ~Client() { m_port.close(); }
+    ~Client()
+    {
+        m_port.core().goodbye(Clock::now());
+        m_port.flush(Clock::now());
+        m_port.close();
+    }
 
     /// The reply to one request; other messages of the module are passed over.
     const ByteArray& trip()
