@@ -1,7 +1,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <csignal>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -131,6 +130,11 @@ ExitStatus sendAndListen(HostSession& session, const ByteArray& bytes, bool json
         case Host::Event::Ended:
             throw HostError(HostError::Cause::SessionLost,
                             "the session ended; whether the message was handled is unknown");
+        case Host::Event::TimedOut:
+            if (!session.isLineUp()) {
+                throw HostError(HostError::Cause::SessionLost, "the module went away");
+            }
+            return delivered(session);
         default: return delivered(session);
         }
     }
@@ -201,7 +205,6 @@ ExitStatus statusOf(HostError::Cause cause)
 
 ExitStatus run(const LinkUrl& url, const Options& options, const Job& job)
 {
-    std::signal(SIGPIPE, SIG_IGN); // a reader that went away must not cost the goodbye
     const InterruptSignals interrupt;
     Host host(HostLinkPhysicalLayer::create(url.type, url.properties), interrupt.descriptor());
     HostSession session(host, std::chrono::milliseconds(options.timeout));

@@ -3,7 +3,6 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QSocketNotifier>
-#include <csignal>
 #include <iostream>
 #include <memory>
 
@@ -67,7 +66,6 @@ int run(const Options& options)
 {
     const LinkUrl link = LinkUrl::parse(options.link, LinkUrl::Side::Module);
     const InterruptSignals interrupts; // before the link's thread
-    std::signal(SIGPIPE, SIG_IGN);     // a reader that goes away ends no module
     int argc = 1;
     char name[] = "hostlink";
     char* argv[] = {name, nullptr};

@@ -223,19 +223,17 @@ int NodeCommand::watch()
 using Run = std::function<int(const Options&)>;
 
 void addMethod(CLI::App* node, const std::shared_ptr<Options>& options, int* status, const std::string& name,
-               const std::string& help, const std::string& argument, const Run& run)
+               const std::string& help, const std::string& argument, const std::string& example,
+               const Run& run)
 {
     CLI::App* method = node->add_subcommand(name, help)->fallthrough();
+    method->footer("Example:\n  hostlink node " + name + " " + example);
     CLI::Option* path =
         method->add_option(name == "list" ? "PREFIX" : "PATH", options->path,
                            "Path of a node, or the name of its accessor (VornPlayerMutePath)");
     path->required(name != "list")->type_name("");
     if (!argument.empty()) {
-        method
-            ->add_option(argument, options->text,
-                         "A scalar such as 30 or true, or JSON such as {\"i32_\": 30}")
-            ->required()
-            ->type_name("");
+        method->add_option("JSON", options->text, argument)->required()->type_name("");
     }
     method->callback([options, status, run] { *status = run(*options); });
 }
@@ -252,16 +250,18 @@ void addNodeCommand(CLI::App& app, int* status)
     node->add_flag("--json", options->json, "Print one JSON object a line, values in full");
     node->require_subcommand(1);
     addMethod(node, options, status, "list", "Print the paths of all nodes that begin with PREFIX", "",
-              [](const Options& given) { return NodeCommand(given).list(); });
+              "/player", [](const Options& given) { return NodeCommand(given).list(); });
     addMethod(node, options, status, "get", "Print a node's value: a scalar bare, otherwise JSON", "",
-              [](const Options& given) { return NodeCommand(given).get(); });
-    addMethod(node, options, status, "set",
-              "Set a node's value; a node that holds text takes a bare word too", "JSON",
-              [](const Options& given) { return NodeCommand(given).set(); });
+              "VornPlayerMutePath", [](const Options& given) { return NodeCommand(given).get(); });
+    addMethod(
+        node, options, status, "set", "Set a node's value; a node that holds text takes a bare word too",
+        R"(A scalar such as 30 or true, or the whole value such as {"i32_": 30})",
+        "VornUIDisplayBrightnessPath 40", [](const Options& given) { return NodeCommand(given).set(); });
     addMethod(node, options, status, "invoke", "Invoke a node with an object and print what it answers",
-              "JSON", [](const Options& given) { return NodeCommand(given).invoke(); });
+              R"(An object such as {"i32_": 3}, or {})", "VornSystemManagerFactoryResetPath '{}'",
+              [](const Options& given) { return NodeCommand(given).invoke(); });
     addMethod(node, options, status, "watch",
-              "Print a node's value, then each new one, until SIGINT or SIGTERM", "",
+              "Print a node's value, then each new one, until SIGINT or SIGTERM", "", "VornPlayerMutePath",
               [](const Options& given) {
                   const InterruptSignals interrupts;
                   return NodeCommand(given, interrupts.descriptor()).watch();

@@ -147,6 +147,9 @@ void addStatesCommand(CLI::App& app, int* status)
     };
     const auto options = std::make_shared<Options>();
     CLI::App* command = app.add_subcommand("states", "List every state: its id, name, types and owner");
+    command->footer("Examples:\n"
+                    "  hostlink states                    a line for each state\n"
+                    "  hostlink states --json | grep Bt   one JSON object a line");
     CLI::Option* json = command->add_flag("--json", options->json, "one JSON object per line");
     command->add_flag("--markdown", options->markdown, "a Markdown page")->excludes(json);
     command->callback([options, status] {

@@ -37,7 +37,7 @@ std::string suggestions(std::string_view typed, const std::vector<std::string_vi
     std::vector<std::pair<std::size_t, std::string_view>> near;
     for (const std::string_view name : names) {
         const std::size_t distance = editDistance(typed, name);
-        if (distance <= furthest) {
+        if (distance <= furthest && name != typed) {
             near.emplace_back(distance, name);
         }
     }

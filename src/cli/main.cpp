@@ -1,6 +1,9 @@
-#include <CLI/CLI.hpp>
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <cerrno>
+#include <csignal>
 #include <iostream>
 #include <system_error>
 
@@ -93,18 +96,41 @@ int run(int argc, char** argv)
     }
     return status;
 }
+
+/// Keeps sockets from becoming standard input or output where the caller has closed those. A write to an
+/// output that was closed still fails.
+void occupyStandardDescriptors()
+{
+    int descriptor = 0;
+    do {
+        descriptor = open("/dev/null", O_RDONLY);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor > STDERR_FILENO) {
+        close(descriptor);
+    }
+}
+
+/// Ends as a program does whose reader has enough, head for one.
+void endByBrokenPipe()
+{
+    std::signal(SIGPIPE, SIG_DFL);
+    std::raise(SIGPIPE);
+}
 } // namespace
 
 int main(int argc, char** argv)
 {
+    occupyStandardDescriptors();
+    std::signal(SIGPIPE, SIG_IGN); // a reader that went away must not cost the goodbye
     try {
         return run(argc, argv);
     } catch (const std::system_error& error) {
-        if (error.code() != std::errc::broken_pipe) { // a reader that has enough, as head, wants no message
-            std::cerr << "hostlink: " << error.what() << std::endl;
+        if (error.code() == std::errc::broken_pipe) {
+            endByBrokenPipe();
         }
+        std::cerr << "hostlink: " << error.what() << std::endl;
     } catch (const std::exception& error) {
         std::cerr << "hostlink: " << error.what() << std::endl;
     }
-    return Refused;
+    return NoLink; // the module refused nothing: its answer did not come, or could not be told
 }

@@ -54,6 +54,9 @@ public:
     /// request of the module has been answered when it is returned.
     Host::Event receive(ByteArray* message, HostLinkTime deadline);
 
+    /// True while the line to the module stands.
+    bool isLineUp() const { return m_host.isLineUp(); }
+
     /// Waits until the module's end of the link has everything; false when it did not get it.
     bool waitAcknowledged();
 

@@ -47,6 +47,7 @@ ModuleProcess::ModuleProcess() = default;
 ModuleProcess::~ModuleProcess()
 {
     HostLinkTransportLayer::stopAll();
+    m_api.reset(); // before the nodes: their end is no change of a value
     m_worker.reset();
     if (m_line) {
         m_line->reset();
@@ -62,7 +63,7 @@ ModuleProcess::Start ModuleProcess::start(const Settings& settings, QString* err
         return Start::BadProfile;
     }
     applyTunnelSettings(settings, &*profile);
-    if (!makeStateDirectory(settings.stateDirectory, error) || !m_api.listen(settings.apiSocket, error)
+    if (!makeStateDirectory(settings.stateDirectory, error) || !m_api->listen(settings.apiSocket, error)
         || !replaceLine(settings, error)) {
         return Start::Failed;
     }

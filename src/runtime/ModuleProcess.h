@@ -45,7 +45,7 @@ private:
     bool createWorker(const QString& plugin, QString* error);
 
     std::shared_ptr<std::unique_ptr<HostLinkPhysicalLayer>> m_line; ///< open, until the worker takes it
-    NodeApi m_api;
+    std::unique_ptr<NodeApi> m_api = std::make_unique<NodeApi>();
     PluginLoader m_plugin;
     std::unique_ptr<ProfileNodes> m_profileNodes;
     std::unique_ptr<SystemManager> m_systemManager;

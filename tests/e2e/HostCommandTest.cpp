@@ -67,6 +67,25 @@ class HostCommandAlone : public RuntimeDirectory
 {
 };
 
+TEST_F(HostCommand, SendToAModuleThatGoesAwayIsALostLink)
+{
+    Program send({"host", "--timeout", "1500", "send", "00020007"});
+    ASSERT_FALSE(send.waitForLine("8002").empty());
+    m_module->signal(SIGKILL);
+    EXPECT_EQ(send.wait().status, 3);
+}
+
+TEST_F(HostCommand, AnAnswerTooLongForTheLinkIsSaidByTheModule)
+{
+    const std::string text(65535, 'a');
+    ASSERT_EQ(Program::run({"host", "set", "DeviceName=str:" + text}).status, 0);
+    ASSERT_EQ(Program::run({"host", "set", "HostName=str:" + text}).status, 0);
+    EXPECT_EQ(Program::run({"host", "--timeout", "300", "get", "DeviceName", "HostName"}).status, 3);
+    m_module->signal(SIGTERM);
+    EXPECT_TRUE(contains(m_module->wait().err,
+                         "MSG_GetStateResponse of 131082 bytes is longer than the link carries"));
+}
+
 TEST_F(HostCommand, GetPrintsALineForEachStateInOrder)
 {
     const ProgramResult result = host({"get", "STA_Mute", "0x7777", "STA_SystemVersion"});

@@ -10,6 +10,7 @@
 #include "platform/hostlink/HostLinkHello.h"
 #include "platform/hostlink/HostLinkLog.h"
 #include "platform/hostlink/HostLinkMessage.h"
+#include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkReceiver.h"
 #include "platform/hostlink/HostLinkSender.h"
 
@@ -17,10 +18,10 @@ using namespace std::chrono_literals;
 
 namespace
 {
-// An end that has transmitted nothing for the first time says that it lives; one that has heard nothing
-// for the second, which is longer than two of the first, takes its peer for dead.
+// An end that has transmitted nothing for so long says that it lives: twice before its peer takes it for
+// dead.
 constexpr HostLinkDuration kKeepAlive = 1250ms;
-constexpr HostLinkDuration kSilence = 2800ms;
+static_assert(2 * kKeepAlive < HostLinkCore::kSilence);
 
 // Between hellos that nobody answers; each is twice as long as the one before.
 constexpr HostLinkDuration kFirstHello = 200ms;
@@ -65,6 +66,7 @@ struct HostLinkCore::Private {
     void endForGood(const char* why, HostLinkTime now);
 
     bool mayQueue(MessageClass messageClass, std::size_t size) const;
+    void sayIfTooLong(MessageClass messageClass, const ByteArray& message) const;
 
     Bytes transmitHello(HostLinkTime now);
     Bytes transmitGoodbye(HostLinkTime now);
@@ -208,6 +210,7 @@ bool HostLinkCore::send(const ByteArray& message, HostLinkTime now)
     const MessageClass messageClass = ::messageClass(HostLinkMessage::messageId(message));
     if (!d->mayQueue(messageClass, message.size())) {
         ++d->counters.messagesRefused;
+        d->sayIfTooLong(messageClass, message);
         return false;
     }
     if (!d->sender.fits(messageClass, message.size())) {
@@ -296,6 +299,18 @@ bool HostLinkCore::Private::mayQueue(MessageClass messageClass, std::size_t size
 {
     return !closed && session != Session::Ended && !receiver.answersFormerPeer() && size > 0
            && sender.canHold(messageClass, size);
+}
+
+/// Nothing else would tell why the peer waits in vain.
+void HostLinkCore::Private::sayIfTooLong(MessageClass messageClass, const ByteArray& message) const
+{
+    if (closed || session == Session::Ended || sender.canHold(messageClass, message.size())) {
+        return;
+    }
+    HostLinkLog::write(HostLinkLog::Level::Warning,
+                       HostLinkPrinter::printMessageId(HostLinkMessage::messageId(message)) + " of "
+                           + std::to_string(message.size())
+                           + " bytes is longer than the link carries, not sent");
 }
 
 /// Begins the handshake: from here on nothing but hellos is exchanged, until the peer has answered.

@@ -22,6 +22,9 @@ public:
         std::size_t creditBytes[2] = {64 * 1024 + 64, 64 * 1024 + 64}; ///< receive window, by MessageClass
     };
 
+    /// A peer that lives is never silent for so long: each end says at shorter intervals that it is there.
+    static constexpr HostLinkDuration kSilence = std::chrono::milliseconds(2800);
+
     /// A run of bytes owned by the core, valid until its next call.
     struct Bytes {
         const std::uint8_t* data;

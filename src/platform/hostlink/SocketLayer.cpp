@@ -137,7 +137,7 @@ void SocketLayer::finishConnect(HostLinkTime now)
         ::getsockopt(m_peer.get(), SOL_SOCKET, SO_ERROR, &error, &size);
     }
     if (error == 0 && prepare(m_peer.get())) {
-        lineIsUp();
+        lineIsUp(now);
         return;
     }
     m_peer.reset();
@@ -159,7 +159,7 @@ void SocketLayer::acceptNewcomers(HostLinkTime now)
             FileDescriptor newcomer(
                 ::accept4(listener.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
             if (newcomer) {
-                welcome(std::move(newcomer));
+                welcome(std::move(newcomer), now);
             } else if (errno == EAGAIN) {
                 break;
             } else if (errno != ECONNABORTED && errno != EINTR) {
@@ -172,14 +172,18 @@ void SocketLayer::acceptNewcomers(HostLinkTime now)
     }
 }
 
-void SocketLayer::welcome(FileDescriptor newcomer)
+void SocketLayer::welcome(FileDescriptor newcomer, HostLinkTime now)
 {
+    if (m_up && now - m_heardAt >= HostLinkCore::kSilence) {
+        HostLinkLog::write(HostLinkLog::Level::Info, m_name + ": a silent peer makes room for another");
+        dropLine(now);
+    }
     if (m_up) {
         HostLinkLog::write(HostLinkLog::Level::Debug, m_name + ": turned a second peer away");
         refuse(std::move(newcomer));
     } else if (prepare(newcomer.get())) {
         m_peer = std::move(newcomer);
-        lineIsUp();
+        lineIsUp(now);
     }
 }
 
@@ -188,8 +192,9 @@ bool SocketLayer::peerHungUp() const
     return isOpenSocketReady(m_peer.get(), POLLRDHUP);
 }
 
-void SocketLayer::lineIsUp()
+void SocketLayer::lineIsUp(HostLinkTime now)
 {
+    m_heardAt = now;
     m_up = true;
     m_broken = false;
     m_head.clear();
@@ -219,6 +224,7 @@ std::size_t SocketLayer::read(std::uint8_t* to, std::size_t max, HostLinkTime no
     }
     const ssize_t size = ::recv(m_peer.get(), to, max, MSG_DONTWAIT);
     if (size > 0) {
+        m_heardAt = now;
         noteHead(to, std::size_t(size));
         return std::size_t(size);
     }

@@ -6,7 +6,8 @@
 
 /// An emulated line over a stream socket. One side listens, the other connects; either may start
 /// first. The listening side has one peer at a time: a peer that has gone is read to its end before a
-/// newcomer is looked at, and a newcomer on an occupied line is told so and closed.
+/// newcomer is looked at, one that has fallen silent makes room for it, and a newcomer on an occupied
+/// line is told so and closed.
 class SocketLayer : public HostLinkPhysicalLayer
 {
 public:
@@ -62,9 +63,9 @@ private:
     void tryConnect(HostLinkTime now);
     void finishConnect(HostLinkTime now);
     void acceptNewcomers(HostLinkTime now);
-    void welcome(FileDescriptor newcomer);
+    void welcome(FileDescriptor newcomer, HostLinkTime now);
     bool peerHungUp() const;
-    void lineIsUp();
+    void lineIsUp(HostLinkTime now);
     void dropLine(HostLinkTime now);
     void noteHead(const std::uint8_t* bytes, std::size_t size);
     void retryAfter(const Attempt& attempt, HostLinkTime now);
@@ -80,6 +81,7 @@ private:
     bool m_broken = false;     ///< a write failed: the line goes down once it is read to its end
     bool m_refused = false;    ///< all that the last line with bytes brought is a refusal
     std::uint64_t m_lines = 0; ///< how often the line came up
+    HostLinkTime m_heardAt;    ///< when the peer last sent something, or came
     ByteArray m_head;          ///< the first bytes of this line, at most one more than a refusal has
     HostLinkTime m_connectBy = HostLinkTime::max();
     HostLinkTime m_retryAt = HostLinkTime::max();

@@ -135,6 +135,24 @@ TEST_P(SocketLineTest, ARefusedPeerTriesAgainSeldomAndGetsTheLineOnceItIsFree)
     EXPECT_FALSE(second->refused());
 }
 
+TEST_P(SocketLineTest, ASilentPeerMakesRoomForANewcomer)
+{
+    const auto first = newcomer();
+    ASSERT_TRUE(comeUp(*m_listening, *first));
+    const std::uint64_t number = m_listening->lineNumber();
+
+    const auto second = newcomer();
+    const HostLinkTime later = now() + HostLinkCore::kSilence;
+    ASSERT_TRUE(serviceUntil({second.get()}, [&] {
+        m_listening->service(later);
+        return m_listening->lineNumber() > number && second->lineNumber() != 0;
+    }));
+    const std::uint8_t byte = 42;
+    EXPECT_EQ(second->write(&byte, 1, now()), 1u);
+    EXPECT_TRUE(serviceUntil({m_listening.get()}, [&] { return !readNow(*m_listening).empty(); }));
+    EXPECT_FALSE(second->refused());
+}
+
 TEST_P(SocketLineTest, APeerThatWentIsReadToItsEndBeforeANewcomerIsLookedAt)
 {
     auto first = newcomer();
