@@ -7,6 +7,7 @@
 #include "cli/JsonText.h"
 #include "cli/Output.h"
 #include "platform/hostlink/HexText.h"
+#include "vocabulary/HostNodes.h"
 #include "vocabulary/Proxies.h"
 
 namespace
@@ -40,6 +41,9 @@ Entry entryOf(const StateRow& state)
         entry.owner = proxyClassName(proxy->proxy);
         entry.path = nodePath(proxy->node);
         entry.kind = conversionRow(proxy->convert).name;
+    } else if (const HostNodeRow* pushed = findHostNode(state.id)) {
+        entry.path = nodePath(pushed->node);
+        entry.kind = conversionRow(pushed->convert).name;
     }
     return entry;
 }
@@ -110,7 +114,7 @@ Every state that a module and its host know by name. Made by `hostlink states --
 
 *Read* is the type that the module answers, *write* the one that the host sends; an empty field means that the state
 does not go that way. *Owner* is the class of the module's value proxy, empty where the module answers nil; *node* and
-*conversion* are where and how that proxy keeps the value.
+*conversion* are where and how that proxy keeps the value, or where the module puts a value that the host pushes.
 
 | Id | Hex | Name | Read | Write | Meaning | Owner | Node | Conversion |
 |---:|---|---|---|---|---|---|---|---|)";

@@ -11,6 +11,7 @@ public:
     using CMHostLinkWorker::addProxy;
     using CMHostLinkWorker::CMHostLinkWorker;
     using CMHostLinkWorker::m_handlers;
+    using CMHostLinkWorker::m_hostStateNodes;
     using CMHostLinkWorker::m_proxies;
     using CMHostLinkWorker::m_subscribedStates;
     using CMHostLinkWorker::m_transport;

@@ -8,6 +8,7 @@
 
 #include "modules/hostlink/CheckedConnect.h"
 #include "modules/hostlink/Log.h"
+#include "modules/hostlink/proxy/HostStateValueNode.h"
 #include "modules/hostlink/proxy/ValueItemProxy.h"
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
 #include "platform/hostlink/HostLinkPrinter.h"
@@ -16,6 +17,7 @@
 #include "platform/hostlink/HostLinkValueMessage.h"
 #include "platform/sdk/Paths.h"
 #include "platform/sdk/PlayLogicInterface.h"
+#include "vocabulary/HostNodes.h"
 #include "vocabulary/Proxies.h"
 
 namespace
@@ -117,6 +119,7 @@ CMHostLinkWorker::CMHostLinkWorker(const QVariantHash& config) : CMNodesWorker(c
     HOSTLINK_TRACE_FUNCTION_WITH("Initialising worker");
     startTransport();
     registerProxies();
+    registerHostStateValueNodes();
     m_handlers.append(this);
 }
 
@@ -136,6 +139,14 @@ void CMHostLinkWorker::registerProxies()
     HOSTLINK_TRACE_FUNCTION();
     for (const ProxyRow& row : kProxies) {
         addProxy(createProxy(row, this));
+    }
+}
+
+void CMHostLinkWorker::registerHostStateValueNodes()
+{
+    HOSTLINK_TRACE_FUNCTION();
+    for (const HostNodeRow& row : kHostNodes) {
+        m_hostStateNodes.insert(row.state, new HostStateValueNode(this, CMPath(row.node), row.convert));
     }
 }
 
@@ -272,7 +283,9 @@ void CMHostLinkWorker::takeHostStates(const ByteArray& bytes)
     const HostLinkValueMessage event(bytes);
     for (int i = 0; i < event.size(); ++i) {
         const State state = stateAt(event, i);
-        if (state == STA_HostResubscribe) {
+        if (HostStateValueNode* node = m_hostStateNodes.value(state)) {
+            node->setValue(state, event, i);
+        } else if (state == STA_HostResubscribe) {
             configureSubscriptions(true);
         } else {
             LOG4CPLUS_INFO(hostLinkLogger, "Unsupported state " << state);
@@ -340,6 +353,15 @@ bool CMHostLinkWorker::configureSubscriptions(bool subscribe)
         request.addValue(state);
     }
     return sendMessage(request) != 0;
+}
+
+void CMHostLinkWorker::queryHostStates()
+{
+    HostLinkUInt16Message request(MSG_GetState);
+    for (auto node = m_hostStateNodes.constBegin(); node != m_hostStateNodes.constEnd(); ++node) {
+        request.addValue(node.key());
+    }
+    sendMessage(request);
 }
 
 void CMHostLinkWorker::on_tarkoFactoryReset()

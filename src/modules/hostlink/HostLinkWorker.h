@@ -13,6 +13,7 @@
 
 class HostLinkTransportLayer;
 class HostLinkUInt16Message;
+class HostStateValueNode;
 class ValueProxy;
 
 /// Serves the module's node tree to the host. All of it runs on the thread that created it; the transport
@@ -43,6 +44,9 @@ public:
     /// Subscribes, or unsubscribes, this module at the host; the result of the send.
     bool configureSubscriptions(bool subscribe);
 
+    /// Asks the host for the values of all states that it pushes.
+    void queryHostStates();
+
 public slots:
     void on_proxy_changed(const QList<State>& statesChanged);
     void on_message_received(const QByteArray& data);
@@ -54,12 +58,14 @@ protected:
 
     HostLinkTransportLayer* m_transport = nullptr; ///< shared with the handlers that send
     QHash<State, ValueProxy*> m_proxies;           ///< children of the worker; one may own several states
-    QSet<State> m_subscribedStates;                ///< those whose changes the host gets
-    QList<HostLinkMessageHandler*> m_handlers;     ///< in the order in which they are asked
+    QHash<State, HostStateValueNode*> m_hostStateNodes; ///< children of the worker
+    QSet<State> m_subscribedStates;                     ///< those whose changes the host gets
+    QList<HostLinkMessageHandler*> m_handlers;          ///< in the order in which they are asked
 
 private:
     void startTransport();
     void registerProxies();
+    void registerHostStateValueNodes();
     void dispatch(const ByteArray& bytes);
 
     void answerGetState(const ByteArray& bytes);

@@ -110,9 +110,12 @@ TEST(StatesCommand, PutsThePlayTimeBelowThePlayerInstance)
 TEST(StatesCommand, HasNullForWhatAStateLacks)
 {
     const std::string out = run({"states", "--json"}).out;
+    EXPECT_EQ(lineWith(out, "STA_HostMicMute"),
+              R"({"id":61443,"name":"STA_HostMicMute","read":null,"write":"u8","owner":null,)"
+              R"("path":"/hostLink/micMute","kind":"Uint8VornBool"})");
     EXPECT_EQ(
-        lineWith(out, "STA_HostMicMute"),
-        R"({"id":61443,"name":"STA_HostMicMute","read":null,"write":"u8","owner":null,"path":null,"kind":null})");
+        lineWith(out, "STA_HostResubscribe"),
+        R"({"id":61444,"name":"STA_HostResubscribe","read":null,"write":"u8","owner":null,"path":null,"kind":null})");
     EXPECT_EQ(
         lineWith(out, "STA_ModulePower"),
         R"({"id":61442,"name":"STA_ModulePower","read":null,"write":null,"owner":null,"path":null,"kind":null})");

@@ -42,11 +42,23 @@ TEST_F(LinkFixture, NoKeyOfTheConfigurationChangesTheLink)
 
 TEST_F(WorkerFixture, TracesItsConstruction)
 {
+    const std::string node = "HostStateValueNode::HostStateValueNode(CMNodesWorker*, const CMPath&, "
+                             "CMValueItemProxyConvert)";
+    const std::string enterNode = "Enter " + node;
+    const std::string leaveNode = "Leave " + node;
     const std::vector<std::string> traces = m_log.traces();
     const std::vector<std::string> expected{
         "Enter CMHostLinkWorker::CMHostLinkWorker(const QVariantHash&): Initialising worker",
         "Enter void CMHostLinkWorker::registerProxies()",
         "Leave void CMHostLinkWorker::registerProxies()",
+        "Enter void CMHostLinkWorker::registerHostStateValueNodes()",
+        enterNode,
+        leaveNode,
+        enterNode,
+        leaveNode,
+        enterNode,
+        leaveNode,
+        "Leave void CMHostLinkWorker::registerHostStateValueNodes()",
         "Leave CMHostLinkWorker::CMHostLinkWorker(const QVariantHash&)",
     };
     EXPECT_EQ(traces, expected);
