@@ -8,12 +8,13 @@
 #include "vocabulary/Nodes.h"
 #include "vocabulary/States.h"
 
-enum class ProxyClass : std::uint8_t { ValueItemProxy };
+enum class ProxyClass : std::uint8_t { ValueItemProxy, HostCommandProxy };
 
 constexpr std::string_view proxyClassName(ProxyClass proxy)
 {
     switch (proxy) {
     case ProxyClass::ValueItemProxy: return "ValueItemProxy";
+    case ProxyClass::HostCommandProxy: return "HostCommandProxy";
     }
     return {};
 }
@@ -33,14 +34,19 @@ inline constexpr std::array kProxies{
 #undef PROXY
 };
 
+/// What the host may write: commands of the module it can only read.
+constexpr WireType writeType(const ProxyRow& row)
+{
+    return row.proxy == ProxyClass::HostCommandProxy ? WireType::None : conversionRow(row.convert).write;
+}
+
 constexpr bool proxyRowsAgreeWithStates()
 {
     for (std::size_t i = 0; i < kProxies.size(); ++i) {
         // By index: with -fsanitize=undefined, GCC takes no comparison with nullptr for a constant.
         const std::size_t state = stateIndex(kProxies[i].state);
-        const ConversionRow& convert = conversionRow(kProxies[i].convert);
-        if (state == kStates.size() || kStates[state].read != convert.read
-            || kStates[state].write != convert.write) {
+        if (state == kStates.size() || kStates[state].read != conversionRow(kProxies[i].convert).read
+            || kStates[state].write != writeType(kProxies[i])) {
             return false;
         }
         for (std::size_t j = 0; j < i; ++j) {
@@ -52,7 +58,7 @@ constexpr bool proxyRowsAgreeWithStates()
     return true;
 }
 static_assert(proxyRowsAgreeWithStates(), "each state is claimed once, with the types of its conversion");
-static_assert(kProxies.size() == 67);
+static_assert(kProxies.size() == 69);
 
 /// The row that owns a state, or nullptr.
 constexpr const ProxyRow* findProxy(State state)

@@ -330,11 +330,13 @@ TEST_F(ModuleNode, EveryConvertedStateAnswersAValue)
     const auto module = startModule();
     Arguments states{"get"};
     for (const ProxyRow& row : kProxies) {
-        states.emplace_back(findState(row.state)->name);
+        if (row.proxy == ProxyClass::ValueItemProxy) {
+            states.emplace_back(findState(row.state)->name);
+        }
     }
     const ProgramResult answers = host(states);
     EXPECT_EQ(std::count(answers.out.begin(), answers.out.end(), '\n'),
-              static_cast<std::ptrdiff_t>(kProxies.size()));
+              static_cast<std::ptrdiff_t>(states.size() - 1));
     EXPECT_FALSE(contains(answers.out, "\tnil\t")) << answers.out;
     EXPECT_FALSE(contains(answers.out, "\tnone\t")) << answers.out;
     EXPECT_FALSE(contains(answers.out, "\tstr\t\n")) << answers.out;

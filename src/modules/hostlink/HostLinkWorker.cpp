@@ -8,6 +8,7 @@
 
 #include "modules/hostlink/CheckedConnect.h"
 #include "modules/hostlink/Log.h"
+#include "modules/hostlink/proxy/HostCommandProxy.h"
 #include "modules/hostlink/proxy/HostStateValueNode.h"
 #include "modules/hostlink/proxy/ValueItemProxy.h"
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
@@ -83,11 +84,19 @@ HostLinkTransportLayer* createTransport()
     return transports.back().get();
 }
 
-ValueProxy* createProxy(const ProxyRow& row, QObject* parent)
+ValueProxy* createCommandProxy(const ProxyRow& row, CMNodesWorker* worker)
+{
+    auto* proxy = new HostCommandProxy(row.state, row.convert, worker);
+    proxy->createRequestNode(worker, pathOf(row.node));
+    return proxy;
+}
+
+ValueProxy* createProxy(const ProxyRow& row, CMNodesWorker* worker)
 {
     switch (row.proxy) {
     case ProxyClass::ValueItemProxy:
-        return new ValueItemProxy(row.state, pathOf(row.node), row.convert, parent);
+        return new ValueItemProxy(row.state, pathOf(row.node), row.convert, worker);
+    case ProxyClass::HostCommandProxy: return createCommandProxy(row, worker);
     }
     return nullptr;
 }

@@ -100,6 +100,13 @@ TEST(StatesCommand, PrintsJsonObjectsWithEveryKey)
         R"("path":"/kestalPrime/hostUpgradeStatus","kind":"Uint32VornI32"})");
 }
 
+TEST(StatesCommand, ShowsCommandsForTheHostWithTheirRequestNode)
+{
+    EXPECT_EQ(lineWith(run({"states", "--json"}).out, "STA_BtCommand"),
+              R"({"id":40983,"name":"STA_BtCommand","read":"u8","write":null,"owner":"HostCommandProxy",)"
+              R"("path":"/hostLink/kestalPrime/bt/command","kind":"Uint8VornI32"})");
+}
+
 TEST(StatesCommand, PutsThePlayTimeBelowThePlayerInstance)
 {
     EXPECT_NE(
