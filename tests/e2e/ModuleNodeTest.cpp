@@ -331,7 +331,7 @@ TEST_F(ModuleNode, EveryConvertedStateAnswersAValue)
     Arguments states{"get"};
     for (const ProxyRow& row : kProxies) {
         if (row.proxy == ProxyClass::ValueItemProxy) {
-            states.emplace_back(findState(row.state)->name);
+            states.emplace_back(findState(row.states.front())->name);
         }
     }
     const ProgramResult answers = host(states);

@@ -11,6 +11,7 @@
 #include "modules/hostlink/proxy/HostCommandProxy.h"
 #include "modules/hostlink/proxy/HostStateValueNode.h"
 #include "modules/hostlink/proxy/ValueItemProxy.h"
+#include "modules/hostlink/proxy/VolumeItemProxy.h"
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
 #include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkTransportLayer.h"
@@ -86,8 +87,8 @@ HostLinkTransportLayer* createTransport()
 
 ValueProxy* createCommandProxy(const ProxyRow& row, CMNodesWorker* worker)
 {
-    auto* proxy = new HostCommandProxy(row.state, row.convert, worker);
-    proxy->createRequestNode(worker, pathOf(row.node));
+    auto* proxy = new HostCommandProxy(row.states.front(), *row.convert, worker);
+    proxy->createRequestNode(worker, pathOf(*row.node));
     return proxy;
 }
 
@@ -95,8 +96,9 @@ ValueProxy* createProxy(const ProxyRow& row, CMNodesWorker* worker)
 {
     switch (row.proxy) {
     case ProxyClass::ValueItemProxy:
-        return new ValueItemProxy(row.state, pathOf(row.node), row.convert, worker);
+        return new ValueItemProxy(row.states.front(), pathOf(*row.node), *row.convert, worker);
     case ProxyClass::HostCommandProxy: return createCommandProxy(row, worker);
+    case ProxyClass::VolumeItemProxy: return new VolumeItemProxy(worker);
     }
     return nullptr;
 }

@@ -107,6 +107,13 @@ TEST(StatesCommand, ShowsCommandsForTheHostWithTheirRequestNode)
               R"("path":"/hostLink/kestalPrime/bt/command","kind":"Uint8VornI32"})");
 }
 
+TEST(StatesCommand, HasNoConversionWhereTheProxyHasItsOwn)
+{
+    EXPECT_EQ(lineWith(run({"states", "--json"}).out, "STA_Volume\""),
+              R"({"id":9,"name":"STA_Volume","read":"u8","write":"u8","owner":"VolumeItemProxy",)"
+              R"("path":"/player/volume","kind":null})");
+}
+
 TEST(StatesCommand, PutsThePlayTimeBelowThePlayerInstance)
 {
     EXPECT_NE(

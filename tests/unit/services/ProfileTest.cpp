@@ -38,9 +38,9 @@ TEST(StandardProfile, HasAValueOfTheRightTypeForEveryConvertedState)
         if (row.proxy != ProxyClass::ValueItemProxy) {
             continue;
         }
-        const CMPath path(row.node);
+        const CMPath path(*row.node);
         ASSERT_TRUE(profile.values().contains(path)) << path.toString().toStdString();
-        EXPECT_EQ(profile.values()[path].type(), nodeType(row.convert)) << path.toString().toStdString();
+        EXPECT_EQ(profile.values()[path].type(), nodeType(*row.convert)) << path.toString().toStdString();
         EXPECT_FALSE(profile.values()[path].isEmpty()) << path.toString().toStdString();
     }
 }

@@ -109,7 +109,7 @@ TEST(Proxies, HandCommandsOverThatTheHostCannotWrite)
     for (const State state : {STA_BtCommand, STA_BtConnectionCommand}) {
         EXPECT_EQ(findProxy(state)->proxy, ProxyClass::HostCommandProxy);
         EXPECT_EQ(findState(state)->write, WireType::None);
-        EXPECT_NE(conversionRow(findProxy(state)->convert).write, WireType::None);
+        EXPECT_NE(conversionRow(*findProxy(state)->convert).write, WireType::None);
     }
 }
 

@@ -67,7 +67,7 @@ TEST_F(WorkerFixture, TracesItsConstruction)
 TEST_F(WorkerFixture, NoStateIsClaimedTwice)
 {
     EXPECT_EQ(m_log.errors(), std::vector<std::string>());
-    EXPECT_EQ(m_worker->m_proxies.size(), static_cast<int>(kProxies.size()));
+    EXPECT_EQ(m_worker->m_proxies.size(), static_cast<int>(servedStateCount()));
 }
 
 TEST_F(WorkerFixture, HandlesMessagesItselfLast)
