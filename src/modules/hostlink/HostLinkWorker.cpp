@@ -17,8 +17,10 @@
 #include "platform/hostlink/HostLinkTransportLayer.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "platform/sdk/CMItem.h"
 #include "platform/sdk/Paths.h"
 #include "platform/sdk/PlayLogicInterface.h"
+#include "platform/sdk/VornDiracSlotsSettings.h"
 #include "vocabulary/HostNodes.h"
 #include "vocabulary/Proxies.h"
 
@@ -29,6 +31,12 @@ using namespace std::chrono_literals;
 
 // Long enough for the answer to leave before the module goes down.
 constexpr auto kFactoryResetDelay = 500ms;
+
+// Between a power target on which the module goes down and the end of the link.
+constexpr auto kShutdownDelay = 100ms;
+
+constexpr std::uint8_t kSystemIsUp = 1;
+constexpr std::uint8_t kModuleIsOn = 5; ///< as the power state's code
 
 // The link's settings as the build gives them; an empty text leaves the library's default.
 constexpr const char* kPhysicalLayer = "i2c";
@@ -103,6 +111,11 @@ ValueProxy* createProxy(const ProxyRow& row, CMNodesWorker* worker)
     return nullptr;
 }
 
+bool isShutdown(VornPowerManagerTargets::Enum target)
+{
+    return target == VornPowerManagerTargets::Shutdown || target == VornPowerManagerTargets::Restart;
+}
+
 std::string stateNames(const QList<State>& states)
 {
     std::string names;
@@ -129,9 +142,15 @@ CMHostLinkWorker::CMHostLinkWorker(const QVariantHash& config) : CMNodesWorker(c
 {
     HOSTLINK_TRACE_FUNCTION_WITH("Initialising worker");
     startTransport();
+    watchPowerManager();
+    restoreDiracFilter();
     registerProxies();
     registerHostStateValueNodes();
     m_handlers.append(this);
+    notifySystemUp();
+    configureSubscriptions(true);
+    notifyPowerUp();
+    queryHostStates();
 }
 
 void CMHostLinkWorker::startTransport()
@@ -143,6 +162,21 @@ void CMHostLinkWorker::startTransport()
         QMetaObject::invokeMethod(this, "on_message_received", Qt::QueuedConnection, Q_ARG(QByteArray, data));
     });
     m_transport->start();
+}
+
+void CMHostLinkWorker::watchPowerManager()
+{
+    auto* item = new CMValueItem(this, VornPowerManagerTargetPath());
+    connect(item, &CMValueItem::changed, this, &CMHostLinkWorker::on_powerManagerItem_changed);
+}
+
+void CMHostLinkWorker::restoreDiracFilter()
+{
+    const VornDiracSlotsSettings settings =
+        VornHash(CMRoot()->getValue(VornDiracSlotsSettingsPath()).toHash());
+    VornValue filter;
+    filter.setI32(settings.slotsList().activeSlot());
+    CMRoot()->setValue(VornDiracActiveFilterPath(), filter, CMVoidReply(new CMReplyData<QVariant>));
 }
 
 void CMHostLinkWorker::registerProxies()
@@ -373,6 +407,40 @@ void CMHostLinkWorker::queryHostStates()
         request.addValue(node.key());
     }
     sendMessage(request);
+}
+
+void CMHostLinkWorker::notifySystemUp()
+{
+    HOSTLINK_TRACE_FUNCTION();
+    HostLinkValueMessage notice(MSG_StateChanged);
+    notice.addValueUint8(STA_SystemUp, kSystemIsUp);
+    sendMessage(notice);
+}
+
+void CMHostLinkWorker::notifyPowerUp()
+{
+    HOSTLINK_TRACE_FUNCTION();
+    HostLinkValueMessage notice(MSG_SetState);
+    notice.addValueUint8(STA_ModulePower, kModuleIsOn);
+    sendMessage(notice);
+}
+
+void CMHostLinkWorker::on_powerManagerItem_changed(const VornValue& value, const VornValue& oldValue)
+{
+    const VornPowerManagerTargets::Enum target = value.powerTarget().target();
+    if (target != oldValue.powerTarget().target() && isShutdown(target)) {
+        QTimer::singleShot(kShutdownDelay, Qt::PreciseTimer, this, &CMHostLinkWorker::on_shutdown);
+    }
+}
+
+void CMHostLinkWorker::on_shutdown()
+{
+    configureSubscriptions(false);
+    const QList<HostLinkMessageHandler*> handlers = m_handlers;
+    for (HostLinkMessageHandler* handler : handlers) {
+        handler->shutdown();
+    }
+    m_transport->stop();
 }
 
 void CMHostLinkWorker::on_tarkoFactoryReset()

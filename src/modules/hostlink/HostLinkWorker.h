@@ -15,6 +15,7 @@ class HostLinkTransportLayer;
 class HostLinkUInt16Message;
 class HostStateValueNode;
 class ValueProxy;
+class VornValue;
 
 /// Serves the module's node tree to the host. All of it runs on the thread that created it; the transport
 /// only queues calls of on_message_received().
@@ -25,8 +26,9 @@ class CMHostLinkWorker : public CMNodesWorker, public HostLinkMessageHandler
 {
     Q_OBJECT
 public:
-    /// Opens the host link with its fixed settings and registers all proxies. A link that is not there yet is
-    /// no failure. No key of `config` is read here.
+    /// Opens the host link with its fixed settings, restores the Dirac filter, registers all proxies and
+    /// announces the module to the host. A link that is not there yet is no failure. No key of `config` is
+    /// read here.
     explicit CMHostLinkWorker(const QVariantHash& config);
 
     /// Sends one message; non-zero when the transport took it.
@@ -48,6 +50,9 @@ public:
     void queryHostStates();
 
 public slots:
+    /// Ends the link; nothing starts it again.
+    void on_shutdown();
+    void on_powerManagerItem_changed(const VornValue& value, const VornValue& oldValue);
     void on_proxy_changed(const QList<State>& statesChanged);
     void on_message_received(const QByteArray& data);
     void on_tarkoFactoryReset();
@@ -64,8 +69,12 @@ protected:
 
 private:
     void startTransport();
+    void watchPowerManager();
+    void restoreDiracFilter();
     void registerProxies();
     void registerHostStateValueNodes();
+    void notifySystemUp();
+    void notifyPowerUp();
     void dispatch(const ByteArray& bytes);
 
     void answerGetState(const ByteArray& bytes);

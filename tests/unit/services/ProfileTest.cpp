@@ -45,6 +45,14 @@ TEST(StandardProfile, HasAValueOfTheRightTypeForEveryConvertedState)
     }
 }
 
+TEST(StandardProfile, BeginsWithAModuleThatStaysUp)
+{
+    const VornPowerManagerTarget power =
+        Profile::standard().values()[VornPowerManagerTargetPath()].powerTarget();
+    EXPECT_EQ(power.target(), VornPowerManagerTargets::Number1);
+    EXPECT_EQ(power.nextTarget(), VornPowerManagerTargets::Number1);
+}
+
 TEST(StandardProfile, LeavesTheHostsNodesToTheWorker)
 {
     const Profile profile = Profile::standard();

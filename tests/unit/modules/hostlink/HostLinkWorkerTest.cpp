@@ -59,6 +59,10 @@ TEST_F(WorkerFixture, TracesItsConstruction)
         enterNode,
         leaveNode,
         "Leave void CMHostLinkWorker::registerHostStateValueNodes()",
+        "Enter void CMHostLinkWorker::notifySystemUp()",
+        "Leave void CMHostLinkWorker::notifySystemUp()",
+        "Enter void CMHostLinkWorker::notifyPowerUp()",
+        "Leave void CMHostLinkWorker::notifyPowerUp()",
         "Leave CMHostLinkWorker::CMHostLinkWorker(const QVariantHash&)",
     };
     EXPECT_EQ(traces, expected);
@@ -85,6 +89,8 @@ TEST_F(WorkerFixture, ItsSlotsStandInTheirOrder)
         methods.push_back(meta.method(i).methodSignature().toStdString());
     }
     const std::vector<std::string> expected{
+        "on_shutdown()",
+        "on_powerManagerItem_changed(VornValue,VornValue)",
         "on_proxy_changed(QList<State>)",
         "on_message_received(QByteArray)",
         "on_tarkoFactoryReset()",
@@ -96,6 +102,7 @@ TEST_F(LinkFixture, AMessageThatWaitsForTheWorkerIsAnsweredOnceItIsComplete)
 {
     ASSERT_NE(m_host->send(numbers(MSG_GetState, {STA_ProcModeSubMode, 0x7777})), 0);
     const CMHostLinkWorker worker{QVariantHash()};
+    receiveAnnouncement();
     EXPECT_EQ(receive(), "MSG_GetStateResponse STA_ProcModeSubMode=u8:0 0x7777=nil");
     HostLinkTransportLayer::stopAll();
 }
