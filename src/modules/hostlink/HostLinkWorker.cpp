@@ -1,5 +1,6 @@
 #include "modules/hostlink/HostLinkWorker.h"
 
+#include <QFile>
 #include <QTimer>
 #include <chrono>
 #include <memory>
@@ -18,6 +19,8 @@
 #include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
 #include "platform/sdk/CMItem.h"
+#include "platform/sdk/CMNode.h"
+#include "platform/sdk/CMSetDataRequest.h"
 #include "platform/sdk/Paths.h"
 #include "platform/sdk/PlayLogicInterface.h"
 #include "platform/sdk/VornDiracSlotsSettings.h"
@@ -34,6 +37,12 @@ constexpr auto kFactoryResetDelay = 500ms;
 
 // Between a power target on which the module goes down and the end of the link.
 constexpr auto kShutdownDelay = 100ms;
+
+// Says across restarts that the host was told of an upgrade under way.
+constexpr const char* kUpgradeFlagFile = "/media/settings/settings/sentOmbrelUpgradeInProgress";
+
+// The channel of the Dirac stimuli goes out under the id of the halo brightness.
+constexpr State kStimuliChannelState = STA_HaloBrightness;
 
 constexpr std::uint8_t kSystemIsUp = 1;
 constexpr std::uint8_t kModuleIsOn = 5; ///< as the power state's code
@@ -151,6 +160,8 @@ CMHostLinkWorker::CMHostLinkWorker(const QVariantHash& config) : CMNodesWorker(c
     configureSubscriptions(true);
     notifyPowerUp();
     queryHostStates();
+    createActivateNodes();
+    createValueNodes();
 }
 
 void CMHostLinkWorker::startTransport()
@@ -193,6 +204,32 @@ void CMHostLinkWorker::registerHostStateValueNodes()
     for (const HostNodeRow& row : kHostNodes) {
         m_hostStateNodes.insert(row.state, new HostStateValueNode(this, CMPath(row.node), row.convert));
     }
+}
+
+void CMHostLinkWorker::createActivateNodes()
+{
+    using Worker = CMHostLinkWorker;
+    const auto create = [this](const CMPath& path, void (Worker::*slot)(const CMSetDataRequest&)) {
+        CMActivateNode::create(nodes(), path, this, slot, Qt::QueuedConnection);
+    };
+    create(VornHostLinkSendSoftwareUpgradeAvailablePath(),
+           &Worker::on_tarkoSendSoftwareUpgradeAvailable_invoked);
+    create(VornHostLinkSendSoftwareUpgradeInProgressPath(),
+           &Worker::on_tarkoSendSoftwareUpgradeInProgress_invoked);
+    create(VornHostLinkSendDiracStimuliOutputChannelIndexPath(),
+           &Worker::on_tarkoSendDiracStimuliOutputChannelIndex_invoked);
+}
+
+/// Nodes that the host's states fill later.
+void CMHostLinkWorker::createValueNodes()
+{
+    const auto create = [this](const CMPath& path, const VornValue& value) {
+        CMValueNode::create(nodes(), path)->setValue(value);
+    };
+    create(VornHostLinkHeadphonesConnectedPath(), VornValue().setBool(false));
+    create(VornHostLinkAudioBalancePath(), VornValue().setI32(0));
+    create(VornHostLinkKestalPrimeBtConnectionStatePath(), VornValue().setI32(0));
+    create(VornHostLinkKestalPrimeBtFirmwareVersion(), VornValue().setString(QString()));
 }
 
 void CMHostLinkWorker::addProxy(ValueProxy* proxy)
@@ -448,4 +485,43 @@ void CMHostLinkWorker::on_tarkoFactoryReset()
     LOG4CPLUS_INFO(hostLinkLogger, "!!! Triggering Factory Reset !!!");
     CMRoot()->invoke(VornSystemManagerFactoryResetPath(), VornValue(),
                      CMVoidReply(new CMReplyData<QVariant>));
+}
+
+void CMHostLinkWorker::sendUpgradeStatus(VornKestalPrimeSomUpgradeStatus::Enum status)
+{
+    HostLinkValueMessage notice(MSG_SetState);
+    notice.addValueUint8(STA_SomUpgradeStatus, static_cast<std::uint8_t>(status));
+    sendMessage(notice);
+}
+
+void CMHostLinkWorker::on_tarkoSendSoftwareUpgradeAvailable_invoked(const CMSetDataRequest& request)
+{
+    HOSTLINK_TRACE_FUNCTION();
+    sendUpgradeStatus(VornKestalPrimeSomUpgradeStatus::Available);
+    request.complete(QVariant());
+}
+
+void CMHostLinkWorker::on_tarkoSendSoftwareUpgradeInProgress_invoked(const CMSetDataRequest& request)
+{
+    HOSTLINK_TRACE_FUNCTION();
+    sendUpgradeStatus(VornKestalPrimeSomUpgradeStatus::InProgress);
+    QFile flag(kUpgradeFlagFile);
+    flag.open(QIODevice::WriteOnly);
+    flag.close();
+    request.complete(QVariant());
+}
+
+/// The request is answered, with an empty value, once its last handle goes away.
+void CMHostLinkWorker::on_tarkoSendDiracStimuliOutputChannelIndex_invoked(const CMSetDataRequest& request)
+{
+    const bool hasData = request.data().isValid();
+    HOSTLINK_TRACE_FUNCTION_WITH(int{hasData});
+    const VornHash data = request.data().toHash();
+    HostLinkValueMessage event(MSG_StateChanged);
+    if (m_subscribedStates.contains(kStimuliChannelState) && data.contains(VornValue::I32())) {
+        event.addValueUint8(kStimuliChannelState, static_cast<std::uint8_t>(VornValue(data).i32()));
+    }
+    if (event.size() > 0) {
+        sendMessage(event);
+    }
 }

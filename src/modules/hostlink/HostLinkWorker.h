@@ -11,6 +11,7 @@
 #include "platform/sdk/CMWorker.h"
 #include "vocabulary/States.h"
 
+class CMSetDataRequest;
 class HostLinkTransportLayer;
 class HostLinkUInt16Message;
 class HostStateValueNode;
@@ -56,6 +57,9 @@ public slots:
     void on_proxy_changed(const QList<State>& statesChanged);
     void on_message_received(const QByteArray& data);
     void on_tarkoFactoryReset();
+    void on_tarkoSendSoftwareUpgradeAvailable_invoked(const CMSetDataRequest& request);
+    void on_tarkoSendSoftwareUpgradeInProgress_invoked(const CMSetDataRequest& request);
+    void on_tarkoSendDiracStimuliOutputChannelIndex_invoked(const CMSetDataRequest& request);
 
 protected:
     /// Makes `proxy` the owner of its states and listens to its changes. A state that has an owner keeps it.
@@ -73,8 +77,11 @@ private:
     void restoreDiracFilter();
     void registerProxies();
     void registerHostStateValueNodes();
+    void createActivateNodes();
+    void createValueNodes();
     void notifySystemUp();
     void notifyPowerUp();
+    void sendUpgradeStatus(VornKestalPrimeSomUpgradeStatus::Enum status);
     void dispatch(const ByteArray& bytes);
 
     void answerGetState(const ByteArray& bytes);

@@ -18,6 +18,12 @@ std::string errorOf(const QString& text)
     return error.toStdString();
 }
 
+bool isMadeByTheWorker(Node node)
+{
+    return node == Node::VornHostLinkKestalPrimeBtConnectionStatePath
+           || node == Node::VornHostLinkKestalPrimeBtFirmwareVersion;
+}
+
 VornValue::Type nodeType(CMValueItemProxyConvert convert)
 {
     switch (convert) {
@@ -35,7 +41,7 @@ TEST(StandardProfile, HasAValueOfTheRightTypeForEveryConvertedState)
 {
     const Profile profile = Profile::standard();
     for (const ProxyRow& row : kProxies) {
-        if (row.proxy != ProxyClass::ValueItemProxy) {
+        if (row.proxy != ProxyClass::ValueItemProxy || isMadeByTheWorker(*row.node)) {
             continue;
         }
         const CMPath path(*row.node);
@@ -60,7 +66,8 @@ TEST(StandardProfile, LeavesTheHostsNodesToTheWorker)
          {VornHostlinkMicMutePath(), VornHostLinkHostFirmwareVersion(),
           VornHostLinkKestalPrimeHostSystemInfoPath(), VornHostLinkKestalPrimeBtCommandPath(),
           VornHostLinkKestalPrimeBtConnectionCommandPath(), VornHostLinkHeadphonesConnectedPath(),
-          VornHostLinkAudioBalancePath(), VornHostLinkSendSoftwareUpgradeAvailablePath(),
+          VornHostLinkAudioBalancePath(), VornHostLinkKestalPrimeBtConnectionStatePath(),
+          VornHostLinkKestalPrimeBtFirmwareVersion(), VornHostLinkSendSoftwareUpgradeAvailablePath(),
           VornHostLinkSendSoftwareUpgradeInProgressPath(),
           VornHostLinkSendDiracStimuliOutputChannelIndexPath(), VornHostLinkDataTransferPath(),
           VornHostLinkDataTransferStatusPath(), VornHostLinkSetPalettePath(), VornHostLinkSetPatternPath()}) {

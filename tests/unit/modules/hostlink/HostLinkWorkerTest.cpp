@@ -44,6 +44,9 @@ TEST_F(WorkerFixture, TracesItsConstruction)
 {
     const std::string node = "HostStateValueNode::HostStateValueNode(CMNodesWorker*, const CMPath&, "
                              "CMValueItemProxyConvert)";
+    const std::string changed = "void CMHostLinkWorker::on_proxy_changed(const QList<State>&)";
+    const std::string enterChanged = "Enter " + changed + ": ";
+    const std::string leaveChanged = "Leave " + changed;
     const std::string enterNode = "Enter " + node;
     const std::string leaveNode = "Leave " + node;
     const std::vector<std::string> traces = m_log.traces();
@@ -63,6 +66,11 @@ TEST_F(WorkerFixture, TracesItsConstruction)
         "Leave void CMHostLinkWorker::notifySystemUp()",
         "Enter void CMHostLinkWorker::notifyPowerUp()",
         "Leave void CMHostLinkWorker::notifyPowerUp()",
+        // Proxies watch two of the nodes that are created last.
+        enterChanged + "STA_BtConnectionState",
+        leaveChanged,
+        enterChanged + "STA_BtFirmwareVersion",
+        leaveChanged,
         "Leave CMHostLinkWorker::CMHostLinkWorker(const QVariantHash&)",
     };
     EXPECT_EQ(traces, expected);
@@ -94,6 +102,9 @@ TEST_F(WorkerFixture, ItsSlotsStandInTheirOrder)
         "on_proxy_changed(QList<State>)",
         "on_message_received(QByteArray)",
         "on_tarkoFactoryReset()",
+        "on_tarkoSendSoftwareUpgradeAvailable_invoked(CMSetDataRequest)",
+        "on_tarkoSendSoftwareUpgradeInProgress_invoked(CMSetDataRequest)",
+        "on_tarkoSendDiracStimuliOutputChannelIndex_invoked(CMSetDataRequest)",
     };
     EXPECT_EQ(methods, expected);
 }
