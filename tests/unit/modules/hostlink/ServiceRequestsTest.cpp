@@ -113,6 +113,21 @@ TEST_F(ServiceRequestsTest, TracesWhetherAChannelRequestHasData)
                                      "Enter " + function + ": 1", "Leave " + function}));
 }
 
+TEST_F(ServiceRequestsTest, TwoRequestsForAFactoryResetAreTwoInvocations)
+{
+    int resets = 0;
+    CMActivateNode::create(
+        &m_nodes, VornSystemManagerFactoryResetPath(), &m_nodes, [&](const CMSetDataRequest&) { ++resets; },
+        Qt::QueuedConnection);
+    HostLinkValueMessage request(MSG_SetState);
+    request.addValueUint8(STA_TarkoFactoryReset, 1);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(ask(request), "MSG_SetStateResponse STA_TarkoFactoryReset=u8:1");
+    }
+    EXPECT_EQ(resets, 0);
+    EXPECT_TRUE(waitFor([&] { return resets == 2; }));
+}
+
 TEST_F(ServiceRequestsTest, NodesThatTheHostFillsLaterHaveFirstValues)
 {
     EXPECT_EQ(valueAt(VornHostLinkHeadphonesConnectedPath()), R"({"bool_":false})");
