@@ -7,6 +7,7 @@
 #include "cli/JsonText.h"
 #include "cli/Output.h"
 #include "platform/hostlink/HexText.h"
+#include "vocabulary/HostNodes.h"
 #include "vocabulary/Proxies.h"
 
 namespace
@@ -38,8 +39,11 @@ Entry entryOf(const StateRow& state)
     Entry entry{state, typeText(state.read), typeText(state.write), {}, {}, {}};
     if (const ProxyRow* proxy = findProxy(state.id)) {
         entry.owner = proxyClassName(proxy->proxy);
-        entry.path = nodePath(proxy->node);
-        entry.kind = conversionRow(proxy->convert).name;
+        entry.path = proxy->node ? nodePath(*proxy->node) : std::string();
+        entry.kind = proxy->convert ? conversionRow(*proxy->convert).name : std::string_view();
+    } else if (const HostNodeRow* pushed = findHostNode(state.id)) {
+        entry.path = nodePath(pushed->node);
+        entry.kind = conversionRow(pushed->convert).name;
     }
     return entry;
 }
@@ -110,7 +114,8 @@ Every state that a module and its host know by name. Made by `hostlink states --
 
 *Read* is the type that the module answers, *write* the one that the host sends; an empty field means that the state
 does not go that way. *Owner* is the class of the module's value proxy, empty where the module answers nil; *node* and
-*conversion* are where and how that proxy keeps the value.
+*conversion* are where and how that proxy keeps the value, or where the module puts a value that the host pushes. A
+proxy without a conversion has one of its own.
 
 | Id | Hex | Name | Read | Write | Meaning | Owner | Node | Conversion |
 |---:|---|---|---|---|---|---|---|---|)";

@@ -198,6 +198,25 @@ TEST_F(HostCommand, EveryMessageThatComesBackIsPrinted)
         << "the module renews its subscription, which the host answers";
 }
 
+TEST_F(HostCommand, TheFirstHostIsNotDisturbedByTheModulesAnnouncement)
+{
+    EXPECT_EQ(host({"--timeout", "300", "send", "0002"}).out, "8002\n");
+}
+
+TEST_F(HostCommand, TheLinkEndsWhenTheModuleGoesDown)
+{
+    EXPECT_EQ(host({"get", "0x7777"}).status, 0);
+    Program listening({"host", "--timeout", "60000", "send", "00020007"});
+    ASSERT_NE(listening.waitForLine("80020007"), "");
+    const ProgramResult down =
+        Program::run({"node", "set", "VornPowerManagerTargetPath", R"({"powerTarget": {"target": 4}})"});
+    EXPECT_EQ(down.status, 0) << down.err;
+    EXPECT_NE(listening.waitForLine("0005f003"), "") << "the module unsubscribes";
+    const ProgramResult result = listening.wait();
+    EXPECT_EQ(result.status, 3);
+    EXPECT_TRUE(contains(result.err, "session ended")) << result.err;
+}
+
 TEST_F(HostCommand, RandomMessagesBreakNothing)
 {
     std::mt19937 random(20240229);

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <sstream>
 
 #include "e2e/ModuleFixture.h"
 #include "vocabulary/Proxies.h"
@@ -31,6 +32,20 @@ std::string words(const Arguments& arguments)
         text += argument + ' ';
     }
     return text;
+}
+
+/// The states that are answered with an empty text.
+std::vector<std::string> emptyTexts(const std::string& answers)
+{
+    std::vector<std::string> states;
+    std::istringstream lines(answers);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t name = line.find("\tstr\t");
+        if (name != std::string::npos && line.back() == '\t') {
+            states.push_back(line.substr(0, name));
+        }
+    }
+    return states;
 }
 
 /// Modules and node commands in one run-time directory.
@@ -330,12 +345,15 @@ TEST_F(ModuleNode, EveryConvertedStateAnswersAValue)
     const auto module = startModule();
     Arguments states{"get"};
     for (const ProxyRow& row : kProxies) {
-        states.emplace_back(findState(row.state)->name);
+        if (row.proxy == ProxyClass::ValueItemProxy) {
+            states.emplace_back(findState(row.states.front())->name);
+        }
     }
     const ProgramResult answers = host(states);
     EXPECT_EQ(std::count(answers.out.begin(), answers.out.end(), '\n'),
-              static_cast<std::ptrdiff_t>(kProxies.size()));
+              static_cast<std::ptrdiff_t>(states.size() - 1));
     EXPECT_FALSE(contains(answers.out, "\tnil\t")) << answers.out;
     EXPECT_FALSE(contains(answers.out, "\tnone\t")) << answers.out;
-    EXPECT_FALSE(contains(answers.out, "\tstr\t\n")) << answers.out;
+    EXPECT_EQ(emptyTexts(answers.out), Arguments{"STA_BtFirmwareVersion"})
+        << "the host has not told its chip's version yet";
 }

@@ -5,7 +5,9 @@
 #include <initializer_list>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
 #include "platform/hostlink/HostLinkPrinter.h"
@@ -65,6 +67,25 @@ protected:
         return receive();
     }
     std::string ask(const HostLinkMessageSerializable& message) { return ask(message.serialize()); }
+
+    /// The messages with which a new worker announces itself, in readable form; the
+    /// states of the query in order of their ids.
+    std::vector<std::string> receiveAnnouncement()
+    {
+        std::vector<std::string> messages{receive(), receive(), receive()};
+        const ByteArray bytes = m_host->receive();
+        const HostLinkUInt16Message query(bytes);
+        std::set<int> asked;
+        for (int i = 0; i < query.size(); ++i) {
+            asked.insert(query.get(i));
+        }
+        HostLinkUInt16Message ordered(HostLinkMessage::messageId(bytes));
+        for (const int state : asked) {
+            ordered.addValue(static_cast<std::uint16_t>(state));
+        }
+        messages.push_back(HostLinkPrinter::printMessage(ordered.serialize()));
+        return messages;
+    }
 
     /// True when the module has sent nothing that receive() has not shown: the answer to an empty request
     /// is the next message.

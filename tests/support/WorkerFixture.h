@@ -11,6 +11,7 @@ public:
     using CMHostLinkWorker::addProxy;
     using CMHostLinkWorker::CMHostLinkWorker;
     using CMHostLinkWorker::m_handlers;
+    using CMHostLinkWorker::m_hostStateNodes;
     using CMHostLinkWorker::m_proxies;
     using CMHostLinkWorker::m_subscribedStates;
     using CMHostLinkWorker::m_transport;
@@ -20,10 +21,15 @@ public:
 class WorkerFixture : public LinkFixture
 {
 protected:
-    WorkerFixture() { m_worker = std::make_unique<OpenWorker>(QVariantHash()); }
+    WorkerFixture()
+    {
+        m_worker = std::make_unique<OpenWorker>(QVariantHash());
+        m_announcement = receiveAnnouncement();
+    }
 
     /// No thread may call a worker that goes away.
     ~WorkerFixture() override { HostLinkTransportLayer::stopAll(); }
 
     std::unique_ptr<OpenWorker> m_worker;
+    std::vector<std::string> m_announcement; ///< what it sent at its start
 };

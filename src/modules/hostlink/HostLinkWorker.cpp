@@ -1,5 +1,6 @@
 #include "modules/hostlink/HostLinkWorker.h"
 
+#include <QFile>
 #include <QTimer>
 #include <chrono>
 #include <memory>
@@ -8,14 +9,22 @@
 
 #include "modules/hostlink/CheckedConnect.h"
 #include "modules/hostlink/Log.h"
+#include "modules/hostlink/proxy/HostCommandProxy.h"
+#include "modules/hostlink/proxy/HostStateValueNode.h"
 #include "modules/hostlink/proxy/ValueItemProxy.h"
+#include "modules/hostlink/proxy/VolumeItemProxy.h"
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
 #include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkTransportLayer.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "platform/sdk/CMItem.h"
+#include "platform/sdk/CMNode.h"
+#include "platform/sdk/CMSetDataRequest.h"
 #include "platform/sdk/Paths.h"
 #include "platform/sdk/PlayLogicInterface.h"
+#include "platform/sdk/VornDiracSlotsSettings.h"
+#include "vocabulary/HostNodes.h"
 #include "vocabulary/Proxies.h"
 
 namespace
@@ -25,6 +34,18 @@ using namespace std::chrono_literals;
 
 // Long enough for the answer to leave before the module goes down.
 constexpr auto kFactoryResetDelay = 500ms;
+
+// Between a power target on which the module goes down and the end of the link.
+constexpr auto kShutdownDelay = 100ms;
+
+// Says across restarts that the host was told of an upgrade under way.
+constexpr const char* kUpgradeFlagFile = "/media/settings/settings/sentOmbrelUpgradeInProgress";
+
+// The channel of the Dirac stimuli goes out under the id of the halo brightness.
+constexpr State kStimuliChannelState = STA_HaloBrightness;
+
+constexpr std::uint8_t kSystemIsUp = 1;
+constexpr std::uint8_t kModuleIsOn = 5; ///< as the power state's code
 
 // The link's settings as the build gives them; an empty text leaves the library's default.
 constexpr const char* kPhysicalLayer = "i2c";
@@ -81,13 +102,27 @@ HostLinkTransportLayer* createTransport()
     return transports.back().get();
 }
 
-ValueProxy* createProxy(const ProxyRow& row, QObject* parent)
+ValueProxy* createCommandProxy(const ProxyRow& row, CMNodesWorker* worker)
+{
+    auto* proxy = new HostCommandProxy(row.states.front(), *row.convert, worker);
+    proxy->createRequestNode(worker, pathOf(*row.node));
+    return proxy;
+}
+
+ValueProxy* createProxy(const ProxyRow& row, CMNodesWorker* worker)
 {
     switch (row.proxy) {
     case ProxyClass::ValueItemProxy:
-        return new ValueItemProxy(row.state, pathOf(row.node), row.convert, parent);
+        return new ValueItemProxy(row.states.front(), pathOf(*row.node), *row.convert, worker);
+    case ProxyClass::HostCommandProxy: return createCommandProxy(row, worker);
+    case ProxyClass::VolumeItemProxy: return new VolumeItemProxy(worker);
     }
     return nullptr;
+}
+
+bool isShutdown(VornPowerManagerTargets::Enum target)
+{
+    return target == VornPowerManagerTargets::Shutdown || target == VornPowerManagerTargets::Restart;
 }
 
 std::string stateNames(const QList<State>& states)
@@ -116,8 +151,17 @@ CMHostLinkWorker::CMHostLinkWorker(const QVariantHash& config) : CMNodesWorker(c
 {
     HOSTLINK_TRACE_FUNCTION_WITH("Initialising worker");
     startTransport();
+    watchPowerManager();
+    restoreDiracFilter();
     registerProxies();
+    registerHostStateValueNodes();
     m_handlers.append(this);
+    notifySystemUp();
+    configureSubscriptions(true);
+    notifyPowerUp();
+    queryHostStates();
+    createActivateNodes();
+    createValueNodes();
 }
 
 void CMHostLinkWorker::startTransport()
@@ -131,12 +175,61 @@ void CMHostLinkWorker::startTransport()
     m_transport->start();
 }
 
+void CMHostLinkWorker::watchPowerManager()
+{
+    auto* item = new CMValueItem(this, VornPowerManagerTargetPath());
+    connect(item, &CMValueItem::changed, this, &CMHostLinkWorker::on_powerManagerItem_changed);
+}
+
+void CMHostLinkWorker::restoreDiracFilter()
+{
+    const VornDiracSlotsSettings settings =
+        VornHash(CMRoot()->getValue(VornDiracSlotsSettingsPath()).toHash());
+    VornValue filter;
+    filter.setI32(settings.slotsList().activeSlot());
+    CMRoot()->setValue(VornDiracActiveFilterPath(), filter, CMVoidReply(new CMReplyData<QVariant>));
+}
+
 void CMHostLinkWorker::registerProxies()
 {
     HOSTLINK_TRACE_FUNCTION();
     for (const ProxyRow& row : kProxies) {
         addProxy(createProxy(row, this));
     }
+}
+
+void CMHostLinkWorker::registerHostStateValueNodes()
+{
+    HOSTLINK_TRACE_FUNCTION();
+    for (const HostNodeRow& row : kHostNodes) {
+        m_hostStateNodes.insert(row.state, new HostStateValueNode(this, CMPath(row.node), row.convert));
+    }
+}
+
+void CMHostLinkWorker::createActivateNodes()
+{
+    using Worker = CMHostLinkWorker;
+    const auto create = [this](const CMPath& path, void (Worker::*slot)(const CMSetDataRequest&)) {
+        CMActivateNode::create(nodes(), path, this, slot, Qt::QueuedConnection);
+    };
+    create(VornHostLinkSendSoftwareUpgradeAvailablePath(),
+           &Worker::on_tarkoSendSoftwareUpgradeAvailable_invoked);
+    create(VornHostLinkSendSoftwareUpgradeInProgressPath(),
+           &Worker::on_tarkoSendSoftwareUpgradeInProgress_invoked);
+    create(VornHostLinkSendDiracStimuliOutputChannelIndexPath(),
+           &Worker::on_tarkoSendDiracStimuliOutputChannelIndex_invoked);
+}
+
+/// Nodes that the host's states fill later.
+void CMHostLinkWorker::createValueNodes()
+{
+    const auto create = [this](const CMPath& path, const VornValue& value) {
+        CMValueNode::create(nodes(), path)->setValue(value);
+    };
+    create(VornHostLinkHeadphonesConnectedPath(), VornValue().setBool(false));
+    create(VornHostLinkAudioBalancePath(), VornValue().setI32(0));
+    create(VornHostLinkKestalPrimeBtConnectionStatePath(), VornValue().setI32(0));
+    create(VornHostLinkKestalPrimeBtFirmwareVersion(), VornValue().setString(QString()));
 }
 
 void CMHostLinkWorker::addProxy(ValueProxy* proxy)
@@ -272,7 +365,9 @@ void CMHostLinkWorker::takeHostStates(const ByteArray& bytes)
     const HostLinkValueMessage event(bytes);
     for (int i = 0; i < event.size(); ++i) {
         const State state = stateAt(event, i);
-        if (state == STA_HostResubscribe) {
+        if (HostStateValueNode* node = m_hostStateNodes.value(state)) {
+            node->setValue(state, event, i);
+        } else if (state == STA_HostResubscribe) {
             configureSubscriptions(true);
         } else {
             LOG4CPLUS_INFO(hostLinkLogger, "Unsupported state " << state);
@@ -342,9 +437,91 @@ bool CMHostLinkWorker::configureSubscriptions(bool subscribe)
     return sendMessage(request) != 0;
 }
 
+void CMHostLinkWorker::queryHostStates()
+{
+    HostLinkUInt16Message request(MSG_GetState);
+    for (auto node = m_hostStateNodes.constBegin(); node != m_hostStateNodes.constEnd(); ++node) {
+        request.addValue(node.key());
+    }
+    sendMessage(request);
+}
+
+void CMHostLinkWorker::notifySystemUp()
+{
+    HOSTLINK_TRACE_FUNCTION();
+    HostLinkValueMessage notice(MSG_StateChanged);
+    notice.addValueUint8(STA_SystemUp, kSystemIsUp);
+    sendMessage(notice);
+}
+
+void CMHostLinkWorker::notifyPowerUp()
+{
+    HOSTLINK_TRACE_FUNCTION();
+    HostLinkValueMessage notice(MSG_SetState);
+    notice.addValueUint8(STA_ModulePower, kModuleIsOn);
+    sendMessage(notice);
+}
+
+void CMHostLinkWorker::on_powerManagerItem_changed(const VornValue& value, const VornValue& oldValue)
+{
+    const VornPowerManagerTargets::Enum target = value.powerTarget().target();
+    if (target != oldValue.powerTarget().target() && isShutdown(target)) {
+        QTimer::singleShot(kShutdownDelay, Qt::PreciseTimer, this, &CMHostLinkWorker::on_shutdown);
+    }
+}
+
+void CMHostLinkWorker::on_shutdown()
+{
+    configureSubscriptions(false);
+    const QList<HostLinkMessageHandler*> handlers = m_handlers;
+    for (HostLinkMessageHandler* handler : handlers) {
+        handler->shutdown();
+    }
+    m_transport->stop();
+}
+
 void CMHostLinkWorker::on_tarkoFactoryReset()
 {
     LOG4CPLUS_INFO(hostLinkLogger, "!!! Triggering Factory Reset !!!");
     CMRoot()->invoke(VornSystemManagerFactoryResetPath(), VornValue(),
                      CMVoidReply(new CMReplyData<QVariant>));
+}
+
+void CMHostLinkWorker::sendUpgradeStatus(VornKestalPrimeSomUpgradeStatus::Enum status)
+{
+    HostLinkValueMessage notice(MSG_SetState);
+    notice.addValueUint8(STA_SomUpgradeStatus, static_cast<std::uint8_t>(status));
+    sendMessage(notice);
+}
+
+void CMHostLinkWorker::on_tarkoSendSoftwareUpgradeAvailable_invoked(const CMSetDataRequest& request)
+{
+    HOSTLINK_TRACE_FUNCTION();
+    sendUpgradeStatus(VornKestalPrimeSomUpgradeStatus::Available);
+    request.complete(QVariant());
+}
+
+void CMHostLinkWorker::on_tarkoSendSoftwareUpgradeInProgress_invoked(const CMSetDataRequest& request)
+{
+    HOSTLINK_TRACE_FUNCTION();
+    sendUpgradeStatus(VornKestalPrimeSomUpgradeStatus::InProgress);
+    QFile flag(kUpgradeFlagFile);
+    flag.open(QIODevice::WriteOnly);
+    flag.close();
+    request.complete(QVariant());
+}
+
+/// The request is answered, with an empty value, once its last handle goes away.
+void CMHostLinkWorker::on_tarkoSendDiracStimuliOutputChannelIndex_invoked(const CMSetDataRequest& request)
+{
+    const bool hasData = request.data().isValid();
+    HOSTLINK_TRACE_FUNCTION_WITH(int{hasData});
+    const VornHash data = request.data().toHash();
+    HostLinkValueMessage event(MSG_StateChanged);
+    if (m_subscribedStates.contains(kStimuliChannelState) && data.contains(VornValue::I32())) {
+        event.addValueUint8(kStimuliChannelState, static_cast<std::uint8_t>(VornValue(data).i32()));
+    }
+    if (event.size() > 0) {
+        sendMessage(event);
+    }
 }

@@ -44,7 +44,7 @@ void postInvoke(const CMPath& path, const VornHash& data, const CMReply<QVariant
     CMQueue::instance().post([path, data, reply] { invokeNode(path, data, reply); });
 }
 
-class RootWorker : public CMAbstractWorker
+class RootWorker : public CMRootWorker
 {
 public:
     RootWorker() { setObjectName(QStringLiteral("root")); }
@@ -63,7 +63,7 @@ public:
 };
 } // namespace
 
-CMAbstractWorker* CMRoot()
+CMRootWorker* CMRoot()
 {
     static auto* const root = new RootWorker; // never destroyed, as the tree
     return root;

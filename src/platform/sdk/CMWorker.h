@@ -28,7 +28,20 @@ public:
 };
 
 /// The root worker: reaches every node of the process.
-CMAbstractWorker* CMRoot();
+class CMRootWorker : public CMAbstractWorker
+{
+    Q_OBJECT
+public:
+    using CMAbstractWorker::CMAbstractWorker;
+
+signals:
+    /// Emitted by the player for the volume node at `path`; `event` is the hash of a value whose
+    /// volumeChangeEvent() tells what happened.
+    void volumeChangeEvent(const CMPath& path, const QVariant& event);
+};
+
+/// The one root worker of the process.
+CMRootWorker* CMRoot();
 
 /// Base of workers that own nodes. Its nodes go with it.
 class CMNodesWorker : public CMAbstractWorker

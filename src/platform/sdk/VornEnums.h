@@ -72,6 +72,19 @@ VORN_ENUM(VornHostLinkdInputStateType, VORN_INPUT_STATES)
 #define VORN_HOST_MODELS(X) X(Unknown, 0) X(Model1, 1) X(Model2, 2)
 VORN_ENUM(VornKestalPrimeHostSystemInfoModel, VORN_HOST_MODELS)
 
+/// What happened to the player's volume.
+#define VORN_PLAYER_VOLUME_CHANGE_EVENT_TYPES(X) X(Unset, 0) X(Number2, 2)
+VORN_ENUM(VornPlayerVolumeChangeEventType, VORN_PLAYER_VOLUME_CHANGE_EVENT_TYPES)
+
+/// Where the power manager may take the module. It goes down for Restart and for Shutdown.
+#define VORN_POWER_MANAGER_TARGETS(X)                                                                        \
+    X(Number0, 0) X(Number1, 1) X(Number2, 2) X(Restart, 3) X(Shutdown, 4) X(Number5, 5) X(Number6, 6)
+VORN_ENUM(VornPowerManagerTargets, VORN_POWER_MANAGER_TARGETS)
+
+/// Why it was asked to.
+#define VORN_POWER_MANAGER_REASONS(X) X(Unset, 0) X(Number3, 3)
+VORN_ENUM(VornPowerManagerReasons, VORN_POWER_MANAGER_REASONS)
+
 /// Who may use a node. The tree carries it and does not examine it.
 #define VORN_PERMISSIONS(X) X(Unset, 0) X(Number9999, 9999)
 VORN_ENUM(VornPermission, VORN_PERMISSIONS)

@@ -3,6 +3,8 @@
 #include "platform/sdk/VornEnums.h"
 #include "platform/sdk/VornField.h"
 #include "platform/sdk/VornHash.h"
+#include "platform/sdk/VornPlayerVolumeChangeEvent.h"
+#include "platform/sdk/VornPowerManagerTarget.h"
 
 /// The typed fields of a value: FIELD(type, getter, setter, Key).
 #define VORN_VALUE_FIELDS(FIELD)                                                                             \
@@ -32,6 +34,10 @@ class VornValue : public VornHash
     VORN_RECORD(VornValue)
 public:
     VORN_VALUE_FIELDS(VORN_FIELD)
+
+    // Records are no types of their own: a value with one is a plain hash.
+    VORN_FIELD(VornPlayerVolumeChangeEvent, volumeChangeEvent, setVolumeChangeEvent, VolumeChangeEvent)
+    VORN_FIELD(VornPowerManagerTarget, powerTarget, setPowerTarget, PowerTarget)
 
     qint32 i32() const { return i32_(); }
     qint64 i64() const { return i64_(); }

@@ -100,6 +100,20 @@ TEST(StatesCommand, PrintsJsonObjectsWithEveryKey)
         R"("path":"/kestalPrime/hostUpgradeStatus","kind":"Uint32VornI32"})");
 }
 
+TEST(StatesCommand, ShowsCommandsForTheHostWithTheirRequestNode)
+{
+    EXPECT_EQ(lineWith(run({"states", "--json"}).out, "STA_BtCommand"),
+              R"({"id":40983,"name":"STA_BtCommand","read":"u8","write":null,"owner":"HostCommandProxy",)"
+              R"("path":"/hostLink/kestalPrime/bt/command","kind":"Uint8VornI32"})");
+}
+
+TEST(StatesCommand, HasNoConversionWhereTheProxyHasItsOwn)
+{
+    EXPECT_EQ(lineWith(run({"states", "--json"}).out, "STA_Volume\""),
+              R"({"id":9,"name":"STA_Volume","read":"u8","write":"u8","owner":"VolumeItemProxy",)"
+              R"("path":"/player/volume","kind":null})");
+}
+
 TEST(StatesCommand, PutsThePlayTimeBelowThePlayerInstance)
 {
     EXPECT_NE(
@@ -110,9 +124,12 @@ TEST(StatesCommand, PutsThePlayTimeBelowThePlayerInstance)
 TEST(StatesCommand, HasNullForWhatAStateLacks)
 {
     const std::string out = run({"states", "--json"}).out;
+    EXPECT_EQ(lineWith(out, "STA_HostMicMute"),
+              R"({"id":61443,"name":"STA_HostMicMute","read":null,"write":"u8","owner":null,)"
+              R"("path":"/hostLink/micMute","kind":"Uint8VornBool"})");
     EXPECT_EQ(
-        lineWith(out, "STA_HostMicMute"),
-        R"({"id":61443,"name":"STA_HostMicMute","read":null,"write":"u8","owner":null,"path":null,"kind":null})");
+        lineWith(out, "STA_HostResubscribe"),
+        R"({"id":61444,"name":"STA_HostResubscribe","read":null,"write":"u8","owner":null,"path":null,"kind":null})");
     EXPECT_EQ(
         lineWith(out, "STA_ModulePower"),
         R"({"id":61442,"name":"STA_ModulePower","read":null,"write":null,"owner":null,"path":null,"kind":null})");

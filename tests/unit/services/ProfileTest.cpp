@@ -18,6 +18,12 @@ std::string errorOf(const QString& text)
     return error.toStdString();
 }
 
+bool isMadeByTheWorker(Node node)
+{
+    return node == Node::VornHostLinkKestalPrimeBtConnectionStatePath
+           || node == Node::VornHostLinkKestalPrimeBtFirmwareVersion;
+}
+
 VornValue::Type nodeType(CMValueItemProxyConvert convert)
 {
     switch (convert) {
@@ -35,14 +41,22 @@ TEST(StandardProfile, HasAValueOfTheRightTypeForEveryConvertedState)
 {
     const Profile profile = Profile::standard();
     for (const ProxyRow& row : kProxies) {
-        if (row.proxy != ProxyClass::ValueItemProxy) {
+        if (row.proxy != ProxyClass::ValueItemProxy || isMadeByTheWorker(*row.node)) {
             continue;
         }
-        const CMPath path(row.node);
+        const CMPath path(*row.node);
         ASSERT_TRUE(profile.values().contains(path)) << path.toString().toStdString();
-        EXPECT_EQ(profile.values()[path].type(), nodeType(row.convert)) << path.toString().toStdString();
+        EXPECT_EQ(profile.values()[path].type(), nodeType(*row.convert)) << path.toString().toStdString();
         EXPECT_FALSE(profile.values()[path].isEmpty()) << path.toString().toStdString();
     }
+}
+
+TEST(StandardProfile, BeginsWithAModuleThatStaysUp)
+{
+    const VornPowerManagerTarget power =
+        Profile::standard().values()[VornPowerManagerTargetPath()].powerTarget();
+    EXPECT_EQ(power.target(), VornPowerManagerTargets::Number1);
+    EXPECT_EQ(power.nextTarget(), VornPowerManagerTargets::Number1);
 }
 
 TEST(StandardProfile, LeavesTheHostsNodesToTheWorker)
@@ -52,7 +66,8 @@ TEST(StandardProfile, LeavesTheHostsNodesToTheWorker)
          {VornHostlinkMicMutePath(), VornHostLinkHostFirmwareVersion(),
           VornHostLinkKestalPrimeHostSystemInfoPath(), VornHostLinkKestalPrimeBtCommandPath(),
           VornHostLinkKestalPrimeBtConnectionCommandPath(), VornHostLinkHeadphonesConnectedPath(),
-          VornHostLinkAudioBalancePath(), VornHostLinkSendSoftwareUpgradeAvailablePath(),
+          VornHostLinkAudioBalancePath(), VornHostLinkKestalPrimeBtConnectionStatePath(),
+          VornHostLinkKestalPrimeBtFirmwareVersion(), VornHostLinkSendSoftwareUpgradeAvailablePath(),
           VornHostLinkSendSoftwareUpgradeInProgressPath(),
           VornHostLinkSendDiracStimuliOutputChannelIndexPath(), VornHostLinkDataTransferPath(),
           VornHostLinkDataTransferStatusPath(), VornHostLinkSetPalettePath(), VornHostLinkSetPatternPath()}) {

@@ -104,6 +104,15 @@ TEST(Proxies, TakeTheActiveFilterFromTheAppliance)
     EXPECT_EQ(findProxy(STA_HeadphonesStatus)->node, Node::VornKestalPrimeHeadphonesStatusPath);
 }
 
+TEST(Proxies, HandCommandsOverThatTheHostCannotWrite)
+{
+    for (const State state : {STA_BtCommand, STA_BtConnectionCommand}) {
+        EXPECT_EQ(findProxy(state)->proxy, ProxyClass::HostCommandProxy);
+        EXPECT_EQ(findState(state)->write, WireType::None);
+        EXPECT_NE(conversionRow(*findProxy(state)->convert).write, WireType::None);
+    }
+}
+
 TEST(Proxies, DoNotOwnWhatTheHostOwnsOrNobodyServes)
 {
     for (const State state : {STA_HostMicMute, STA_HostFirmwareVersion, STA_HostSystemInfo,

@@ -42,11 +42,35 @@ TEST_F(LinkFixture, NoKeyOfTheConfigurationChangesTheLink)
 
 TEST_F(WorkerFixture, TracesItsConstruction)
 {
+    const std::string node = "HostStateValueNode::HostStateValueNode(CMNodesWorker*, const CMPath&, "
+                             "CMValueItemProxyConvert)";
+    const std::string changed = "void CMHostLinkWorker::on_proxy_changed(const QList<State>&)";
+    const std::string enterChanged = "Enter " + changed + ": ";
+    const std::string leaveChanged = "Leave " + changed;
+    const std::string enterNode = "Enter " + node;
+    const std::string leaveNode = "Leave " + node;
     const std::vector<std::string> traces = m_log.traces();
     const std::vector<std::string> expected{
         "Enter CMHostLinkWorker::CMHostLinkWorker(const QVariantHash&): Initialising worker",
         "Enter void CMHostLinkWorker::registerProxies()",
         "Leave void CMHostLinkWorker::registerProxies()",
+        "Enter void CMHostLinkWorker::registerHostStateValueNodes()",
+        enterNode,
+        leaveNode,
+        enterNode,
+        leaveNode,
+        enterNode,
+        leaveNode,
+        "Leave void CMHostLinkWorker::registerHostStateValueNodes()",
+        "Enter void CMHostLinkWorker::notifySystemUp()",
+        "Leave void CMHostLinkWorker::notifySystemUp()",
+        "Enter void CMHostLinkWorker::notifyPowerUp()",
+        "Leave void CMHostLinkWorker::notifyPowerUp()",
+        // Proxies watch two of the nodes that are created last.
+        enterChanged + "STA_BtConnectionState",
+        leaveChanged,
+        enterChanged + "STA_BtFirmwareVersion",
+        leaveChanged,
         "Leave CMHostLinkWorker::CMHostLinkWorker(const QVariantHash&)",
     };
     EXPECT_EQ(traces, expected);
@@ -55,7 +79,7 @@ TEST_F(WorkerFixture, TracesItsConstruction)
 TEST_F(WorkerFixture, NoStateIsClaimedTwice)
 {
     EXPECT_EQ(m_log.errors(), std::vector<std::string>());
-    EXPECT_EQ(m_worker->m_proxies.size(), static_cast<int>(kProxies.size()));
+    EXPECT_EQ(m_worker->m_proxies.size(), static_cast<int>(servedStateCount()));
 }
 
 TEST_F(WorkerFixture, HandlesMessagesItselfLast)
@@ -73,9 +97,14 @@ TEST_F(WorkerFixture, ItsSlotsStandInTheirOrder)
         methods.push_back(meta.method(i).methodSignature().toStdString());
     }
     const std::vector<std::string> expected{
+        "on_shutdown()",
+        "on_powerManagerItem_changed(VornValue,VornValue)",
         "on_proxy_changed(QList<State>)",
         "on_message_received(QByteArray)",
         "on_tarkoFactoryReset()",
+        "on_tarkoSendSoftwareUpgradeAvailable_invoked(CMSetDataRequest)",
+        "on_tarkoSendSoftwareUpgradeInProgress_invoked(CMSetDataRequest)",
+        "on_tarkoSendDiracStimuliOutputChannelIndex_invoked(CMSetDataRequest)",
     };
     EXPECT_EQ(methods, expected);
 }
@@ -84,6 +113,7 @@ TEST_F(LinkFixture, AMessageThatWaitsForTheWorkerIsAnsweredOnceItIsComplete)
 {
     ASSERT_NE(m_host->send(numbers(MSG_GetState, {STA_ProcModeSubMode, 0x7777})), 0);
     const CMHostLinkWorker worker{QVariantHash()};
+    receiveAnnouncement();
     EXPECT_EQ(receive(), "MSG_GetStateResponse STA_ProcModeSubMode=u8:0 0x7777=nil");
     HostLinkTransportLayer::stopAll();
 }

@@ -269,20 +269,26 @@ TEST_F(IntakeTest, TheAnswersToTheSubscriptionsOfTheModuleAreLogged)
     EXPECT_EQ(m_log.debugs(), expected);
 }
 
-TEST_F(IntakeTest, AGetOfAllGenericStatesAnswersEachInOrderOnce)
+TEST_F(IntakeTest, AGetOfAllServedStatesAnswersEachInOrderOnce)
 {
     HostLinkUInt16Message request(MSG_GetState);
     for (const ProxyRow& row : kProxies) {
-        request.addValue(row.state);
+        for (const State state : row.states) {
+            request.addValue(state);
+        }
     }
     ASSERT_NE(m_host->send(request), 0);
     const HostLinkValueMessage reply(m_host->receive());
-    ASSERT_EQ(reply.size(), static_cast<int>(kProxies.size()));
-    for (int i = 0; i < reply.size(); ++i) {
-        const ProxyRow& row = kProxies[static_cast<std::size_t>(i)];
-        EXPECT_EQ(reply.getTag(i), row.state);
-        EXPECT_EQ(reply.getEnc(i), wireTypeEncoding(conversionRow(row.convert).read));
+    int i = 0;
+    for (const ProxyRow& row : kProxies) {
+        const bool isCommand = row.proxy == ProxyClass::HostCommandProxy;
+        for (const State state : row.states) {
+            EXPECT_EQ(reply.getTag(i), state);
+            EXPECT_EQ(reply.getEnc(i), wireTypeEncoding(isCommand ? WireType::Nil : findState(state)->read));
+            ++i;
+        }
     }
+    EXPECT_EQ(reply.size(), i);
 }
 
 /// What a flooding peer gets through while the worker does not run: its own queue and the window.

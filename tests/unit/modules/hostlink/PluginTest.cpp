@@ -47,6 +47,7 @@ protected:
         ASSERT_NE(workerCreate, nullptr);
         int ignored = 0;
         m_worker.reset(static_cast<CMNodesWorker*>(workerCreate(&ignored, m_config)));
+        receiveAnnouncement();
     }
 
     const QVariantHash m_config{{"any", "key"}};

@@ -140,17 +140,20 @@ TEST_F(RegistryTest, ProxiesGoWithTheWorker)
     EXPECT_TRUE(proxy.isNull());
 }
 
-TEST_F(RegistryTest, EachGenericStateReachesAProxyOfItsOwn)
+TEST_F(RegistryTest, EachStateOfTheTableReachesAProxyOfItsOwn)
 {
     QSet<ValueProxy*> proxies;
     for (const ProxyRow& row : kProxies) {
-        ValueProxy* proxy = m_worker->m_proxies.value(row.state);
+        ValueProxy* proxy = m_worker->m_proxies.value(row.states.front());
         ASSERT_NE(proxy, nullptr);
-        EXPECT_EQ(proxy->states(), QList<State>{row.state});
+        EXPECT_EQ(proxy->states(), QList<State>(row.states.begin(), row.states.end()));
+        for (const State state : row.states) {
+            EXPECT_EQ(m_worker->m_proxies.value(state), proxy);
+        }
         EXPECT_EQ(proxy->parent(), m_worker.get());
         proxies.insert(proxy);
     }
-    EXPECT_EQ(proxies.size(), 67);
+    EXPECT_EQ(proxies.size(), 70);
 }
 
 TEST_F(RegistryTest, OneNodeIsServedAsAWordAndAsAByte)

@@ -23,4 +23,7 @@ TEST(Enums, KeepTheNumbersThatTravel)
     EXPECT_EQ(VornKestalPrimeHostUpgradeStatus::ReadyToReceiveData, 0);
     EXPECT_EQ(VornKestalPrimeHostUpgradeStatus::StartOmbrelUsbUpgrade, 8);
     EXPECT_EQ(VornPermission::Number9999, 9999);
+    EXPECT_EQ(VornPlayerVolumeChangeEventType::Number2, 2);
+    EXPECT_EQ(VornPowerManagerTargets::Restart, 3);
+    EXPECT_EQ(VornPowerManagerTargets::Shutdown, 4);
 }

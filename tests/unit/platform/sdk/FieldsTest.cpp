@@ -185,3 +185,26 @@ TEST(Fields, RecordsAreViewsOverAnyHash)
     settings.setSlotsList(settings.slotsList().setActiveSlot(3));
     EXPECT_EQ(settings.toJsonString(), R"({"slotsList":{"activeSlot":3,"other":"kept"}})");
 }
+
+TEST(Fields, AVolumeChangeEventIsARecordInAValue)
+{
+    const VornValue value = VornValue().setVolumeChangeEvent(
+        VornPlayerVolumeChangeEvent().setType(VornPlayerVolumeChangeEventType::Number2));
+    EXPECT_EQ(value.toJsonString(), R"({"volumeChangeEvent":{"type":2}})");
+    EXPECT_EQ(value.volumeChangeEvent().type(), VornPlayerVolumeChangeEventType::Number2);
+    EXPECT_EQ(VornValue().volumeChangeEvent().type(), VornPlayerVolumeChangeEventType::Unset);
+    EXPECT_EQ(value.type(), VornValue::Type::Hash);
+}
+
+TEST(Fields, APowerTargetIsARecordInAValue)
+{
+    VornPowerManagerTarget target;
+    target.setTarget(VornPowerManagerTargets::Restart).setNextTarget(VornPowerManagerTargets::Number1);
+    target.setReason(VornPowerManagerReasons::Number3);
+    const VornValue value = VornValue().setPowerTarget(target);
+    EXPECT_EQ(value.toJsonString(), R"({"powerTarget":{"nextTarget":1,"reason":3,"target":3}})");
+    EXPECT_EQ(value.powerTarget().target(), VornPowerManagerTargets::Restart);
+    EXPECT_EQ(value.powerTarget().nextTarget(), VornPowerManagerTargets::Number1);
+    EXPECT_EQ(value.powerTarget().reason(), VornPowerManagerReasons::Number3);
+    EXPECT_EQ(VornValue().powerTarget().target(), VornPowerManagerTargets::Number0);
+}

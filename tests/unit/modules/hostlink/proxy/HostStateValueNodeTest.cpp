@@ -1,0 +1,161 @@
+#include "modules/hostlink/proxy/HostStateValueNode.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/hostlink/HostLinkValueMessage.h"
+#include "platform/sdk/CMNode.h"
+#include "platform/sdk/CMWorker.h"
+#include "platform/sdk/MetaTypes.h"
+#include "support/LogCapture.h"
+#include "support/WaitFor.h"
+
+namespace
+{
+
+using Kind = CMValueItemProxyConvert;
+
+constexpr auto kState = State(0x7001);
+
+class HostStateValueNodeTest : public ::testing::Test
+{
+protected:
+    HostStateValueNodeTest() { registerSdkMetaTypes(); }
+
+    /// The one node, made anew with a conversion.
+    HostStateValueNode& node(Kind kind)
+    {
+        m_worker = std::make_unique<CMNodesWorker>(QVariantHash(), "HostStateValueNodeTest");
+        return *new HostStateValueNode(m_worker.get(), m_path, kind);
+    }
+
+    std::string value() const
+    {
+        return VornHash(CMRoot()->getValue(m_path).toHash()).toJsonString().toStdString();
+    }
+
+    /// What the node holds after the host has pushed the message's value at `index`.
+    std::string pushed(Kind kind, const HostLinkValueMessage& message, int index = 0)
+    {
+        node(kind).setValue(kState, HostLinkValueMessage(message.serialize()), index);
+        return value();
+    }
+
+    CMPath m_path{QStringLiteral("/test/node")};
+    std::unique_ptr<CMNodesWorker> m_worker;
+    HostLinkValueMessage m_message{MSG_StateChanged};
+    LogCapture m_log;
+};
+
+TEST_F(HostStateValueNodeTest, AnyByteButZeroIsTrue)
+{
+    m_message.addValueUint8(kState, 2);
+    m_message.addValueUint8(kState, 0);
+    EXPECT_EQ(pushed(Kind::Uint8VornBool, m_message, 0), R"({"bool_":true})");
+    EXPECT_EQ(pushed(Kind::Uint8VornBool, m_message, 1), R"({"bool_":false})");
+}
+
+TEST_F(HostStateValueNodeTest, AByteIsANumberWithoutSign)
+{
+    m_message.addValueUint8(kState, 255);
+    EXPECT_EQ(pushed(Kind::Uint8VornI32, m_message), R"({"i32_":255})");
+}
+
+TEST_F(HostStateValueNodeTest, SixtyFourBitsAreKept)
+{
+    m_message.addValueInt64(kState, -9007199254740993);
+    EXPECT_EQ(pushed(Kind::Int64VornI64, m_message), R"({"i64_":-9007199254740993})");
+}
+
+TEST_F(HostStateValueNodeTest, ATextIsUtf8UpToItsFirstZeroByte)
+{
+    m_message.addValueString(kState, "Grün €");
+    m_message.addValueString(kState, std::string_view("ab\0cd", 5));
+    m_message.addValueString(kState, "");
+    EXPECT_EQ(pushed(Kind::Bin16VornString, m_message, 0), "{\"string_\":\"Grün €\"}");
+    EXPECT_EQ(pushed(Kind::Bin16VornString, m_message, 1), R"({"string_":"ab"})");
+    EXPECT_EQ(pushed(Kind::Bin16VornString, m_message, 2), R"({"string_":""})");
+}
+
+TEST_F(HostStateValueNodeTest, TheHostModelIsTheFirstValueOfTheMessage)
+{
+    m_message.addValueUint16(kState, 2);
+    m_message.addValueUint16(kState, 1);
+    EXPECT_EQ(pushed(Kind::HostModel, m_message, 1), R"({"hostModel":2})");
+}
+
+TEST_F(HostStateValueNodeTest, AHostModelBehindAnotherTypeIsNotRead)
+{
+    m_message.addValueUint8(kState, 2);
+    m_message.addValueUint16(kState, 1);
+    EXPECT_EQ(pushed(Kind::HostModel, m_message, 1), "{}");
+}
+
+TEST_F(HostStateValueNodeTest, AValueOfAnotherTypeLeavesTheNode)
+{
+    m_message.addValueUint8(kState, 1);
+    m_message.addValueUint16(kState, 0);
+    m_message.addValueNil(kState);
+    m_message.addValueString(kState, "0");
+    HostStateValueNode& mute = node(Kind::Uint8VornBool);
+    mute.setValue(kState, m_message, 0);
+    for (int index = 1; index <= m_message.size(); ++index) {
+        mute.setValue(kState, m_message, index);
+        EXPECT_EQ(value(), R"({"bool_":true})") << index;
+    }
+}
+
+TEST_F(HostStateValueNodeTest, OtherConversionsTakeNothing)
+{
+    m_message.addValueUint8(kState, 1);
+    m_message.addValueInt32(kState, 1);
+    m_message.addValueUint32(kState, 1);
+    m_message.addValueString(kState, "{}");
+    for (int kind = 0; kind <= 19; ++kind) {
+        if (kind == 0 || kind == 1 || kind == 3 || kind == 4 || kind == 6) {
+            continue;
+        }
+        for (int index = 0; index < m_message.size(); ++index) {
+            EXPECT_EQ(pushed(Kind(kind), m_message, index), "{}") << kind << " at " << index;
+        }
+    }
+}
+
+TEST_F(HostStateValueNodeTest, ModuleClientsCannotWriteIt)
+{
+    m_message.addValueString(kState, "1.2");
+    EXPECT_EQ(pushed(Kind::Bin16VornString, m_message), R"({"string_":"1.2"})");
+    const CMVoidReply reply;
+    CMRoot()->setValue(m_path, VornValue().setString("mine"), reply);
+    ASSERT_TRUE(waitFor([&] { return reply.isFinished(); }));
+    EXPECT_TRUE(reply.error().isError());
+    EXPECT_EQ(value(), R"({"string_":"1.2"})");
+}
+
+TEST_F(HostStateValueNodeTest, HasNoSignalsAndSlotsOfItsOwn)
+{
+    EXPECT_EQ(HostStateValueNode::staticMetaObject.methodCount(), QObject::staticMetaObject.methodCount());
+}
+
+TEST_F(HostStateValueNodeTest, GoesWithItsNodeWhenTheWorkerGoes)
+{
+    node(Kind::Uint8VornBool);
+    EXPECT_EQ(CMNodes::list(), QStringList{m_path.toString()});
+    m_worker.reset();
+    EXPECT_TRUE(CMNodes::list().isEmpty());
+}
+
+TEST_F(HostStateValueNodeTest, TracesStateAndConversion)
+{
+    m_message.addValueUint8(kState, 1);
+    HostStateValueNode& mute = node(Kind::Uint8VornI32);
+    m_log.clear();
+    mute.setValue(kState, m_message, 0);
+    const std::vector<std::string> expected{
+        "Enter void HostStateValueNode::setValue(State, const HostLinkValueMessage&, int): state 28673 "
+        "convert: 1",
+        "Leave void HostStateValueNode::setValue(State, const HostLinkValueMessage&, int)",
+    };
+    EXPECT_EQ(m_log.traces(), expected);
+}
+
+} // namespace
