@@ -7,6 +7,7 @@
 #include "platform/sdk/MetaTypes.h"
 #include "platform/sdk/Paths.h"
 #include "runtime/EmulatedLine.h"
+#include "services/PlayerVolume.h"
 #include "services/Profile.h"
 #include "services/ProfileNodes.h"
 #include "services/SystemManager.h"
@@ -73,6 +74,7 @@ ModuleProcess::Start ModuleProcess::start(const Settings& settings, QString* err
     if (!createWorker(settings.plugin, error)) {
         return Start::Failed;
     }
+    m_playerVolume = std::make_unique<PlayerVolume>();
     m_profileNodes->createAfterWorker();
     return Start::Ready;
 }

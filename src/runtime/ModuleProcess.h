@@ -12,6 +12,7 @@
 
 class Profile;
 class ProfileNodes;
+class PlayerVolume;
 class SystemManager;
 
 /// A module in this process: the services, the worker of a plug-in and the node API, on the process's
@@ -49,5 +50,6 @@ private:
     PluginLoader m_plugin;
     std::unique_ptr<ProfileNodes> m_profileNodes;
     std::unique_ptr<SystemManager> m_systemManager;
+    std::unique_ptr<PlayerVolume> m_playerVolume;
     std::unique_ptr<CMNodesWorker> m_worker;
 };

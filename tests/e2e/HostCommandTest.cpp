@@ -86,6 +86,17 @@ TEST_F(HostCommand, AnAnswerTooLongForTheLinkIsSaidByTheModule)
                          "MSG_GetStateResponse of 131082 bytes is longer than the link carries"));
 }
 
+TEST_F(HostCommand, VolumeIsTakenWithinTheLimitsOfItsNode)
+{
+    const ProgramResult beyond = host({"set", "STA_Volume=101"});
+    EXPECT_EQ(beyond.out, "STA_Volume\tu8\t0\n");
+    EXPECT_EQ(beyond.status, 1);
+    const ProgramResult within = host({"set", "STA_Volume=30"});
+    EXPECT_EQ(within.out, "STA_Volume\tu8\t1\n");
+    EXPECT_EQ(within.status, 0);
+    EXPECT_EQ(Program::run({"node", "get", "VornPlayerVolumePath"}).out, "30\n");
+}
+
 TEST_F(HostCommand, GetPrintsALineForEachStateInOrder)
 {
     const ProgramResult result = host({"get", "STA_Mute", "0x7777", "STA_SystemVersion"});

@@ -105,6 +105,8 @@ TEST_F(NodeClientTest, SaysThatTheModuleWentAway)
         EXPECT_TRUE(client.connect(m_path, &m_error));
         EXPECT_TRUE(client.call("watch", {{"path", "/n"}}, 10s, &m_error));
         watching = true;
+        QMetaObject::invokeMethod(
+            qApp, [] {}, Qt::QueuedConnection);
         EXPECT_FALSE(client.nextNotification(&m_error));
         EXPECT_FALSE(client.interrupted());
     });
