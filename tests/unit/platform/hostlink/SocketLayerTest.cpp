@@ -1,6 +1,7 @@
 #include "platform/hostlink/SocketLayer.h"
 
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
@@ -374,6 +375,17 @@ protected:
         return comeUp(*layer, *peer);
     }
 
+    /// A machine without /etc/hosts may not.
+    static bool knowsLocalhost()
+    {
+        addrinfo* found = nullptr;
+        const bool known = ::getaddrinfo("localhost", nullptr, nullptr, &found) == 0;
+        if (known) {
+            ::freeaddrinfo(found);
+        }
+        return known;
+    }
+
     const std::string m_port = std::to_string(freePort());
 };
 
@@ -384,11 +396,17 @@ TEST_F(TcpLayerTest, TakesAnIPv4Address)
 
 TEST_F(TcpLayerTest, TakesAName)
 {
+    if (!knowsLocalhost()) {
+        GTEST_SKIP() << "this machine has no name of its own";
+    }
     EXPECT_TRUE(meet("localhost:" + m_port, "localhost:" + m_port));
 }
 
 TEST_F(TcpLayerTest, ANameListensOnTheIPv4AddressToo)
 {
+    if (!knowsLocalhost()) {
+        GTEST_SKIP() << "this machine has no name of its own";
+    }
     EXPECT_TRUE(meet("localhost:" + m_port, "127.0.0.1:" + m_port));
 }
 
