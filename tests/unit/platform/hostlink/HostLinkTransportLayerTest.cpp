@@ -165,14 +165,14 @@ private:
     HostLinkPort m_port;
 };
 
-class TransportOnAnyLine : public ::testing::TestWithParam<std::string>
+class TransportOnAnyLine : public ::testing::TestWithParam<const char*>
 {
 protected:
     const std::unique_ptr<LineKind> m_line = LineKind::make(GetParam());
 };
 
-INSTANTIATE_TEST_SUITE_P(Kinds, TransportOnAnyLine, ::testing::Values("unix", "tcp", "memory"),
-                         [](const auto& kind) { return kind.param; });
+INSTANTIATE_TEST_SUITE_P(Kinds, TransportOnAnyLine, ::testing::ValuesIn(kAllLines),
+                         [](const auto& kind) { return std::string(kind.param); });
 
 class TransportTest : public ::testing::Test
 {
@@ -417,6 +417,30 @@ TEST_P(TransportOnAnyLine, StopSendsWhatWaitsAndSaysGoodbye)
     }
     EXPECT_TRUE(host.stepUntil([&] { return host.core().session() == HostLinkCore::Session::Ended; }));
     stopper.join();
+}
+
+TEST_P(TransportOnAnyLine, TheSessionGoesOnAcrossCutsAndNothingIsLostOrRepeated)
+{
+    constexpr std::uint8_t kCuts = 3;
+    End module(m_line->listening());
+    module.transport.start();
+    InlineHost host(m_line->connecting());
+    ASSERT_TRUE(host.establish());
+    for (std::uint8_t i = 0; i < kCuts; ++i) {
+        ASSERT_TRUE(host.core().send(stateMessage(800, i), HostLinkClock::now()));
+        ASSERT_NE(module.transport.send(stateMessage(900, i)), 0);
+        host.port().flush(HostLinkClock::now());
+        m_line->cut(host.port().layer());
+        ASSERT_EQ(host.next(), stateMessage(900, i));
+        host.core().handled(MessageClass::State, 900, HostLinkClock::now());
+        ASSERT_TRUE(host.stepUntil([&] { return host.core().allAcknowledged(MessageClass::State); }));
+    }
+    for (std::uint8_t i = 0; i < kCuts; ++i) {
+        EXPECT_EQ(module.inbox.next(), stateMessage(800, i));
+    }
+    EXPECT_EQ(module.inbox.bytes(), std::size_t(kCuts) * 800);
+    EXPECT_EQ(host.core().sessionNumber(), 1u);
+    EXPECT_EQ(host.core().session(), HostLinkCore::Session::Established);
 }
 
 TEST_F(TransportTest, StartStopAndSendAreConsecutiveVirtualFunctions)
