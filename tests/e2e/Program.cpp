@@ -28,9 +28,11 @@ void drain(int* descriptor, std::string* text)
 }
 } // namespace
 
-Program::Program(const Arguments& arguments, Input input)
+Program::Program(const Arguments& arguments, Input input) : Program(HOSTLINK_PROGRAM, arguments, input) {}
+
+Program::Program(const std::string& executable, const Arguments& arguments, Input input)
 {
-    std::vector<std::string> words{HOSTLINK_PROGRAM};
+    std::vector<std::string> words{executable};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (std::string& word : words) {
@@ -49,7 +51,7 @@ Program::Program(const Arguments& arguments, Input input)
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-    EXPECT_EQ(posix_spawn(&m_pid, HOSTLINK_PROGRAM, &actions, nullptr, argv.data(), environ), 0);
+    EXPECT_EQ(posix_spawn(&m_pid, executable.c_str(), &actions, nullptr, argv.data(), environ), 0);
     posix_spawn_file_actions_destroy(&actions);
     close(in[0]);
     close(out[1]);

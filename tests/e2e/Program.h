@@ -23,6 +23,10 @@ public:
 
     /// Starts `hostlink ARGUMENTS...`; what it reads is empty, or comes with type().
     explicit Program(const Arguments& arguments, Input input = Input::Empty);
+
+    /// Starts another executable.
+    Program(const std::string& executable, const Arguments& arguments, Input input);
+
     ~Program(); ///< kills it where it still runs
 
     Program(const Program&) = delete;
