@@ -283,8 +283,12 @@ TEST_F(IntakeTest, AGetOfAllServedStatesAnswersEachInOrderOnce)
     for (const ProxyRow& row : kProxies) {
         const bool isCommand = row.proxy == ProxyClass::HostCommandProxy;
         for (const State state : row.states) {
+            const WireType type = isCommand ? WireType::Nil : findState(state)->read;
+            if (type == WireType::None) {
+                continue; // a state that is only written has no value in the reply
+            }
             EXPECT_EQ(reply.getTag(i), state);
-            EXPECT_EQ(reply.getEnc(i), wireTypeEncoding(isCommand ? WireType::Nil : findState(state)->read));
+            EXPECT_EQ(reply.getEnc(i), wireTypeEncoding(type));
             ++i;
         }
     }

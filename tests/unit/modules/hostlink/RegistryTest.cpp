@@ -153,7 +153,7 @@ TEST_F(RegistryTest, EachStateOfTheTableReachesAProxyOfItsOwn)
         EXPECT_EQ(proxy->parent(), m_worker.get());
         proxies.insert(proxy);
     }
-    EXPECT_EQ(proxies.size(), 70);
+    EXPECT_EQ(proxies.size(), 72);
 }
 
 TEST_F(RegistryTest, OneNodeIsServedAsAWordAndAsAByte)
