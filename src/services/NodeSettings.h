@@ -1,6 +1,6 @@
 #pragma once
 
-#include <QHash>
+#include <QMap>
 #include <QObject>
 #include <QTimer>
 #include <QVector>
@@ -49,8 +49,8 @@ private:
     SettingsFile m_file;
     QVector<CMPath> m_paths;
     Delays m_delays;
-    SettingsFile::Values m_values;          ///< what the file holds, or will
-    QHash<CMPath, VornValue> m_firstValues; ///< of every node in its care
-    QTimer m_saveTimer;                     ///< runs while something is to be saved
-    QString m_failure;                      ///< of the last save; empty when it worked
+    SettingsFile::Values m_values;         ///< what the file holds, or will
+    QMap<CMPath, VornValue> m_firstValues; ///< of every node in its care
+    QTimer m_saveTimer;                    ///< runs while something is to be saved
+    QString m_failure;                     ///< of the last save; empty when it worked
 };

@@ -74,32 +74,28 @@ bool isTaken(const QString& path)
 
 SettingsFile::Values SettingsFile::load()
 {
-    QString problem;
     if (!isTaken(m_path)) {
         return {};
     }
+    QString problem;
     const std::optional<Values> values = read(m_path, &problem);
     if (values) {
         return *values;
     }
     QString error;
-    if (setAside(&error)) {
-        LOG4CPLUS_ERROR(s_logger, m_path.toStdString()
-                                      << " cannot be used (" << problem.toStdString() << "), kept as "
-                                      << m_asideName.toStdString() << "; settings have their first values");
-    } else {
-        LOG4CPLUS_ERROR(s_logger, m_path.toStdString()
-                                      << " cannot be used (" << problem.toStdString()
-                                      << "); settings have their first values and are not saved as long as "
-                                         "it is there: "
-                                      << error.toStdString());
-    }
+    const QString name = setAside(&error);
+    const QString outcome =
+        name.isEmpty()
+            ? "; settings have their first values and are not saved as long as it is there: " + error
+            : ", kept as " + name + "; settings have their first values";
+    LOG4CPLUS_ERROR(s_logger, m_path.toStdString() << " cannot be used (" << problem.toStdString() << ")"
+                                                   << outcome.toStdString());
     return {};
 }
 
 bool SettingsFile::save(const Values& values, QString* error)
 {
-    if (m_isInTheWay && !setAside(error)) {
+    if (m_isInTheWay && setAside(error).isEmpty()) {
         return false;
     }
     QVariantHash nodes;
@@ -110,18 +106,18 @@ bool SettingsFile::save(const Values& values, QString* error)
     return replaceFile(m_path, form.toJsonString().toUtf8() + '\n', error);
 }
 
-bool SettingsFile::setAside(QString* error)
+QString SettingsFile::setAside(QString* error)
 {
-    m_asideName = m_path + ".bad";
-    for (int number = 2; isTaken(m_asideName); ++number) {
-        m_asideName = m_path + QString(".bad-%1").arg(number);
+    QString name = m_path + ".bad";
+    for (int number = 2; isTaken(name); ++number) {
+        name = m_path + QString(".bad-%1").arg(number);
     }
     m_isInTheWay =
         isTaken(m_path)
-        && std::rename(QFile::encodeName(m_path).constData(), QFile::encodeName(m_asideName).constData())
-               != 0;
+        && std::rename(QFile::encodeName(m_path).constData(), QFile::encodeName(name).constData()) != 0;
     if (m_isInTheWay) {
         *error = m_path + ": " + QString::fromLocal8Bit(std::strerror(errno));
+        return {};
     }
-    return !m_isInTheWay;
+    return name;
 }

@@ -25,9 +25,9 @@ public:
     bool save(const Values& values, QString* error);
 
 private:
-    bool setAside(QString* error);
+    /// The name under which what is at the path is kept now; empty, and *error set, when it cannot be.
+    QString setAside(QString* error);
 
     QString m_path;
-    QString m_asideName;
     bool m_isInTheWay = false; ///< something that is no settings file is still at the path
 };

@@ -110,9 +110,11 @@ TEST_F(PlayerVolumeTest, AStepThatChangesNothingIsToldByAnEvent)
     EXPECT_EQ(m_events, 1);
     EXPECT_EQ(step(0), 100);
     EXPECT_EQ(m_events, 2);
+    EXPECT_EQ(step(Limits::max()), 100);
+    EXPECT_EQ(m_events, 3);
     writeVolume(0);
     EXPECT_EQ(step(-1), 0);
-    EXPECT_EQ(m_events, 3);
+    EXPECT_EQ(m_events, 4);
     EXPECT_EQ(m_changes, 1) << "the write's";
 }
 

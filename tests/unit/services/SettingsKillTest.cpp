@@ -93,7 +93,7 @@ qint64 numberIn(const SettingsFile::Values& values)
 /// Wherever a kill comes, the file is whole and holds the last number that was told or the one after it.
 TEST(SettingsKill, AKillAtAnyMomentLeavesAWholeFileAndLosesNothingSaved)
 {
-    constexpr int kRounds = 80;
+    constexpr int kRounds = 60;
     const unsigned seed = std::random_device()();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
