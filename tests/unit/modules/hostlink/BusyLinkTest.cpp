@@ -431,6 +431,6 @@ TEST_P(BusyLinkTest, AfterALostSessionTheHostHasOldValuesUntilItSubscribesAnew)
     expectHostIsUpToDate();
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, BusyLinkTest, ::testing::Range(testSeed(), testSeed() + 3));
+INSTANTIATE_TEST_SUITE_P(Seeds, BusyLinkTest, ::testing::Range(testSeed(), testSeed() + 2));
 
 } // namespace
