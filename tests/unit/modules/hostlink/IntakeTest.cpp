@@ -65,7 +65,7 @@ TEST_F(IntakeTest, AMessageWithoutIdFromTheLinkLosesNothingBehindIt)
 TEST_F(IntakeTest, LogsEachIdInDecimal)
 {
     ask(numbers(MSG_GetState, {}));
-    EXPECT_EQ(m_log.debugs().front(), "Incoming message id: 2");
+    EXPECT_EQ(m_log.debugs().at(0), "Incoming message id: 2");
     m_host->send(message(MSG_SetStateResponse));
     ASSERT_TRUE(nothingSent());
     EXPECT_EQ(m_log.count(log4cplus::DEBUG_LOG_LEVEL, "Incoming message id: 32769"), 1U);
@@ -126,31 +126,42 @@ TEST_F(IntakeTest, HandlersAreAskedInOrderUntilOneTakesTheMessage)
 
 TEST_F(IntakeTest, WhatAHandlerSendsGoesOutBeforeTheNextMessageIsHandled)
 {
-    class Sender : public Taker
+    /// Notes what is handled and what is sent.
+    class Notes : public HostLinkTransportLayer, public HostLinkMessageHandler
     {
     public:
-        explicit Sender(OpenWorker& worker) : Taker(0x0006), m_worker(worker) {}
+        Notes() : HostLinkTransportLayer(memoryLayerPair().first) {}
+        int send(const ByteArray& bytes) override
+        {
+            m_notes.push_back("sent " + HostLinkPrinter::printMessage(bytes));
+            return 1;
+        }
         bool handleMessage(MessageId id, const ByteArray& bytes) override
         {
-            if (!Taker::handleMessage(id, bytes)) {
-                return false;
+            m_notes.push_back("handled " + HostLinkPrinter::printMessage(bytes));
+            if (id == MSG_InputEvent) {
+                m_worker->sendMessage(HostLinkValueMessage(MSG_LedControl));
+                m_worker->sendMessage(HostLinkValueMessage(MSG_SetState));
             }
-            m_worker.sendMessage(HostLinkValueMessage(MSG_LedControl));
-            m_worker.sendMessage(HostLinkValueMessage(MSG_SetState));
-            return true;
+            return id == MSG_InputEvent;
         }
+        void shutdown() override {}
 
-    private:
-        OpenWorker& m_worker;
+        OpenWorker* m_worker = nullptr;
+        Texts m_notes;
     };
-    Sender sender(*m_worker);
-    m_worker->m_handlers.prepend(&sender);
+    Notes notes;
+    notes.m_worker = m_worker.get();
+    m_worker->m_handlers.prepend(&notes);
+    HostLinkTransportLayer* link = std::exchange(m_worker->m_transport, &notes);
 
-    m_host->send(message(0x0006));
+    m_host->send(message(MSG_InputEvent));
     m_host->send(numbers(MSG_GetState, {0x7777}));
-    EXPECT_EQ(receive(), "MSG_LedControl");
-    EXPECT_EQ(receive(), "MSG_SetState");
-    EXPECT_EQ(receive(), "MSG_GetStateResponse 0x7777=nil");
+    const Texts expected{"handled MSG_InputEvent", "sent MSG_LedControl", "sent MSG_SetState",
+                         "handled MSG_GetState 0x7777", "sent MSG_GetStateResponse 0x7777=nil"};
+    EXPECT_TRUE(waitFor([&] { return notes.m_notes.size() == expected.size(); }));
+    EXPECT_EQ(notes.m_notes, expected);
+    m_worker->m_transport = link;
 }
 
 TEST_F(IntakeTest, AHandlerThatLeavesTheListMeanwhileSkipsNobody)
