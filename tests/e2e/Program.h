@@ -40,7 +40,7 @@ public:
     /// and returns it without its end; empty when it never came.
     std::string nextLineWith(const std::string& part);
 
-    /// Puts text on its standard input; waits while the program does not read.
+    /// Puts text on its standard input; reads what it writes while it does not read.
     void type(const std::string& text);
 
     /// Ends its standard input.
@@ -61,6 +61,7 @@ private:
     template <typename Wanted>
     std::string findLine(std::size_t* from, const std::string& what, Wanted wanted);
     bool readSome(std::chrono::steady_clock::time_point deadline);
+    bool waitFor(int writable, std::chrono::steady_clock::time_point deadline);
 
     pid_t m_pid = -1;
     int m_in = -1;

@@ -108,7 +108,7 @@ protected:
     {
         typeBulkStream(16);
         for (int i = 0; i < 16; ++i) {
-            ASSERT_NE(m_host->nextLineWith("module: MSG_ErrorResponse 0x0008=nil"), "");
+            ASSERT_NE(m_host->nextLineWith("module: MSG_ErrorResponse MSG_TcpTunnel=nil"), "");
         }
     }
 
