@@ -24,10 +24,10 @@ BusFixture::Report BusFixture::report()
     while ((line = m_bus->nextLineWith("")).find("breach") == 0) {
         report.breaches += line + "\n";
     }
-    const int numbers =
-        std::sscanf(line.c_str(), "reads=%d writes=%d failed=%d longest=%d timeout=%d", &report.reads,
-                    &report.writes, &report.failed, &report.longest, &report.timeout);
-    EXPECT_EQ(numbers, 5) << line;
+    const int numbers = std::sscanf(
+        line.c_str(), "reads=%d writes=%d failed=%d faults=%d longest=%d timeout=%d", &report.reads,
+        &report.writes, &report.failed, &report.faults, &report.longest, &report.timeout);
+    EXPECT_EQ(numbers, 6) << line;
     m_bus->nextLineWith("ok report");
     return report;
 }

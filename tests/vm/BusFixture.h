@@ -22,6 +22,7 @@ protected:
         int reads = 0;
         int writes = 0;
         int failed = 0;
+        int faults = 0;       ///< transfers that had the fault which was typed
         int longest = 0;      ///< bytes
         int timeout = 0;      ///< of the bus, ms
         std::string breaches; ///< of the link's rules, a line each

@@ -57,6 +57,7 @@ BusFault I2cBus::nextFault()
         return {};
     }
     m_sinceFault = 0;
+    ++m_faults;
     return m_fault;
 }
 
@@ -108,7 +109,8 @@ std::vector<std::string> I2cBus::report() const
     std::vector<std::string> lines = m_breaches;
     lines.push_back(
         "reads=" + std::to_string(m_reads) + " writes=" + std::to_string(m_writes)
-        + " failed=" + std::to_string(m_failed) + " longest=" + std::to_string(m_longestSeen) + " timeout="
+        + " failed=" + std::to_string(m_failed) + " faults=" + std::to_string(m_faults)
+        + " longest=" + std::to_string(m_longestSeen) + " timeout="
         + std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(m_timeout).count()));
     return lines;
 }

@@ -58,6 +58,7 @@ private:
     unsigned m_reads = 0;
     unsigned m_writes = 0;
     unsigned m_failed = 0;
+    unsigned m_faults = 0; ///< transfers that had one
     std::size_t m_longestSeen = 0;
     std::vector<std::string> m_breaches;
 };
