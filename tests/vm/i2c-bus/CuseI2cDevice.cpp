@@ -3,12 +3,12 @@
 #include <fcntl.h>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <numeric>
 #include <system_error>
 #include <utility>
 
@@ -22,17 +22,30 @@ CuseI2cDevice& deviceOf(fuse_req_t request)
     return *static_cast<CuseI2cDevice*>(fuse_req_userdata(request));
 }
 
-std::size_t sizeOf(const std::vector<iovec>& parts)
+/// The memory of the program that called. To have it copied by the kernel instead takes a round trip for each
+/// level of pointers, and a slow machine does this thousands of times.
+class CallerMemory
 {
-    return std::accumulate(parts.begin(), parts.end(), std::size_t(0),
-                           [](std::size_t sum, const iovec& part) { return sum + part.iov_len; });
-}
+public:
+    explicit CallerMemory(fuse_req_t request) : m_pid(fuse_req_ctx(request)->pid) {}
 
-/// The call comes again, with this memory of the caller copied in and room for this copied out.
-void askFor(fuse_req_t request, const std::vector<iovec>& in, const std::vector<iovec>& out)
-{
-    fuse_reply_ioctl_retry(request, in.data(), in.size(), out.data(), out.size());
-}
+    /// False when it is not there.
+    bool copyIn(void* to, void* from, std::size_t size) const
+    {
+        const iovec here{to, size};
+        const iovec there{from, size};
+        return ::process_vm_readv(m_pid, &here, 1, &there, 1, 0) == ssize_t(size);
+    }
+    bool copyOut(void* to, const void* from, std::size_t size) const
+    {
+        const iovec here{const_cast<void*>(from), size};
+        const iovec there{to, size};
+        return ::process_vm_writev(m_pid, &here, 1, &there, 1, 0) == ssize_t(size);
+    }
+
+private:
+    const pid_t m_pid; ///< of its thread
+};
 } // namespace
 
 /// The calls of the C library, which finds the device in the request.
@@ -49,8 +62,8 @@ struct CuseI2cDevice::Calls {
     static void read(fuse_req_t request, std::size_t size, off_t, fuse_file_info* file)
     {
         CuseI2cDevice& device = deviceOf(request);
-        const I2cOutcome outcome = device.transfer({device.m_address[file->fh], true, size, {}});
-        device.answer(outcome.duration, request, [request, outcome] {
+        const I2cOutcome outcome = device.m_bus.transfer({device.m_address[file->fh], true, size, {}});
+        device.answer(outcome.duration, [request, outcome] {
             if (outcome.error != 0) {
                 fuse_reply_err(request, outcome.error);
             } else {
@@ -64,8 +77,8 @@ struct CuseI2cDevice::Calls {
     {
         CuseI2cDevice& device = deviceOf(request);
         const I2cOutcome outcome =
-            device.transfer({device.m_address[file->fh], false, size, ByteArray(bytes, bytes + size)});
-        device.answer(outcome.duration, request, [request, size, error = outcome.error] {
+            device.m_bus.transfer({device.m_address[file->fh], false, size, ByteArray(bytes, bytes + size)});
+        device.answer(outcome.duration, [request, size, error = outcome.error] {
             if (error != 0) {
                 fuse_reply_err(request, error);
             } else {
@@ -75,13 +88,13 @@ struct CuseI2cDevice::Calls {
     }
 
     static void ioctl(fuse_req_t request, int command, void* argument, fuse_file_info* file, unsigned flags,
-                      const void* in, std::size_t inSize, std::size_t outSize)
+                      const void*, std::size_t, std::size_t)
     {
         if (flags & FUSE_IOCTL_COMPAT) {
             fuse_reply_err(request, ENOSYS);
             return;
         }
-        deviceOf(request).control(request, unsigned(command), argument, file, in, inSize, outSize);
+        deviceOf(request).control(request, unsigned(command), argument, file);
     }
 };
 
@@ -133,7 +146,7 @@ void CuseI2cDevice::vanish()
 
 int CuseI2cDevice::descriptor() const
 {
-    return m_session && !m_busyWith ? fuse_session_fd(m_session) : -1;
+    return m_session && !m_reply ? fuse_session_fd(m_session) : -1;
 }
 
 void CuseI2cDevice::receive()
@@ -151,20 +164,18 @@ void CuseI2cDevice::receive()
 
 void CuseI2cDevice::service(HostLinkTime now)
 {
-    if (m_busyWith && now >= m_busyUntil) {
-        m_busyWith = nullptr;
+    if (m_reply && now >= m_busyUntil) {
         m_busyUntil = HostLinkTime::max();
-        m_reply();
+        std::exchange(m_reply, nullptr)();
     }
 }
 
-void CuseI2cDevice::answer(HostLinkDuration after, fuse_req_t request, std::function<void()> reply)
+void CuseI2cDevice::answer(HostLinkDuration after, std::function<void()> reply)
 {
     if (after == HostLinkDuration::zero()) {
         reply();
         return;
     }
-    m_busyWith = request;
     m_reply = std::move(reply);
     m_busyUntil = HostLinkClock::now() + after;
 }
@@ -184,8 +195,7 @@ void CuseI2cDevice::release(fuse_req_t request, fuse_file_info* file)
     fuse_reply_err(request, 0);
 }
 
-void CuseI2cDevice::control(fuse_req_t request, unsigned command, void* argument, fuse_file_info* file,
-                            const void* in, std::size_t inSize, std::size_t outSize)
+void CuseI2cDevice::control(fuse_req_t request, unsigned command, void* argument, fuse_file_info* file)
 {
     static constexpr unsigned long kAbilities = I2C_FUNC_I2C;
     const auto number = reinterpret_cast<std::uintptr_t>(argument);
@@ -195,77 +205,70 @@ void CuseI2cDevice::control(fuse_req_t request, unsigned command, void* argument
     case I2C_TIMEOUT: m_bus.setTimeout(kTimeoutUnit * number); break;
     case I2C_RETRIES: break;
     case I2C_FUNCS:
-        if (outSize < sizeof kAbilities) {
-            askFor(request, {}, {{argument, sizeof kAbilities}});
-        } else {
-            fuse_reply_ioctl(request, 0, &kAbilities, sizeof kAbilities);
+        if (!CallerMemory(request).copyOut(argument, &kAbilities, sizeof kAbilities)) {
+            fuse_reply_err(request, EFAULT);
+            return;
         }
-        return;
-    case I2C_RDWR:
-        transferMessages(request, argument, static_cast<const std::uint8_t*>(in), inSize, outSize);
-        return;
+        break;
+    case I2C_RDWR: transferMessages(request, argument); return;
     default: fuse_reply_err(request, ENOTTY); return;
     }
     fuse_reply_ioctl(request, 0, nullptr, 0);
 }
 
-/// The caller's memory comes in steps: the record, then the messages that it points to, then their bytes.
-void CuseI2cDevice::transferMessages(fuse_req_t request, void* argument, const std::uint8_t* in,
-                                     std::size_t inSize, std::size_t outSize)
+void CuseI2cDevice::transferMessages(fuse_req_t request, void* argument)
 {
+    const CallerMemory memory(request);
     i2c_rdwr_ioctl_data record{};
-    std::vector<iovec> inputs{{argument, sizeof record}};
-    if (inSize < sizeOf(inputs)) {
-        askFor(request, inputs, {});
+    if (!memory.copyIn(&record, argument, sizeof record)) {
+        fuse_reply_err(request, EFAULT);
         return;
     }
-    std::memcpy(&record, in, sizeof record);
     if (record.nmsgs == 0 || record.nmsgs > I2C_RDWR_IOCTL_MAX_MSGS) {
         fuse_reply_err(request, EINVAL);
         return;
     }
     std::vector<i2c_msg> messages(record.nmsgs);
-    inputs.push_back({record.msgs, messages.size() * sizeof(i2c_msg)});
-    if (inSize < sizeOf(inputs)) {
-        askFor(request, inputs, {});
+    if (!memory.copyIn(messages.data(), record.msgs, messages.size() * sizeof(i2c_msg))) {
+        fuse_reply_err(request, EFAULT);
         return;
     }
-    std::memcpy(messages.data(), in + sizeof record, messages.size() * sizeof(i2c_msg));
-    const std::uint8_t* written = in + sizeOf(inputs);
-    std::vector<iovec> outputs;
+    std::vector<I2cTransfer> transfers;
     for (const i2c_msg& message : messages) {
+        const bool isRead = (message.flags & I2C_M_RD) != 0;
+        transfers.push_back({message.addr, isRead, message.len, ByteArray(isRead ? 0 : message.len)});
+        ByteArray& bytes = transfers.back().bytes;
         if (message.len > kLongestMessage) {
             fuse_reply_err(request, EINVAL);
             return;
         }
-        (message.flags & I2C_M_RD ? outputs : inputs).push_back({message.buf, message.len});
-    }
-    if (inSize < sizeOf(inputs) || outSize < sizeOf(outputs)) {
-        askFor(request, inputs, outputs);
-        return;
+        if (!isRead && !memory.copyIn(bytes.data(), message.buf, bytes.size())) {
+            fuse_reply_err(request, EFAULT);
+            return;
+        }
     }
 
-    I2cOutcome all;
-    for (const i2c_msg& message : messages) {
-        const bool isRead = (message.flags & I2C_M_RD) != 0;
-        I2cTransfer part{message.addr, isRead, message.len, {}};
-        if (!isRead) {
-            part.bytes.assign(written, written + message.len);
-            written += message.len;
-        }
-        const I2cOutcome outcome = transfer(part);
-        all.duration += outcome.duration;
-        all.error = outcome.error;
-        all.bytes.insert(all.bytes.end(), outcome.bytes.begin(), outcome.bytes.end());
-        if (all.error != 0) {
+    int error = 0;
+    HostLinkDuration duration = HostLinkDuration::zero();
+    std::vector<ByteArray> read; // of each message
+    for (const I2cTransfer& each : transfers) {
+        I2cOutcome outcome = m_bus.transfer(each);
+        duration += outcome.duration;
+        error = outcome.error;
+        if (error != 0) {
             break;
         }
+        read.push_back(std::move(outcome.bytes));
     }
-    answer(all.duration, request, [request, all, count = int(messages.size())] {
-        if (all.error != 0) {
-            fuse_reply_err(request, all.error);
+    answer(duration, [request, memory, error, messages, read] {
+        bool copied = true;
+        for (std::size_t i = 0; error == 0 && i < read.size(); ++i) {
+            copied = copied && memory.copyOut(messages[i].buf, read[i].data(), read[i].size());
+        }
+        if (error != 0 || !copied) {
+            fuse_reply_err(request, error != 0 ? error : EFAULT);
         } else {
-            fuse_reply_ioctl(request, count, all.bytes.data(), all.bytes.size());
+            fuse_reply_ioctl(request, int(messages.size()), nullptr, 0);
         }
     });
 }

@@ -40,12 +40,9 @@ private:
 
     void open(fuse_req_t request, fuse_file_info* file);
     void release(fuse_req_t request, fuse_file_info* file);
-    void control(fuse_req_t request, unsigned command, void* argument, fuse_file_info* file, const void* in,
-                 std::size_t inSize, std::size_t outSize);
-    void transferMessages(fuse_req_t request, void* argument, const std::uint8_t* in, std::size_t inSize,
-                          std::size_t outSize);
-    I2cOutcome transfer(const I2cTransfer& transfer) { return m_bus.transfer(transfer); }
-    void answer(HostLinkDuration after, fuse_req_t request, std::function<void()> reply);
+    void control(fuse_req_t request, unsigned command, void* argument, fuse_file_info* file);
+    void transferMessages(fuse_req_t request, void* argument);
+    void answer(HostLinkDuration after, std::function<void()> reply);
 
     I2cBus& m_bus;
     const std::string m_name;
@@ -53,7 +50,6 @@ private:
     bool m_isThere = false;
     std::uint64_t m_files = 0;              ///< opened so far
     std::map<std::uint64_t, int> m_address; ///< of each open file, as I2C_SLAVE set it
-    fuse_req_t m_busyWith = nullptr;        ///< the call whose transfer takes time
-    std::function<void()> m_reply;          ///< ends it
+    std::function<void()> m_reply;          ///< ends the call whose transfer takes time; empty for none
     HostLinkTime m_busyUntil = HostLinkTime::max();
 };
