@@ -30,6 +30,9 @@ public:
     /// when it never came.
     std::string waitForLine(const std::string& begin);
 
+    /// Waits until standard error holds this; false when it never did.
+    bool waitForError(const std::string& part);
+
     void signal(int number);
 
     /// Waits for the end.
