@@ -325,7 +325,8 @@ void addHostCommand(CLI::App& app, int* status)
     const auto options = std::make_shared<Options>();
     CLI::App* host = app.add_subcommand("host", "Be the host of a module: ask it, set it, send it messages");
     host->require_subcommand(1);
-    host->add_option("--link", options->link, "unix:PATH, tcp:HOST:PORT or emulated")
+    host->add_option("--link", options->link,
+                     "unix:PATH, tcp:HOST:PORT, serial:DEVICE[?baud=N&parity=P&stop=N] or emulated")
         ->type_name("URL")
         ->capture_default_str();
     host->add_option("--timeout", options->timeout, "Milliseconds to wait for the link, and for each reply")

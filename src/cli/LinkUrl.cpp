@@ -6,9 +6,12 @@
 
 #include <CLI/Error.hpp>
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
+#include <vector>
 
 namespace
 {
@@ -75,6 +78,101 @@ void checkAddress(const std::string& address)
     }
 }
 
+/// NAME=VALUE as it stands in a URL.
+struct Parameter {
+    std::string name;
+    std::string value;
+};
+
+/// What stands before the first question mark of a URL, and the parameters behind it.
+struct SplitUrl {
+    std::string line;
+    std::vector<Parameter> parameters;
+};
+
+SplitUrl splitQuery(const std::string& url)
+{
+    const std::size_t mark = url.find('?');
+    SplitUrl split{url.substr(0, mark), {}};
+    std::istringstream query(mark == std::string::npos ? "" : url.substr(mark + 1));
+    for (std::string pair; std::getline(query, pair, '&');) {
+        const std::size_t middle = pair.find('=');
+        if (middle == std::string::npos) {
+            fail("'" + pair + "' is no NAME=VALUE, as stand behind a link's '?' with '&' between them");
+        }
+        split.parameters.push_back({pair.substr(0, middle), pair.substr(middle + 1)});
+    }
+    return split;
+}
+
+int positiveNumber(const Parameter& parameter)
+{
+    const std::string& text = parameter.value;
+    int number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number <= 0) {
+        fail(parameter.name + " is a positive number, not '" + text + "'");
+    }
+    return number;
+}
+
+/// False for a parameter that is not one of a serial line.
+bool setSerial(const Parameter& parameter, HostLinkPhysicalLayer::Properties& properties)
+{
+    const auto& [name, value] = parameter;
+    if (name == "baud") {
+        properties.setInt(HostLinkPhysicalLayer::BitRate, positiveNumber(parameter));
+    } else if (name == "parity") {
+        if (value != "none" && value != "even" && value != "odd") {
+            fail("parity is none, even or odd, not '" + value + "'");
+        }
+        properties.setString(HostLinkPhysicalLayer::Parity, value);
+    } else if (name == "stop") {
+        if (value != "1" && value != "2") {
+            fail("stop is 1 or 2, not '" + value + "'");
+        }
+        properties.setInt(HostLinkPhysicalLayer::StopBits, positiveNumber(parameter));
+    } else {
+        return false;
+    }
+    return true;
+}
+
+LinkUrl serialLine(const std::string& url)
+{
+    const SplitUrl split = splitQuery(url);
+    const std::string device = split.line.substr(split.line.find(':') + 1);
+    if (device.empty()) {
+        fail("serial: needs a device, as in serial:/dev/ttyUSB0?baud=115200");
+    }
+    LinkUrl line;
+    line.text = url;
+    line.type = "serial";
+    line.properties.setString(HostLinkPhysicalLayer::Device, device);
+    for (const Parameter& each : split.parameters) {
+        if (!setSerial(each, line.properties)) {
+            fail("'" + each.name + "' is no parameter of a serial line; there are baud, parity and stop");
+        }
+    }
+    return line;
+}
+
+LinkUrl i2cLine(const std::string& url, LinkUrl::Side side)
+{
+    const std::string device = url.substr(url.find(':') + 1);
+    if (side == LinkUrl::Side::Host) {
+        fail("i2c is the module's end of a bus; a host is the bus's slave, and no Linux device makes one");
+    }
+    if (device.empty()) {
+        fail("i2c: needs a device, as in i2c:/dev/i2c-1");
+    }
+    LinkUrl line;
+    line.text = url;
+    line.type = "i2c";
+    line.properties.setString(HostLinkPhysicalLayer::Device, device);
+    return line;
+}
+
 bool isDirectory(const std::string& path)
 {
     struct stat status {
@@ -104,7 +202,8 @@ LinkUrl LinkUrl::parse(const std::string& url, Side side)
     }
     if (url == "native") {
         if (side == Side::Host) {
-            fail("native is the module's own end; a host needs unix:PATH, tcp:HOST:PORT or emulated");
+            fail("native is the module's own end; a host needs serial:DEVICE, unix:PATH, tcp:HOST:PORT or "
+                 "emulated");
         }
         LinkUrl native;
         native.text = url;
@@ -118,7 +217,14 @@ LinkUrl LinkUrl::parse(const std::string& url, Side side)
         checkAddress(url.substr(4));
         return emulatedLine("tcp", url.substr(4), side);
     }
-    fail("'" + url + "' is no link; a link is unix:PATH, tcp:HOST:PORT"
+    if (beginsWith(url, "serial:")) {
+        return serialLine(url);
+    }
+    if (beginsWith(url, "i2c:")) {
+        return i2cLine(url, side);
+    }
+    fail("'" + url + "' is no link; a link is " + (side == Side::Module ? "i2c:DEVICE, " : "")
+         + "serial:DEVICE, unix:PATH, tcp:HOST:PORT"
          + (side == Side::Module ? ", emulated or native" : " or emulated"));
 }
 

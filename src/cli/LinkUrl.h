@@ -5,7 +5,8 @@
 
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
 
-/// A link as the command line names it: unix:PATH, tcp:HOST:PORT, emulated, native (module only).
+/// A link as the command line names it: unix:PATH, tcp:HOST:PORT, serial:DEVICE[?baud=N&parity=P&stop=N],
+/// i2c:DEVICE (module only), emulated, native (module only).
 struct LinkUrl {
     enum class Side { Module, Host }; ///< the module listens on emulated lines, the host connects
 

@@ -84,18 +84,15 @@ bool ModuleProcess::replaceLine(const Settings& settings, QString* error)
     if (settings.lineType.empty()) {
         return true;
     }
-    m_line = std::make_shared<std::unique_ptr<HostLinkPhysicalLayer>>();
-    if (settings.lineProperties.integer(HostLinkPhysicalLayer::Listen).value_or(0) == 1) {
-        *m_line = openEmulatedLine(settings.lineType, settings.lineProperties, error);
-        if (*m_line == nullptr) {
-            return false;
-        }
+    const bool listens = settings.lineProperties.integer(HostLinkPhysicalLayer::Listen).value_or(0) == 1;
+    m_line = std::make_shared<std::unique_ptr<HostLinkPhysicalLayer>>(
+        listens ? openEmulatedLine(settings.lineType, settings.lineProperties, error)
+                : HostLinkPhysicalLayer::create(settings.lineType, settings.lineProperties));
+    if (*m_line == nullptr) {
+        return false;
     }
     HostLinkPhysicalLayer::registerType(
-        kWorkerLine, [line = m_line, type = settings.lineType,
-                      properties = settings.lineProperties](const HostLinkPhysicalLayer::Properties&) {
-            return *line ? std::move(*line) : HostLinkPhysicalLayer::create(type, properties);
-        });
+        kWorkerLine, [line = m_line](const HostLinkPhysicalLayer::Properties&) { return std::move(*line); });
     return true;
 }
 

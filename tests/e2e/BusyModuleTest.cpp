@@ -79,9 +79,6 @@ protected:
         auto line = std::make_unique<MeteredLayer>(HostLinkPhysicalLayer::create("unix", properties));
         m_line = line.get();
         m_host = std::make_unique<Host>(std::move(line));
-        for (const ProxyRow& row : kProxies) {
-            m_served.insert(m_served.end(), row.states.begin(), row.states.end());
-        }
     }
 
     QString runtimeFile(const std::string& name) const
@@ -172,7 +169,7 @@ protected:
     NodeClient m_client;
     std::unique_ptr<Host> m_host;
     MeteredLayer* m_line = nullptr; ///< the host's
-    std::vector<State> m_served;
+    const std::vector<State> m_served = servedStates();
     Values m_seen;             ///< the latest of each state
     Values m_answer;           ///< to the host's request
     std::size_t m_changes = 0; ///< that the client made of states

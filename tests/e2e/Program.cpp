@@ -157,6 +157,17 @@ void Program::stopReading()
     m_out = -1;
 }
 
+bool Program::waitForError(const std::string& part)
+{
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    do {
+        if (m_errText.find(part) != std::string::npos) {
+            return true;
+        }
+    } while (m_err >= 0 && readSome(deadline));
+    return false;
+}
+
 void Program::signal(int number)
 {
     kill(m_pid, number);

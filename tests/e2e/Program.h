@@ -49,6 +49,9 @@ public:
     /// Closes its standard output's other end.
     void stopReading();
 
+    /// Waits until standard error holds this; false when it never did.
+    bool waitForError(const std::string& part);
+
     void signal(int number);
 
     /// Waits for the end.

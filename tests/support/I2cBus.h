@@ -125,6 +125,12 @@ public:
         return waitFor([this] { return m_stuck && m_inTransfer; });
     }
 
+    /// Waits until nobody has the device open.
+    bool waitUntilClosed()
+    {
+        return waitFor([this] { return m_openNodes == 0; });
+    }
+
     /// Waits for so many more failures to open the device.
     bool waitForFailedOpens(int opens)
     {
@@ -204,6 +210,7 @@ private:
         {
             const std::lock_guard lock(m_bus->m_mutex);
             --m_bus->m_openNodes;
+            m_bus->m_changed.notify_all();
             ::close(descriptor);
         }
 

@@ -1,22 +1,20 @@
 #pragma once
 
-#include <fcntl.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <sys/eventfd.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <filesystem>
-#include <stdexcept>
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include "platform/hostlink/ByteArray.h"
 #include "platform/hostlink/FileDescriptor.h"
+#include "support/Terminal.h"
 
 /// Two serial devices, made of pseudo-terminals, that are joined crosswise. They keep their paths when they
 /// are unplugged and plugged in again. What is sent to a device that nobody has open is lost.
@@ -39,36 +37,31 @@ public:
         }
         for (int side = 0; side < 2; ++side) {
             std::filesystem::remove(device(side));
-            m_masters[side].reset();
+            m_terminals[side].reset();
         }
     }
 
     void plug()
     {
         for (int side = 0; side < 2; ++side) {
-            m_masters[side] = makeTerminal(device(side));
+            m_terminals[side] = makeTerminal(device(side));
         }
         m_stop = FileDescriptor(::eventfd(0, EFD_CLOEXEC));
         m_pump = std::thread([this] { pump(); });
     }
 
 private:
-    static FileDescriptor makeTerminal(const std::string& path)
+    static std::unique_ptr<Terminal> makeTerminal(const std::string& path)
     {
-        FileDescriptor master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
-        char name[64];
-        if (!master || ::grantpt(master.get()) != 0 || ::unlockpt(master.get()) != 0
-            || ::ptsname_r(master.get(), name, sizeof name) != 0) {
-            throw std::runtime_error("no pseudo-terminal");
-        }
+        auto terminal = std::make_unique<Terminal>();
         // As a serial device it echoes nothing before its program has set it up.
-        const FileDescriptor slave(::open(name, O_RDWR | O_NOCTTY | O_CLOEXEC));
+        const FileDescriptor device = terminal->openDevice();
         termios settings{};
-        ::tcgetattr(slave.get(), &settings);
+        ::tcgetattr(device.get(), &settings);
         ::cfmakeraw(&settings);
-        ::tcsetattr(slave.get(), TCSANOW, &settings);
-        std::filesystem::create_symlink(name, path);
-        return master;
+        ::tcsetattr(device.get(), TCSANOW, &settings);
+        std::filesystem::create_symlink(terminal->path(), path);
+        return terminal;
     }
 
     /// Carries bytes until it is stopped.
@@ -81,10 +74,10 @@ private:
             for (int side = 0; side < 2; ++side) {
                 const short events =
                     short((pending[1 - side].empty() ? POLLIN : 0) | (pending[side].empty() ? 0 : POLLOUT));
-                pollfd probe{m_masters[side].get(), POLLIN, 0};
+                pollfd probe{m_terminals[side]->master(), POLLIN, 0};
                 ::poll(&probe, 1, 0);
                 isClosed[side] = probe.revents == POLLHUP;
-                descriptors[1 + side] = {isClosed[side] ? -1 : m_masters[side].get(), events, 0};
+                descriptors[1 + side] = {isClosed[side] ? -1 : m_terminals[side]->master(), events, 0};
             }
             // Nothing tells of a closed terminal that is opened again.
             constexpr int kLookAgainMs = 1;
@@ -104,12 +97,9 @@ private:
 
     void take(int side, ByteArray& pending)
     {
-        if (!pending.empty()) {
-            return;
+        if (pending.empty()) {
+            pending = m_terminals[side]->read();
         }
-        pending.resize(4096);
-        const ssize_t size = ::read(m_masters[side].get(), pending.data(), pending.size());
-        pending.resize(size > 0 ? std::size_t(size) : 0);
     }
 
     void give(int side, ByteArray& pending)
@@ -117,14 +107,14 @@ private:
         if (pending.empty()) {
             return;
         }
-        const ssize_t size = ::write(m_masters[side].get(), pending.data(), pending.size());
+        const ssize_t size = ::write(m_terminals[side]->master(), pending.data(), pending.size());
         if (size > 0) {
             pending.erase(pending.begin(), pending.begin() + size);
         }
     }
 
     const std::string m_directory;
-    FileDescriptor m_masters[2];
+    std::unique_ptr<Terminal> m_terminals[2];
     FileDescriptor m_stop;
     std::thread m_pump;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
 #include <stdexcept>
 
@@ -16,6 +17,12 @@ constexpr int kLoudest = 100;
 std::optional<Kind> kindOf(const ProxyRow& row)
 {
     return row.proxy == ProxyClass::VolumeItemProxy ? Kind::Uint8VornI32 : row.convert;
+}
+
+void appendReadable(std::vector<State>& states, const ProxyRow& row)
+{
+    std::copy_if(row.states.begin(), row.states.end(), std::back_inserter(states),
+                 [](State state) { return state != STA_BluetoothOutgoingCall; });
 }
 
 int randomNumber(std::mt19937& random)
@@ -66,7 +73,7 @@ std::vector<State> ServedNode::statesWithout()
     std::vector<State> states;
     for (const ProxyRow& row : kProxies) {
         if (!kindOf(row)) {
-            states.insert(states.end(), row.states.begin(), row.states.end());
+            appendReadable(states, row);
         }
     }
     return states;
@@ -116,6 +123,15 @@ std::string ServedNode::shown(State state, const VornValue& value) const
     case Kind::Uint8InputState: return "u8:" + std::to_string(int(value.inputState()) & 0xFF);
     default: throw std::logic_error("no text for this conversion yet");
     }
+}
+
+std::vector<State> servedStates()
+{
+    std::vector<State> states;
+    for (const ProxyRow& row : kProxies) {
+        appendReadable(states, row);
+    }
+    return states;
 }
 
 std::string valueText(const HostLinkValueMessage& message, int i)

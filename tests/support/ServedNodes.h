@@ -21,7 +21,7 @@ public:
     /// included.
     static std::vector<ServedNode> all();
 
-    /// The states of the other rows, which nothing here changes.
+    /// The states of the other rows that have a value, which nothing here changes.
     static std::vector<State> statesWithout();
 
     const CMPath& path() const { return m_path; }
@@ -50,6 +50,9 @@ private:
     bool m_isCommand;
     std::vector<Shown> m_shown;
 };
+
+/// The states of all rows that have a value to get and to subscribe: not the one that can only be set.
+std::vector<State> servedStates();
 
 /// Value i of a message with its type, "u8:5".
 std::string valueText(const HostLinkValueMessage& message, int i);

@@ -3,20 +3,22 @@
 #include <asm/termbits.h>
 #include <sys/ioctl.h>
 
-bool SerialBitRate::set(int descriptor, int bitsPerSecond)
+#include "platform/hostlink/DeviceCalls.h"
+
+bool SerialBitRate::set(const DeviceNode& device, int bitsPerSecond)
 {
     termios2 settings{};
-    if (::ioctl(descriptor, TCGETS2, &settings) != 0) {
+    if (device.ioctl(TCGETS2, &settings) != 0) {
         return false;
     }
     settings.c_cflag &= ~tcflag_t(CBAUD | (CBAUD << IBSHIFT)); // the input rate follows the output rate
     settings.c_cflag |= BOTHER;
     settings.c_ospeed = settings.c_ispeed = speed_t(bitsPerSecond);
-    return ::ioctl(descriptor, TCSETS2, &settings) == 0;
+    return device.ioctl(TCSETS2, &settings) == 0;
 }
 
-int SerialBitRate::get(int descriptor)
+int SerialBitRate::get(const DeviceNode& device)
 {
     termios2 settings{};
-    return ::ioctl(descriptor, TCGETS2, &settings) == 0 ? int(settings.c_ospeed) : 0;
+    return device.ioctl(TCGETS2, &settings) == 0 ? int(settings.c_ospeed) : 0;
 }

@@ -83,7 +83,7 @@ void SerialLayer::linger()
     const std::size_t left = queued();
     if (left > 0) {
         std::this_thread::sleep_for(std::min(m_settings.duration(left), kLongestLinger));
-        ::tcflush(m_device.descriptor(), TCOFLUSH);
+        m_device.ioctl(TCFLSH, std::uintptr_t(TCOFLUSH));
     }
 }
 
@@ -130,7 +130,7 @@ std::string SerialLayer::tryOpen()
         return kOccupied;
     }
     std::string remark;
-    const std::string problem = m_settings.apply(m_device.descriptor(), &remark);
+    const std::string problem = m_settings.apply(m_device, &remark);
     if (!problem.empty()) {
         return problem;
     }

@@ -60,22 +60,17 @@ termios rawLine(const SerialSettings& settings)
     return line;
 }
 
-/// With a rate of its own only where there must be one: emulators and old kernels know the others only.
-std::string applyRate(int descriptor, int bitRate)
+/// Emulators know the standard rates only, and nothing about what became of them.
+std::string applyRate(const DeviceNode& device, int bitRate)
 {
-    if (standardRate(bitRate)) {
-        termios actual{};
-        const bool isSet =
-            ::tcgetattr(descriptor, &actual) == 0 && ::cfgetospeed(&actual) == *standardRate(bitRate);
-        return isSet ? "" : "the device does not do " + std::to_string(bitRate) + " bit/s";
-    }
-    if (!SerialBitRate::set(descriptor, bitRate)) {
+    if (!standardRate(bitRate) && !SerialBitRate::set(device, bitRate)) {
         return problemWith("set " + std::to_string(bitRate) + " bit/s");
     }
-    const int actual = SerialBitRate::get(descriptor);
-    return isClose(actual, bitRate) ? ""
-                                    : "the device does not do " + std::to_string(bitRate) + " bit/s, but "
-                                          + std::to_string(actual);
+    const int actual = SerialBitRate::get(device);
+    if (actual == 0 || isClose(actual, bitRate)) {
+        return {};
+    }
+    return "the device does not do " + std::to_string(bitRate) + " bit/s, but " + std::to_string(actual);
 }
 
 } // namespace
@@ -99,21 +94,21 @@ SerialSettings SerialSettings::from(const HostLinkPhysicalLayer::Properties& pro
     return settings;
 }
 
-std::string SerialSettings::apply(int descriptor, std::string* remark) const
+std::string SerialSettings::apply(const DeviceNode& device, std::string* remark) const
 {
     termios line = rawLine(*this);
     const speed_t rate = standardRate(bitRate).value_or(B115200);
     ::cfsetispeed(&line, rate);
     ::cfsetospeed(&line, rate);
-    if (::tcsetattr(descriptor, TCSANOW, &line) != 0) {
+    if (::tcsetattr(device.descriptor(), TCSANOW, &line) != 0) {
         return errno == ENOTTY ? "it is no serial device" : problemWith("set the line up");
     }
-    const std::string rateProblem = applyRate(descriptor, bitRate);
+    const std::string rateProblem = applyRate(device, bitRate);
     if (!rateProblem.empty()) {
         return rateProblem;
     }
     termios actual{};
-    ::tcgetattr(descriptor, &actual);
+    ::tcgetattr(device.descriptor(), &actual);
     constexpr tcflag_t kForm = CSIZE | CSTOPB;
     if ((actual.c_cflag & kForm) != (line.c_cflag & kForm)) {
         return "the device does not do 8 data bits and " + std::to_string(stopBits) + " stop bits";

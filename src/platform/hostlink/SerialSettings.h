@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "platform/hostlink/DeviceCalls.h"
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
 #include "platform/hostlink/HostLinkTime.h"
 
@@ -19,7 +20,7 @@ struct SerialSettings {
 
     /// Makes an open terminal a raw line with these settings. Returns why it cannot be done, or an empty
     /// text. A device without parity, such as a pseudo-terminal, goes without: *remark says so then.
-    std::string apply(int descriptor, std::string* remark) const;
+    std::string apply(const DeviceNode& device, std::string* remark) const;
 
     /// How long so many bytes take.
     HostLinkDuration duration(std::size_t bytes) const;

@@ -82,9 +82,6 @@ protected:
         m_worker = std::make_unique<OpenWorker>(QVariantHash());
         m_worker->m_transport = &m_transport;
         createNodes();
-        for (const ProxyRow& row : kProxies) {
-            m_served.insert(m_served.end(), row.states.begin(), row.states.end());
-        }
         m_link.a.handles = false; // the worker does
     }
 
@@ -329,7 +326,7 @@ protected:
     SimulatedLink m_link{{}, seed()};
     SimulatedTransport m_transport{m_link};
     std::unique_ptr<OpenWorker> m_worker;
-    std::vector<State> m_served;
+    const std::vector<State> m_served = servedStates();
 
     std::uint64_t m_session = 0;                                ///< in which the host has subscribed
     bool m_subscribesAnew = true;                               ///< the host does so in each session
