@@ -314,11 +314,10 @@ std::ostream& operator<<(std::ostream& stream, const Misbehaviour& misbehaviour)
 
 // So many good transfers lie between two bad ones that a frame gets through: one of 511 bytes takes 8 writes,
 // and reads in between.
-constexpr Misbehaviour kMisbehaviours[] = {
-    {"AsItShould", "heal", 0},           {"Refuses", "refuse every 97", 15},
-    {"Stalls", "stall 30 every 97", 15}, {"CutsTransfersShort", "cut 20 every 97", 15},
-    {"Floats", "float every 97", 15},
-};
+constexpr Misbehaviour kMisbehaviours[] = {{"Refuses", "refuse every 97", 15},
+                                           {"Stalls", "stall 30 every 97", 15},
+                                           {"CutsTransfersShort", "cut 20 every 97", 15},
+                                           {"Floats", "float every 97", 15}};
 } // namespace
 
 /// Everything goes over the bus while it misbehaves.

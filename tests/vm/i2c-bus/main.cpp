@@ -72,8 +72,12 @@ public:
             std::vector<pollfd> descriptors{{STDIN_FILENO, POLLIN, 0}, {calls(), POLLIN, 0}};
             m_host.waitOn(descriptors);
             ::poll(descriptors.data(), descriptors.size(), pause(HostLinkClock::now()));
-            m_host.service(HostLinkClock::now()); // before the calls: they see what was sent before them
-            m_device.service(HostLinkClock::now());
+            const HostLinkTime now = HostLinkClock::now();
+            if (now >= m_hostDue || isReady(descriptors.begin() + 2, descriptors.end())) {
+                m_host.service(now); // before the calls: they see what was sent before them
+                m_hostDue = std::min(m_host.nextService(), now + kLongestSleep);
+            }
+            m_device.service(now);
             if (descriptors[1].revents != 0) {
                 m_device.receive();
             }
@@ -85,11 +89,16 @@ private:
     /// A busy host holds the clock: no transfer begins.
     int calls() const { return m_host.isBusy() ? -1 : m_device.descriptor(); }
 
+    using Descriptors = std::vector<pollfd>::const_iterator;
+    static bool isReady(Descriptors begin, Descriptors end)
+    {
+        return std::any_of(begin, end, [](const pollfd& each) { return each.revents != 0; });
+    }
+
     /// Milliseconds.
     int pause(HostLinkTime now) const
     {
-        const HostLinkTime until =
-            std::min({m_host.nextService(), m_device.nextService(), now + kLongestSleep});
+        const HostLinkTime until = std::min(m_hostDue, m_device.nextService());
         return int(std::chrono::ceil<std::chrono::milliseconds>(std::max(until, now) - now).count());
     }
 
@@ -128,6 +137,7 @@ private:
     BusHost m_host;
     I2cBus m_bus;
     CuseI2cDevice m_device;
+    HostLinkTime m_hostDue{}; ///< when the host is to be serviced though nothing comes
     Typed m_typed;
 };
 
