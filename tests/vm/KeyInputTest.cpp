@@ -136,7 +136,6 @@ TEST_F(KeyInput, EachMessageIsAFrame)
     send({{kPress, KEY_VOLUMEUP}, {kRelease, KEY_VOLUMEUP}});
     EXPECT_EQ(nextFrame(),
               (std::vector<Event>{{EV_KEY, KEY_VOLUMEUP, 1}, {EV_KEY, KEY_VOLUMEUP, 0}, kSynchronisation}));
-    send({});
     send({{kPress, KEY_LEFTSHIFT}, {kPress, KEY_A}});
     EXPECT_EQ(nextFrame(),
               (std::vector<Event>{{EV_KEY, KEY_LEFTSHIFT, 1}, {EV_KEY, KEY_A, 1}, kSynchronisation}));
