@@ -13,7 +13,8 @@ struct ProgramResult {
     std::string err; ///< standard error
 };
 
-/// A running hostlink command. What it does not do in time is a failed test, never a hanging one.
+/// A running hostlink command, for one thread. What it does not do in time is a failed test, never a hanging
+/// one.
 class Program
 {
 public:
