@@ -5,6 +5,8 @@
 #include "platform/sdk/Paths.h"
 #include "platform/sdk/VornHostLinkTcpTunnelingConf.h"
 #include "runtime/EmulatedLine.h"
+#include "services/Bluetooth.h"
+#include "services/Network.h"
 #include "services/NodeSettings.h"
 #include "services/PlayerVolume.h"
 #include "services/PowerManager.h"
@@ -75,6 +77,8 @@ bool ModuleProcess::createNodes(const Profile& profile, const QString& plugin, Q
     }
     m_powerManager = std::make_unique<PowerManager>();
     m_playerVolume = std::make_unique<PlayerVolume>();
+    m_network = std::make_unique<Network>();
+    m_bluetooth = std::make_unique<Bluetooth>();
     m_profileNodes->createAfterWorker();
     m_nodeSettings->adopt();
     return true;
