@@ -47,6 +47,7 @@ FileReception::FileReception(HostSession& session, const std::string& directory,
 
 ExitStatus FileReception::run(std::optional<unsigned> count)
 {
+    std::cerr << "hostlink: ready for files" << std::endl;
     ByteArray message;
     while (!count || m_ended < *count) {
         const Host::Event event = m_session.receive(&message, HostLinkTime::max());

@@ -236,7 +236,8 @@ Exit status: 0 handled, 2 wrong usage, 3 no link or no reply in time.)";
 constexpr const char* kReceiveHelp =
     R"(Takes the files that the module pushes (hostlink node invoke VornHostLinkDataTransferPath) and prints
 NAME<TAB>BYTES for each that is whole. A file appears in DIR when it is whole, in place of an older one of its name,
-and never elsewhere. What cannot be taken, an order or a name that is wrong or a full disk, ends its transfer.
+and never elsewhere. What cannot be taken, an order or a name that is wrong or a full disk, ends its transfer. Says
+on standard error when it is ready.
 
 --fail-chunk gives the chunk with index I the answer CODE, once, in place of its index: -1 ends the transfer, -2
 asks for the chunk again, other numbers try the module, and none is no answer at all. It may be repeated.
@@ -250,7 +251,8 @@ Exit status: 0 every transfer was received, 1 some were not, 2 wrong usage, 3 no
 
 constexpr const char* kTunnelHelp =
     R"(Acts for the TCP clients of the module (hostlink module --tunnel-port N). Prints ID<TAB>data<TAB>HEX for
-what a client sends, and ID<TAB>closed<TAB> when its connection is gone. Closes all connections at the end.
+what a client sends, and ID<TAB>closed<TAB> when its connection is gone. Closes all connections at the end. Says
+on standard error when it is ready.
 
 Commands are read from standard input, a line each: write ID HEX, close ID. The end of the input ends nothing.
 

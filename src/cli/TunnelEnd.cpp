@@ -39,6 +39,7 @@ TunnelEnd::TunnelEnd(HostSession& session, int input, bool echo, bool json)
 
 ExitStatus TunnelEnd::run()
 {
+    std::cerr << "hostlink: ready for clients" << std::endl;
     m_session.setInput(m_input);
     ByteArray message;
     for (;;) {
