@@ -1,21 +1,16 @@
-#include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/socket.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <random>
 #include <sstream>
 
 #include "e2e/ModuleFixture.h"
-#include "platform/hostlink/FileDescriptor.h"
 #include "support/FaultyRelay.h"
+#include "support/TcpClient.h"
 
 namespace
 {
@@ -246,100 +241,7 @@ TEST_F(Keys, WrongOnesAreSaid)
     EXPECT_TRUE(contains(host({"key", "KEY_VOLUMUP:press"}).err, "did you mean KEY_VOLUMEUP?"));
 }
 
-namespace
-{
 constexpr int kConnections = 50;
-
-/// A TCP client of the module that neither blocks nor has a thread.
-class Client
-{
-public:
-    explicit Client(std::uint16_t port) : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(::connect(m_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        ::fcntl(m_socket.get(), F_SETFL, O_NONBLOCK);
-    }
-
-    /// Sends from `data` what goes now, and reads what is there.
-    void exchange(const std::string& data)
-    {
-        const ssize_t sent = ::send(m_socket.get(), data.data() + m_sent, data.size() - m_sent, MSG_NOSIGNAL);
-        m_sent += sent > 0 ? std::size_t(sent) : 0;
-        receive();
-    }
-
-    void receive()
-    {
-        char buffer[16384];
-        for (ssize_t got;
-             (got = ::recv(m_socket.get(), buffer, sizeof buffer, 0)) != -1 || errno != EAGAIN;) {
-            m_closed = m_closed || got <= 0;
-            if (got <= 0) {
-                return;
-            }
-            m_received.append(buffer, std::size_t(got));
-        }
-    }
-
-    /// Waits until so many bytes have come, or the connection is closed.
-    const std::string& await(std::size_t size)
-    {
-        while (m_received.size() < size && !m_closed) {
-            pollfd ready{m_socket.get(), POLLIN, 0};
-            if (::poll(&ready, 1, 10'000) != 1) {
-                ADD_FAILURE() << "nothing comes";
-                break;
-            }
-            receive();
-        }
-        return m_received;
-    }
-
-    bool awaitClosed()
-    {
-        await(std::size_t(-1));
-        return m_closed;
-    }
-
-    void say(const std::string& text)
-    {
-        EXPECT_EQ(::send(m_socket.get(), text.data(), text.size(), 0), ssize_t(text.size()));
-    }
-
-    void reset()
-    {
-        const linger hard{1, 0};
-        ::setsockopt(m_socket.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-        m_socket.reset();
-    }
-
-    int descriptor() const { return m_socket.get(); }
-    bool isAllSent(const std::string& data) const { return m_sent == data.size(); }
-    const std::string& received() const { return m_received; }
-    bool isClosed() const { return m_closed; }
-
-private:
-    FileDescriptor m_socket;
-    std::size_t m_sent = 0;
-    std::string m_received;
-    bool m_closed = false;
-};
-
-std::uint16_t freePort()
-{
-    const FileDescriptor probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    ::bind(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    socklen_t size = sizeof address;
-    ::getsockname(probe.get(), reinterpret_cast<sockaddr*>(&address), &size);
-    return ntohs(address.sin_port);
-}
-} // namespace
 
 class Tunnel : public ModuleFixture
 {
@@ -360,7 +262,7 @@ protected:
     }
 
     /// Lets each client send its data and get it back; all at once.
-    static void echo(std::vector<Client>& clients, const std::vector<std::string>& data)
+    static void echo(std::vector<TcpClient>& clients, const std::vector<std::string>& data)
     {
         const auto isDone = [&] {
             for (std::size_t i = 0; i < clients.size(); ++i) {
@@ -394,20 +296,20 @@ protected:
 TEST_F(Tunnel, FiftyClientsGetTheirMegabyteBackAndThe51stIsClosed)
 {
     const auto host = startHost({"--echo"});
-    std::vector<Client> clients;
+    std::vector<TcpClient> clients;
     std::vector<std::string> data;
     for (int i = 0; i < kConnections; ++i) {
         clients.emplace_back(m_port);
         data.push_back(randomBytes(1024 * 1024, unsigned(i)));
     }
     echo(clients, data);
-    Client oneMore(m_port);
+    TcpClient oneMore(m_port);
     EXPECT_TRUE(oneMore.awaitClosed());
     EXPECT_EQ(oneMore.received(), "");
     EXPECT_TRUE(m_module->waitForError("Max connection reached, rejecting"));
     host->signal(SIGINT);
     EXPECT_EQ(host->wait().status, 0);
-    EXPECT_TRUE(std::all_of(clients.begin(), clients.end(), [](Client& client) {
+    EXPECT_TRUE(std::all_of(clients.begin(), clients.end(), [](TcpClient& client) {
         return client.awaitClosed();
     })) << "a host that goes closes what it spoke for";
 }
@@ -417,7 +319,7 @@ TEST_F(Tunnel, NothingIsLostOverABadLine)
     const std::string path = directory() + "/bad.socket";
     FaultyRelay relay(path, directory() + "/hostlink/link.socket", {30'000, 30'000, 150'000});
     const auto host = startHost({"--echo", "--link", "unix:" + path});
-    std::vector<Client> clients;
+    std::vector<TcpClient> clients;
     std::vector<std::string> data;
     for (int i = 0; i < 5; ++i) {
         clients.emplace_back(m_port);
@@ -430,18 +332,18 @@ TEST_F(Tunnel, NothingIsLostOverABadLine)
 TEST_F(Tunnel, IdsAreGivenSmallestFirst)
 {
     const auto host = startHost();
-    Client first(m_port);
+    TcpClient first(m_port);
     first.say("a");
     EXPECT_EQ(host->nextLineWith("data"), "0\tdata\t61");
-    auto second = std::make_unique<Client>(m_port);
+    auto second = std::make_unique<TcpClient>(m_port);
     second->say("b");
     EXPECT_EQ(host->nextLineWith("data"), "1\tdata\t62");
-    Client third(m_port);
+    TcpClient third(m_port);
     third.say("c");
     EXPECT_EQ(host->nextLineWith("data"), "2\tdata\t63");
     second.reset();
     EXPECT_EQ(host->nextLineWith("closed"), "1\tclosed\t");
-    Client fourth(m_port);
+    TcpClient fourth(m_port);
     fourth.say("d");
     EXPECT_EQ(host->nextLineWith("data"), "1\tdata\t64");
     first.reset();
@@ -451,7 +353,7 @@ TEST_F(Tunnel, IdsAreGivenSmallestFirst)
 TEST_F(Tunnel, TheHostWritesAndCloses)
 {
     const auto host = startHost({"--json"});
-    Client client(m_port);
+    TcpClient client(m_port);
     client.say("hi");
     EXPECT_EQ(host->nextLineWith("data"), R"({"connection":0,"data":"6869"})");
     host->type("write 0 68656c6c6f\nclose 0\n");
@@ -467,7 +369,7 @@ TEST_F(Tunnel, TheHostWritesAndCloses)
 TEST_F(Tunnel, AClientThatNeverReadsStopsNoOther)
 {
     const auto host = startHost({"--echo"});
-    Client stuck(m_port);
+    TcpClient stuck(m_port);
     const std::string much = randomBytes(8 * 1024 * 1024, 1);
     std::size_t sent = 0;
     for (pollfd ready{stuck.descriptor(), POLLOUT, 0};
@@ -477,7 +379,7 @@ TEST_F(Tunnel, AClientThatNeverReadsStopsNoOther)
     }
     EXPECT_EQ(sent, much.size()) << "that it does not read does not keep it from sending";
     EXPECT_TRUE(m_module->waitForError("Failed to write data to connection: 0, written: 0"));
-    std::vector<Client> clients;
+    std::vector<TcpClient> clients;
     clients.emplace_back(m_port);
     echo(clients, {randomBytes(1024 * 1024, 2)});
     EXPECT_TRUE(stuck.await(much.size()) == much) << "and when it reads, nothing is missing";
@@ -486,7 +388,7 @@ TEST_F(Tunnel, AClientThatNeverReadsStopsNoOther)
 TEST_F(Tunnel, AShutdownClosesTheConnections)
 {
     const auto host = startHost();
-    Client client(m_port);
+    TcpClient client(m_port);
     client.say("hi");
     host->nextLineWith("data");
     EXPECT_EQ(Program::run({"node", "set", "VornPowerManagerTargetPath",
@@ -498,7 +400,7 @@ TEST_F(Tunnel, AShutdownClosesTheConnections)
 
 TEST_F(Tunnel, AHostThatRestartsFindsAWorkingTunnel)
 {
-    Client before(m_port);
+    TcpClient before(m_port);
     {
         const auto host = startHost({"--echo"});
         before.say("x");
@@ -507,7 +409,7 @@ TEST_F(Tunnel, AHostThatRestartsFindsAWorkingTunnel)
         host->wait();
     }
     const auto host = startHost({"--echo"});
-    Client after(m_port);
+    TcpClient after(m_port);
     after.say("y");
     EXPECT_EQ(after.await(1), "y");
     before.say("z");
