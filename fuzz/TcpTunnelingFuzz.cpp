@@ -7,6 +7,7 @@
 #include <QTcpSocket>
 
 #include "HandlerFuzz.h"
+#include "platform/hostlink/HostLinkMessage.h"
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {

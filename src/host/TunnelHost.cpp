@@ -173,7 +173,9 @@ ByteArray TunnelHost::pieceOf(Id id, Connection& connection)
 {
     const std::size_t size = std::min(connection.left(), kPiece);
     const auto begin = connection.waiting.begin() + static_cast<std::ptrdiff_t>(connection.written);
-    ByteArray bytes(1, id);
+    ByteArray bytes;
+    bytes.reserve(size + 1);
+    bytes.push_back(id);
     bytes.insert(bytes.end(), begin, begin + static_cast<std::ptrdiff_t>(size));
     m_underWay.push_back({id, connection.number, size});
     m_bytesUnderWay += size;
