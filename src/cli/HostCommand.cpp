@@ -8,11 +8,13 @@
 
 #include "cli/AttendedHost.h"
 #include "cli/Commands.h"
+#include "cli/FileReception.h"
 #include "cli/HostRequest.h"
 #include "cli/InterruptSignals.h"
 #include "cli/LinkUrl.h"
 #include "cli/Output.h"
 #include "cli/StateWatch.h"
+#include "cli/TunnelEnd.h"
 #include "cli/ValueText.h"
 #include "host/HostSession.h"
 #include "platform/hostlink/HexText.h"
@@ -25,8 +27,11 @@ struct Options {
     unsigned timeout = 2000; ///< milliseconds
     bool json = false;
     std::vector<std::string> arguments; ///< of the chosen command
-    std::optional<unsigned> count;      ///< of watch
+    std::optional<unsigned> count;      ///< of watch and receive
     std::optional<double> period;       ///< of watch, seconds
+    std::string directory;              ///< of receive
+    std::vector<std::string> failures;  ///< of receive
+    bool echo = false;                  ///< of tunnel
 };
 
 /// A command that sends one request, made from its arguments before the link is touched.
@@ -120,7 +125,7 @@ ExitStatus watch(HostSession& session, const ByteArray& message, const Options& 
     return StateWatch(session, message, options.json).run(limits);
 }
 
-/// The reply to the empty request says that the module has handled what was pushed.
+/// Sends what is never answered. The reply to the empty request says that the module has handled it.
 ExitStatus push(HostSession& session, const ByteArray& message, const Options&)
 {
     session.send(message);
@@ -217,6 +222,46 @@ Example:
 
 Exit status: 0 handled, 2 wrong usage, 3 no link or no reply in time.)";
 
+constexpr const char* kKeyHelp =
+    R"(Sends key events, which the module's virtual keyboard hands to its software, and waits until the module has
+handled them. All of one command are one message, and so one frame of events. CODE is a name as Linux calls the
+key, with or without KEY_, or its number.
+
+Examples:
+  hostlink host key KEY_VOLUMEUP:press KEY_VOLUMEUP:release
+  hostlink host key mute:press 115:release
+
+Exit status: 0 handled, 2 wrong usage, 3 no link or no reply in time.)";
+
+constexpr const char* kReceiveHelp =
+    R"(Takes the files that the module pushes (hostlink node invoke VornHostLinkDataTransferPath) and prints
+NAME<TAB>BYTES for each that is whole. A file appears in DIR when it is whole, in place of an older one of its name,
+and never elsewhere. What cannot be taken, an order or a name that is wrong or a full disk, ends its transfer. Says
+on standard error when it is ready.
+
+--fail-chunk gives the chunk with index I the answer CODE, once, in place of its index: -1 ends the transfer, -2
+asks for the chunk again, other numbers try the module, and none is no answer at all. It may be repeated.
+
+Examples:
+  hostlink host receive /tmp/files
+  hostlink host receive . --count 1 --fail-chunk 3:-2
+
+Exit status: 0 every transfer was received, 1 some were not, 2 wrong usage, 3 no link, or an interrupt came before
+--count was reached.)";
+
+constexpr const char* kTunnelHelp =
+    R"(Acts for the TCP clients of the module (hostlink module --tunnel-port N). Prints ID<TAB>data<TAB>HEX for
+what a client sends, and ID<TAB>closed<TAB> when its connection is gone. Closes all connections at the end. Says
+on standard error when it is ready.
+
+Commands are read from standard input, a line each: write ID HEX, close ID. The end of the input ends nothing.
+
+Examples:
+  hostlink host tunnel
+  hostlink host tunnel --echo
+
+Exit status: 0 ended by SIGINT or SIGTERM, 2 wrong usage, 3 no link.)";
+
 constexpr const char* kAttendHelp =
     R"(Stays on the link, however often the module comes and goes, and prints every message with the time and
 its sender. The host owns the states given: it pushes them at the start of every session, behind
@@ -247,6 +292,7 @@ const Command kCommands[] = {
     {kSetRequest, kSetHelp, set, nullptr},
     {kWatchRequest, kWatchHelp, watch, addWatchOptions},
     {kPushRequest, kPushHelp, push, nullptr},
+    {kKeyRequest, kKeyHelp, push, nullptr},
     {kSendRequest, kSendHelp, sendAndListen, nullptr},
 };
 
@@ -318,6 +364,47 @@ void addAttend(CLI::App& host, const std::shared_ptr<Options>& options, int* sta
         });
     });
 }
+
+void addReceive(CLI::App& host, const std::shared_ptr<Options>& options, int* status)
+{
+    CLI::App* app = addSubcommand(host, "receive", "Take the files that the module pushes", kReceiveHelp);
+    app->add_option("DIR", options->directory, "Where they go")
+        ->required()
+        ->type_name("")
+        ->check(CLI::ExistingDirectory);
+    app->add_option("--count", options->count, "End after N transfers, received or failed")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    app->add_option("--fail-chunk", options->failures, "Answer chunk I with CODE, once")
+        ->type_name("I:CODE")
+        ->expected(1)
+        ->take_all();
+    app->callback([options, status] {
+        std::vector<FileReception::Failure> failures;
+        for (const std::string& text : options->failures) {
+            failures.push_back(FileReception::parseFailure(text));
+        }
+        *status = onLink(*options, [&](HostSession& session) {
+            FileReception reception(session, options->directory, failures, options->json);
+            session.open();
+            return reception.run(options->count);
+        });
+    });
+}
+
+void addTunnel(CLI::App& host, const std::shared_ptr<Options>& options, int* status)
+{
+    CLI::App* app =
+        addSubcommand(host, "tunnel", "Act for the clients of the module's TCP tunnel", kTunnelHelp);
+    app->add_flag("--echo", options->echo, "Send every client back what it sends, and print no data");
+    app->callback([options, status] {
+        *status = onLink(*options, [&](HostSession& session) {
+            TunnelEnd tunnel(session, STDIN_FILENO, options->echo, options->json);
+            session.open();
+            return tunnel.run();
+        });
+    });
+}
 } // namespace
 
 void addHostCommand(CLI::App& app, int* status)
@@ -339,5 +426,7 @@ void addHostCommand(CLI::App& app, int* status)
     for (const Command& command : kCommands) {
         addCommand(*host, command, options, status);
     }
+    addReceive(*host, options, status);
+    addTunnel(*host, options, status);
     addAttend(*host, options, status);
 }

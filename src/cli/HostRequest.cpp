@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "cli/KeyNames.h"
 #include "cli/ValueText.h"
 #include "platform/hostlink/HexText.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
@@ -27,6 +28,27 @@ ByteArray stateValues(const HostRequest::Arguments& assignments)
     HostLinkValueMessage message(id);
     for (const std::string& assignment : assignments) {
         appendAssignment(assignment, &message);
+    }
+    return message.serialize();
+}
+
+ByteArray keys(const HostRequest::Arguments& events)
+{
+    HostLinkValueMessage message(MSG_InputEvent);
+    for (const std::string& event : events) {
+        const std::size_t colon = event.rfind(':');
+        const std::string key = event.substr(0, colon);
+        const std::string action = colon == std::string::npos ? "" : event.substr(colon + 1);
+        if (action != "press" && action != "release") {
+            throw CLI::ValidationError("CODE:press|release",
+                                       "'" + event + "' says neither press nor release");
+        }
+        const std::optional<std::uint16_t> code = keyCode(key);
+        if (!code) {
+            throw CLI::ValidationError("CODE:press|release",
+                                       "there is no key '" + key + "'" + similarKeys(key));
+        }
+        message.addValueUint16(action == "press" ? 1 : 0, *code);
     }
     return message.serialize();
 }
@@ -60,9 +82,12 @@ const HostRequest kPushRequest{"push",
                                true,
                                "Tell the module that states of the host have changed",
                                stateValues<MSG_StateChanged>};
+const HostRequest kKeyRequest{
+    "key", "CODE:press|release",     "Name of a Linux key with or without KEY_, or its code",
+    true,  "Press and release keys", keys};
 const HostRequest kSendRequest{
     "send",    "HEX", "Pairs of hexadecimal digits; '' is the empty message", false, "Send one raw message",
     rawMessage};
 
-const std::vector<const HostRequest*> kHostRequests{&kGetRequest,     &kSetRequest,  &kWatchRequest,
-                                                    &kUnwatchRequest, &kPushRequest, &kSendRequest};
+const std::vector<const HostRequest*> kHostRequests{
+    &kGetRequest, &kSetRequest, &kWatchRequest, &kUnwatchRequest, &kPushRequest, &kKeyRequest, &kSendRequest};

@@ -24,6 +24,7 @@ extern const HostRequest kSetRequest;     ///< MSG_SetState
 extern const HostRequest kWatchRequest;   ///< MSG_Subscribe
 extern const HostRequest kUnwatchRequest; ///< MSG_Unsubscribe
 extern const HostRequest kPushRequest;    ///< MSG_StateChanged
+extern const HostRequest kKeyRequest;     ///< MSG_InputEvent
 extern const HostRequest kSendRequest;    ///< any message, also the empty one, which the link does not carry
 
 /// All of them.

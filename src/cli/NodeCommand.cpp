@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include <QFile>
+#include <algorithm>
 #include <chrono>
 #include <iostream>
 #include <memory>
@@ -10,7 +11,9 @@
 #include "cli/InterruptSignals.h"
 #include "cli/LinkUrl.h"
 #include "cli/Output.h"
+#include "cli/ProgressLine.h"
 #include "cli/Suggestions.h"
+#include "platform/sdk/VornHostLinkDataTransfer.h"
 #include "platform/sdk/VornJson.h"
 #include "platform/sdk/VornValue.h"
 #include "runtime/NodeApiErrors.h"
@@ -26,7 +29,10 @@ struct Options {
     bool json = false;
     std::string path;
     std::string text;
+    bool progress = false; ///< of watch
 };
+
+constexpr const char* kProgressNode = "VornHostLinkDataTransferStatusPath";
 
 int complain(int status, const QString& text)
 {
@@ -46,6 +52,31 @@ void put(const QString& line)
     putLine(line.toStdString());
 }
 
+/// How far a file transfer is: on a terminal a bar, otherwise a line for each whole percent.
+class TransferProgress
+{
+public:
+    void show(const VornHostLinkDataTransferStatus& status)
+    {
+        const qint64 total = std::max<qint64>(status.bytesTotal(), 1);
+        const qint64 sent = std::clamp<qint64>(status.bytesSent(), 0, total);
+        if (m_line.isShown()) {
+            const std::string bar =
+                ProgressLine::bar(static_cast<std::uint64_t>(sent), static_cast<std::uint64_t>(total));
+            m_line.show(status.params().fileName().toStdString() + ' ' + bar);
+        } else if (const qint64 percent = sent * 100 / total; percent != m_percent) {
+            m_percent = percent;
+            put(QString::number(percent) + " %");
+        }
+    }
+
+    void clear() { m_line.clear(); }
+
+private:
+    ProgressLine m_line;
+    qint64 m_percent = -1;
+};
+
 /// One run of the command: its options and its connection to the module.
 class NodeCommand
 {
@@ -60,6 +91,9 @@ public:
     int set();
     int invoke();
     int watch();
+
+    /// Shows the file transfer that runs, or the next one, and ends with it.
+    int watchProgress();
 
 private:
     /// The result of a call; nothing, and m_status, when there is none.
@@ -220,11 +254,39 @@ int NodeCommand::watch()
     return m_client.interrupted() ? static_cast<int>(Done) : complain(NoLink, error);
 }
 
+int NodeCommand::watchProgress()
+{
+    const auto now = call("watch", {{"path", m_path}});
+    if (!now) {
+        return m_status;
+    }
+    VornHostLinkDataTransferStatus status = VornHash(now->toHash());
+    TransferProgress progress;
+    for (bool begun = false; !begun || status.active();) {
+        begun = status.active();
+        if (begun) {
+            progress.show(status);
+        }
+        QString error;
+        const auto change = m_client.nextNotification(&error);
+        if (!change) {
+            return m_client.interrupted() ? static_cast<int>(Done) : complain(NoLink, error);
+        }
+        status = VornHash(change->value("value").toHash());
+    }
+    progress.clear();
+    if (status.contains(VornHostLinkDataTransferStatus::Error())) {
+        return complain(Refused, status.error());
+    }
+    put(status.params().fileName() + '\t' + QString::number(status.bytesTotal()));
+    return Done;
+}
+
 using Run = std::function<int(const Options&)>;
 
-void addMethod(CLI::App* node, const std::shared_ptr<Options>& options, int* status, const std::string& name,
-               const std::string& help, const std::string& argument, const std::string& example,
-               const Run& run)
+CLI::App* addMethod(CLI::App* node, const std::shared_ptr<Options>& options, int* status,
+                    const std::string& name, const std::string& help, const std::string& argument,
+                    const std::string& example, const Run& run)
 {
     CLI::App* method = node->add_subcommand(name, help)->fallthrough();
     method->footer("Example:\n  hostlink node " + name + " " + example);
@@ -236,6 +298,34 @@ void addMethod(CLI::App* node, const std::shared_ptr<Options>& options, int* sta
         method->add_option("JSON", options->text, argument)->required()->type_name("");
     }
     method->callback([options, status, run] { *status = run(*options); });
+    return method;
+}
+
+int watch(const Options& options)
+{
+    const InterruptSignals interrupts;
+    NodeCommand command(options, interrupts.descriptor());
+    return options.progress ? command.watchProgress() : command.watch();
+}
+
+/// A transfer's progress has a node of its own; any other way of watching has to be told which.
+void addProgress(CLI::App* method, const std::shared_ptr<Options>& options, int* status)
+{
+    method->get_option("PATH")->required(false);
+    method->add_flag("--progress", options->progress,
+                     "Show the file transfer that runs, or the next one, and end with it");
+    method->footer(
+        "Examples:\n"
+        "  hostlink node watch VornPlayerMutePath\n"
+        "  hostlink node watch --progress\n\n"
+        "Exit status of --progress: 0 the file was sent, 1 it was not, for the reason that is said.");
+    method->callback([options, status] {
+        if (options->path.empty() && !options->progress) {
+            throw CLI::RequiredError("PATH");
+        }
+        options->path = options->path.empty() ? kProgressNode : options->path;
+        *status = watch(*options);
+    });
 }
 } // namespace
 
@@ -260,12 +350,9 @@ void addNodeCommand(CLI::App& app, int* status)
     addMethod(node, options, status, "invoke", "Invoke a node with an object and print what it answers",
               R"(An object such as {"i32_": 3}, or {})", "VornSystemManagerFactoryResetPath '{}'",
               [](const Options& given) { return NodeCommand(given).invoke(); });
-    addMethod(node, options, status, "watch",
-              "Print a node's value, then each new one, until SIGINT or SIGTERM", "", "VornPlayerMutePath",
-              [](const Options& given) {
-                  const InterruptSignals interrupts;
-                  return NodeCommand(given, interrupts.descriptor()).watch();
-              });
+    addProgress(addMethod(node, options, status, "watch",
+                          "Print a node's value, then each new one, until SIGINT or SIGTERM", "", "", watch),
+                options, status);
     node->footer("Examples:\n"
                  "  hostlink node list /player\n"
                  "  hostlink node get VornPlayerMutePath\n"

@@ -1,5 +1,7 @@
 #include "host/HostSession.h"
 
+#include <algorithm>
+
 #include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
 
@@ -144,13 +146,26 @@ bool HostSession::trySend(const ByteArray& message)
 
 Host::Event HostSession::receive(ByteArray* message, HostLinkTime deadline)
 {
-    const Host::Event event = m_host.receive(message, deadline);
+    Host::Event event{};
+    do {
+        sendOfChannels();
+        event = m_host.receive(message, std::min(deadline, channelDeadline()));
+    } while (event == Host::Event::TimedOut && now() < deadline);
     switch (event) {
     case Host::Event::Refused:
         throw HostError(HostError::Cause::Occupied, "the link is occupied by another host");
-    case Host::Event::NewSession: m_answers.reset(); break;
+    case Host::Event::NewSession:
+        m_answers.reset();
+        for (HostChannel* channel : m_channels) {
+            channel->sessionBegan();
+        }
+        break;
     case Host::Event::Message:
         m_observer(Side::Module, *message);
+        if (takenByChannel(*message)) {
+            sendOfChannels();
+            break;
+        }
         for (const ByteArray& answer : m_answers.answers(*message)) {
             trySend(answer);
         }
@@ -158,6 +173,34 @@ Host::Event HostSession::receive(ByteArray* message, HostLinkTime deadline)
     default: break;
     }
     return event;
+}
+
+bool HostSession::takenByChannel(const ByteArray& message)
+{
+    for (HostChannel* channel : m_channels) {
+        if (channel->take(message, now())) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void HostSession::sendOfChannels()
+{
+    for (HostChannel* channel : m_channels) {
+        while (const std::optional<ByteArray> message = channel->next(now())) {
+            trySend(*message);
+        }
+    }
+}
+
+HostLinkTime HostSession::channelDeadline() const
+{
+    HostLinkTime earliest = HostLinkTime::max();
+    for (const HostChannel* channel : m_channels) {
+        earliest = std::min(earliest, channel->deadline());
+    }
+    return earliest;
 }
 
 bool HostSession::waitAcknowledged()

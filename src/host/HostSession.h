@@ -6,6 +6,7 @@
 
 #include "host/Host.h"
 #include "host/HostAnswers.h"
+#include "host/HostChannel.h"
 
 /// Why work on a link could not be done.
 class HostError : public std::runtime_error
@@ -59,11 +60,14 @@ public:
     bool send(const ByteArray& message);
 
     /// The next event of the link (see Host::receive), but Refused, which is thrown. A
-    /// request of the module has been answered when it is returned.
+    /// request of the module has been answered when it is returned, and channels have had their turn.
     Host::Event receive(ByteArray* message, HostLinkTime deadline);
 
     /// What this host answers; it owns no states until it is given some.
     HostAnswers& answers() { return m_answers; }
+
+    /// Asks `channel` too from now on, which has to live as long as messages are received here.
+    void addChannel(HostChannel& channel) { m_channels.push_back(&channel); }
 
     /// Is told every message that goes out or has come in, before a received one is answered.
     void observe(std::function<void(Side, const ByteArray&)> observer) { m_observer = std::move(observer); }
@@ -83,11 +87,15 @@ public:
 
 private:
     bool trySend(const ByteArray& message);
+    bool takenByChannel(const ByteArray& message);
+    void sendOfChannels();
+    HostLinkTime channelDeadline() const;
     void exchangeOpening(HostLinkTime deadline);
     HostError noSession() const;
 
     Host& m_host;
     HostLinkDuration m_timeout;
     HostAnswers m_answers;
+    std::vector<HostChannel*> m_channels;
     std::function<void(Side, const ByteArray&)> m_observer = [](Side, const ByteArray&) {};
 };

@@ -22,8 +22,10 @@ ProgramResult RuntimeDirectory::host(Program::Arguments arguments)
     return Program::run(arguments);
 }
 
-void ModuleFixture::startModule()
+void ModuleFixture::startModule(const Program::Arguments& more)
 {
-    m_module = std::make_unique<Program>(Program::Arguments{"module", "--state-dir", directory() + "/state"});
+    Program::Arguments arguments{"module", "--state-dir", directory() + "/state"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    m_module = std::make_unique<Program>(arguments);
     ASSERT_NE(m_module->waitForLine("ready link="), "");
 }

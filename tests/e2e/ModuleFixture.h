@@ -29,8 +29,8 @@ class ModuleFixture : public RuntimeDirectory
 protected:
     void SetUp() override { startModule(); }
 
-    /// Starts it and waits until it is ready.
-    void startModule();
+    /// Starts it, with these options too, and waits until it is ready.
+    void startModule(const Program::Arguments& more = {});
 
     std::unique_ptr<Program> m_module;
 };

@@ -86,6 +86,10 @@ public:
     /// Bytes taken from `from`; fewer than `size` when the line pushes back or went down.
     virtual std::size_t write(const std::uint8_t* from, std::size_t size, HostLinkTime now) = 0;
 
+    /// Bytes that write() is best given at a time when there are so many, for a line on which the call costs
+    /// more than the bytes. What was given in one call goes before any other frame, however urgent.
+    virtual std::size_t batchSize() const { return 0; }
+
     /// Bytes taken by write() that are not on the wire yet.
     virtual std::size_t unsent() const { return 0; }
 

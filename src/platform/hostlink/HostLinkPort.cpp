@@ -144,7 +144,7 @@ bool HostLinkPort::writeFrame(HostLinkTime& now, Lock* released)
     m_held = false;
     if (m_rest.empty()) {
         m_held = m_layer->unsent() > 0;
-        const HostLinkCore::Bytes frame = m_held ? HostLinkCore::Bytes{} : m_core.transmit(now);
+        const HostLinkCore::Bytes frame = m_held ? HostLinkCore::Bytes{} : nextFrames(now);
         if (frame.size == 0) {
             return false;
         }
@@ -160,6 +160,24 @@ bool HostLinkPort::writeFrame(HostLinkTime& now, Lock* released)
         transfer(released, now, [&] { return m_layer->write(rest.data(), rest.size(), now); });
     m_rest.assign(rest.begin() + std::ptrdiff_t(taken), rest.end());
     return m_rest.empty();
+}
+
+/// The next frame, together with those behind it as the layer likes it.
+HostLinkCore::Bytes HostLinkPort::nextFrames(HostLinkTime now)
+{
+    HostLinkCore::Bytes frame = m_core.transmit(now);
+    const std::size_t most = m_layer->batchSize();
+    if (frame.size == 0 || most == 0) {
+        return frame;
+    }
+    m_batch.clear();
+    for (; frame.size > 0; frame = m_core.transmit(now)) {
+        m_batch.insert(m_batch.end(), frame.data, frame.data + frame.size);
+        if (m_batch.size() >= most) {
+            break;
+        }
+    }
+    return {m_batch.data(), m_batch.size()};
 }
 
 void HostLinkPort::waitOn(std::vector<pollfd>& descriptors) const

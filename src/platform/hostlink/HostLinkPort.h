@@ -45,12 +45,14 @@ public:
 private:
     std::size_t readAll(HostLinkTime& now, std::unique_lock<std::mutex>* released);
     bool writeFrame(HostLinkTime& now, std::unique_lock<std::mutex>* released);
+    HostLinkCore::Bytes nextFrames(HostLinkTime now);
     void followLine(HostLinkTime now);
 
     std::unique_ptr<HostLinkPhysicalLayer> m_layer;
     HostLinkCore m_core;
     std::uint64_t m_lineNumber = 0;
-    ByteArray m_rest;      ///< what the layer has not taken yet of the frame on its way out
+    ByteArray m_rest;      ///< what the layer has not taken yet of the frames on their way out
+    ByteArray m_batch;     ///< frames that the layer gets together
     bool m_held = false;   ///< a frame was held back because an earlier one is still below the link
     bool m_paused = false; ///< transfers in the other direction are due before the next frame
     HostLinkTime m_serviceAt = HostLinkTime::min(); ///< when a busy line is serviced at the latest

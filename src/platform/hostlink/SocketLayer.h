@@ -19,6 +19,7 @@ public:
     bool refused() const override { return m_refused; }
     std::size_t read(std::uint8_t* to, std::size_t max, HostLinkTime now) override;
     std::size_t write(const std::uint8_t* from, std::size_t size, HostLinkTime now) override;
+    std::size_t batchSize() const override { return 4096; }
     void waitOn(std::vector<pollfd>& descriptors, bool writing) const override;
     HostLinkTime nextService() const override;
 

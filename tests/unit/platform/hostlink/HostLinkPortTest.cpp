@@ -23,6 +23,7 @@ public:
         int writes = 0;
         int services = 0;
         std::size_t unsent = 0;
+        std::size_t batchSize = 0;
         HostLinkTime nextService = HostLinkTime::max();
         HostLinkDuration pollTime{};
     };
@@ -50,6 +51,7 @@ public:
         return m_layer->write(from, size, now);
     }
     std::size_t unsent() const override { return m_probe.unsent; }
+    std::size_t batchSize() const override { return m_probe.batchSize; }
     void waitOn(std::vector<pollfd>& descriptors, bool writing) const override
     {
         m_layer->waitOn(descriptors, writing);
@@ -130,6 +132,36 @@ TEST_F(PortTest, CarriesMessagesBothWays)
     ByteArray message;
     EXPECT_TRUE(stepUntil([&] { return m_port.core().take(message); }));
     EXPECT_EQ(message, kRequest);
+}
+
+TEST_F(PortTest, ALayerGetsFramesTogetherAsItLikesThem)
+{
+    ASSERT_TRUE(stepUntil([&] { return established(); }));
+    const auto writesFor = [&](std::size_t batchSize) {
+        m_probe.batchSize = batchSize;
+        m_probe.writes = 0;
+        ByteArray large(4000, 0x55);
+        large[0] = 0;
+        EXPECT_TRUE(m_port.core().send(large, m_now));
+        m_port.step(m_now);
+        const int writes = m_probe.writes;
+        EXPECT_TRUE(stepUntil([&] { return peerGot(large); }));
+        return writes;
+    };
+    EXPECT_EQ(writesFor(0), 8);
+    EXPECT_EQ(writesFor(1000), 4);
+    EXPECT_EQ(writesFor(100'000), 1);
+}
+
+TEST_F(NarrowLinePortTest, FramesTogetherSurviveALineThatTakesThemInParts)
+{
+    m_probe.batchSize = 1000;
+    ASSERT_TRUE(stepUntil([&] { return established(); }));
+    ByteArray large(3000, 0x55);
+    large[0] = 0;
+    EXPECT_TRUE(m_port.core().send(large, m_now));
+    EXPECT_TRUE(stepUntil([&] { return peerGot(large); }));
+    EXPECT_EQ(m_port.core().counters().framesRepeated, 0U);
 }
 
 TEST_F(PortTest, ASmallMessageCostsOneReadAndNothingElseBelow)

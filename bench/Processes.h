@@ -1,0 +1,125 @@
+#pragma once
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+// Processes that benchmarks start and compare.
+
+using Clock = std::chrono::steady_clock;
+
+inline double secondsSince(Clock::time_point begin)
+{
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+inline double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+/// A directory below /tmp that goes with it.
+class BenchDirectory
+{
+public:
+    BenchDirectory()
+    {
+        char pattern[] = "/tmp/hostlink-bench.XXXXXX";
+        if (mkdtemp(pattern) == nullptr) {
+            throw std::runtime_error("cannot make a directory below /tmp");
+        }
+        m_path = pattern;
+    }
+    ~BenchDirectory() { std::filesystem::remove_all(m_path); }
+
+    std::string operator/(const std::string& name) const { return m_path + '/' + name; }
+
+private:
+    std::string m_path;
+};
+
+/// A running program; it is terminated with this object, if nobody waited for it.
+class Process
+{
+public:
+    /// Descriptors of the program's standard input and output; -1 for /dev/null. Errors go to /dev/null.
+    explicit Process(const std::vector<std::string>& arguments, int in = -1, int out = -1,
+                     const std::string& directory = ".")
+        : m_pid(fork())
+    {
+        if (m_pid != 0) {
+            return;
+        }
+        const int null = open("/dev/null", O_RDWR);
+        dup2(in < 0 ? null : in, 0);
+        dup2(out < 0 ? null : out, 1);
+        dup2(null, 2);
+        closefrom(3);
+        std::vector<char*> list;
+        for (const std::string& argument : arguments) {
+            list.push_back(const_cast<char*>(argument.c_str()));
+        }
+        list.push_back(nullptr);
+        if (chdir(directory.c_str()) == 0) {
+            execvp(list.front(), list.data());
+        }
+        _exit(127);
+    }
+
+    ~Process()
+    {
+        if (m_pid > 0) {
+            kill(m_pid, SIGTERM);
+            waitpid(m_pid, nullptr, 0);
+        }
+    }
+
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    void terminate() { kill(m_pid, SIGTERM); }
+
+    /// Waits for the end; returns the processor time that it took, in seconds.
+    double wait()
+    {
+        int status = 0;
+        rusage usage{};
+        wait4(std::exchange(m_pid, -1), &status, 0, &usage);
+        m_status = status;
+        const auto seconds = [](const timeval& time) {
+            return double(time.tv_sec) + double(time.tv_usec) / 1e6;
+        };
+        return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    }
+
+    bool succeeded() const { return WIFEXITED(m_status) && WEXITSTATUS(m_status) == 0; }
+
+private:
+    pid_t m_pid;
+    int m_status = -1;
+};
+
+/// Polls until something outside has happened; throws when it does not.
+template <typename Condition>
+void await(const char* what, Condition condition)
+{
+    const auto begin = Clock::now();
+    while (!condition()) {
+        if (secondsSince(begin) > 20) {
+            throw std::runtime_error(std::string("there is no ") + what);
+        }
+        usleep(1000);
+    }
+}

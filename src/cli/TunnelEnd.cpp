@@ -1,0 +1,121 @@
+#include "cli/TunnelEnd.h"
+
+#include <unistd.h>
+
+#include <charconv>
+#include <iostream>
+#include <optional>
+#include <sstream>
+#include <utility>
+
+#include "cli/Output.h"
+#include "platform/hostlink/HexText.h"
+
+namespace
+{
+std::optional<TunnelHost::Id> parseId(const std::string& text)
+{
+    TunnelHost::Id id = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), id);
+    const bool whole = error == std::errc() && end == text.data() + text.size();
+    return whole ? std::optional(id) : std::nullopt;
+}
+
+void complain(TunnelHost::Id id, const std::string& what)
+{
+    std::cerr << "hostlink: connection " << int{id} << ": " << what << std::endl;
+}
+} // namespace
+
+TunnelEnd::TunnelEnd(HostSession& session, int input, bool echo, bool json)
+    : m_session(session), m_input(input), m_echo(echo), m_json(json),
+      m_tunnel({[this](TunnelHost::Id id, const ByteArray& data) {
+                    m_echo ? m_tunnel.write(id, data) : putData(id, data);
+                },
+                [this](TunnelHost::Id id) { putClosed(id); }, complain})
+{
+    session.addChannel(m_tunnel);
+}
+
+ExitStatus TunnelEnd::run()
+{
+    std::cerr << "hostlink: ready for clients" << std::endl;
+    m_session.setInput(m_input);
+    ByteArray message;
+    for (;;) {
+        switch (m_session.receive(&message, HostLinkTime::max())) {
+        case Host::Event::Interrupted: closeAll(); return Done;
+        case Host::Event::Input: readInput(); break;
+        case Host::Event::Ended:
+            std::cerr << "hostlink: the module ended the session; waiting for the next one" << std::endl;
+            break;
+        default: break;
+        }
+    }
+}
+
+/// Nobody would speak to the clients any more.
+void TunnelEnd::closeAll()
+{
+    m_session.ignoreInterrupts(); // the one that ended this is still there
+    m_session.setInput(-1);
+    m_tunnel.closeAll();
+    const HostLinkTime deadline = m_session.now() + m_session.timeout();
+    ByteArray message;
+    while (m_tunnel.hasConnections()) {
+        const Host::Event event = m_session.receive(&message, deadline);
+        if (event == Host::Event::TimedOut || event == Host::Event::Ended) {
+            return;
+        }
+    }
+}
+
+void TunnelEnd::putData(TunnelHost::Id id, const ByteArray& data) const
+{
+    const std::string number = std::to_string(id);
+    putLine(m_json ? "{\"connection\":" + number + ",\"data\":\"" + hexText(data) + "\"}"
+                   : number + "\tdata\t" + hexText(data));
+}
+
+void TunnelEnd::putClosed(TunnelHost::Id id) const
+{
+    const std::string number = std::to_string(id);
+    putLine(m_json ? "{\"connection\":" + number + ",\"closed\":true}" : number + "\tclosed\t");
+}
+
+void TunnelEnd::readInput()
+{
+    char buffer[4096];
+    const ssize_t size = ::read(m_input, buffer, sizeof buffer);
+    if (size <= 0) {
+        m_session.setInput(-1);
+        execute(std::exchange(m_unread, {}));
+        return;
+    }
+    m_unread.append(buffer, static_cast<std::size_t>(size));
+    for (std::size_t end; (end = m_unread.find('\n')) != std::string::npos;) {
+        const std::string line = m_unread.substr(0, end);
+        m_unread.erase(0, end + 1);
+        execute(line);
+    }
+}
+
+/// What is wrong with a line is said, and costs nothing but that line.
+void TunnelEnd::execute(const std::string& line)
+{
+    std::istringstream words(line);
+    std::string command, idText, dataText;
+    words >> command >> idText >> dataText;
+    if (command.empty()) {
+        return;
+    }
+    const std::optional<TunnelHost::Id> id = parseId(idText);
+    const std::optional<ByteArray> data = parseHex(dataText);
+    if (command == "close" && id && dataText.empty()) {
+        m_tunnel.close(*id);
+    } else if (command == "write" && id && data && !data->empty()) {
+        m_tunnel.write(*id, *data);
+    } else {
+        std::cerr << "hostlink: '" << line << "' is neither 'close ID' nor 'write ID HEX'" << std::endl;
+    }
+}
