@@ -5,10 +5,18 @@
 #include <unistd.h>
 
 #include <CLI/Error.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <iostream>
+#include <random>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
+#include <vector>
+
+#include "cli/Suggestions.h"
+#include "platform/hostlink/FaultSettings.h"
 
 namespace
 {
@@ -95,15 +103,85 @@ void checkOwnDirectory(const std::string& path)
         throw std::runtime_error(path + " is not a directory that only this user may use; remove it");
     }
 }
-} // namespace
 
-LinkUrl LinkUrl::parse(const std::string& url, Side side)
+/// NAME=VALUE as it stands in a URL.
+struct Parameter {
+    std::string name;
+    std::string value;
+};
+
+/// What stands before the first question mark of a URL, and the parameters behind it.
+struct SplitUrl {
+    std::string line;
+    std::vector<Parameter> parameters;
+};
+
+SplitUrl splitQuery(const std::string& url)
+{
+    const std::size_t mark = url.find('?');
+    SplitUrl split{url.substr(0, mark), {}};
+    std::istringstream query(mark == std::string::npos ? "" : url.substr(mark + 1));
+    for (std::string pair; std::getline(query, pair, '&');) {
+        const std::size_t middle = pair.find('=');
+        if (middle == std::string::npos) {
+            fail("'" + pair + "' is no NAME=VALUE, as stand behind a link's '?' with '&' between them");
+        }
+        split.parameters.push_back({pair.substr(0, middle), pair.substr(middle + 1)});
+    }
+    return split;
+}
+
+[[noreturn]] void failUnknown(const std::string& name, const std::vector<std::string>& known)
+{
+    const std::string near = suggestions(name, {known.begin(), known.end()});
+    if (!near.empty()) {
+        fail("'" + name + "' is no parameter of this link" + near);
+    }
+    std::string list;
+    for (const std::string& each : known) {
+        list += each.find('.') == std::string::npos ? (list.empty() ? "" : ", ") + each : "";
+    }
+    fail("'" + name + "' is no parameter of this link; there are " + list
+         + ", most also with .in or .out for one direction");
+}
+
+/// Makes the line faulty. A seed that is not given is drawn and said, so that the run can be repeated.
+void addFaults(LinkUrl& link, std::vector<Parameter> parameters)
+{
+    const std::vector<std::string> names = FaultSettings::names();
+    bool hasSeed = false;
+    for (const Parameter& each : parameters) {
+        if (std::find(names.begin(), names.end(), each.name) == names.end()) {
+            failUnknown(each.name, names);
+        }
+        hasSeed = hasSeed || each.name == "seed";
+    }
+    if (!hasSeed) {
+        parameters.push_back({"seed", std::to_string(std::random_device()())});
+    }
+    std::string text;
+    for (const Parameter& each : parameters) {
+        text += (text.empty() ? "" : "&") + each.name + '=' + each.value;
+    }
+    std::string error;
+    if (!FaultSettings::parse(text, &error)) {
+        fail(error);
+    }
+    if (!hasSeed) {
+        std::cerr << "hostlink: the faults of this link come from seed=" << parameters.back().value
+                  << std::endl;
+    }
+    link.properties.setString(HostLinkPhysicalLayer::Faults, text);
+    link.text += '?' + text;
+}
+
+LinkUrl parseLine(const std::string& url, LinkUrl::Side side)
 {
     if (url == "emulated") {
-        return parse("unix:" + userFile("link.socket"), side);
+        return parseLine("unix:" + userFile("link.socket"), side);
     }
     if (url == "native") {
-        if (side == Side::Host) {
+        if (side == LinkUrl::Side::Host) {
             fail("native is the module's own end; a host needs unix:PATH, tcp:HOST:PORT or emulated");
         }
         LinkUrl native;
@@ -119,7 +197,22 @@ LinkUrl LinkUrl::parse(const std::string& url, Side side)
         return emulatedLine("tcp", url.substr(4), side);
     }
     fail("'" + url + "' is no link; a link is unix:PATH, tcp:HOST:PORT"
-         + (side == Side::Module ? ", emulated or native" : " or emulated"));
+         + (side == LinkUrl::Side::Module ? ", emulated or native" : " or emulated"));
+}
+} // namespace
+
+LinkUrl LinkUrl::parse(const std::string& url, Side side)
+{
+    const SplitUrl split = splitQuery(url);
+    LinkUrl link = parseLine(split.line, side);
+    if (split.parameters.empty()) {
+        return link;
+    }
+    if (link.type.empty()) {
+        fail("native is the worker's own line and takes no parameters");
+    }
+    addFaults(link, split.parameters);
+    return link;
 }
 
 std::string userFile(const std::string& name)

@@ -54,9 +54,13 @@ inline int freePort()
 }
 
 inline std::unique_ptr<HostLinkPhysicalLayer> makeSocketLayer(const std::string& type,
-                                                              const std::string& device, bool listens)
+                                                              const std::string& device, bool listens,
+                                                              const std::string& faults = {})
 {
     HostLinkPhysicalLayer::Properties properties;
+    if (!faults.empty()) {
+        properties.setString(HostLinkPhysicalLayer::Faults, faults);
+    }
     properties.setString(HostLinkPhysicalLayer::Device, device);
     properties.setInt(HostLinkPhysicalLayer::Listen, listens ? 1 : 0);
     return HostLinkPhysicalLayer::create(type, properties);
@@ -70,15 +74,15 @@ public:
     virtual std::unique_ptr<HostLinkPhysicalLayer> listening() = 0;
     virtual std::unique_ptr<HostLinkPhysicalLayer> connecting() = 0;
 
-    /// "unix", "tcp" or "memory".
+    /// "unix", "tcp", "memory", or "faulty": a Unix socket that delays what comes in.
     static std::unique_ptr<LineKind> make(const std::string& kind);
 };
 
 class SocketLine : public LineKind
 {
 public:
-    explicit SocketLine(const std::string& type)
-        : m_type(type),
+    explicit SocketLine(const std::string& type, std::string faults = {})
+        : m_type(type), m_faults(std::move(faults)),
           m_device(type == "unix" ? m_directory.file("link") : "127.0.0.1:" + std::to_string(freePort()))
     {
     }
@@ -88,11 +92,12 @@ public:
 private:
     std::unique_ptr<HostLinkPhysicalLayer> end(bool listens)
     {
-        return makeSocketLayer(m_type, m_device, listens);
+        return makeSocketLayer(m_type, m_device, listens, m_faults);
     }
 
     const TemporaryDirectory m_directory;
     const std::string m_type;
+    const std::string m_faults;
     const std::string m_device;
 };
 
@@ -110,6 +115,9 @@ inline std::unique_ptr<LineKind> LineKind::make(const std::string& kind)
 {
     if (kind == "memory") {
         return std::make_unique<MemoryLineKind>();
+    }
+    if (kind == "faulty") {
+        return std::make_unique<SocketLine>("unix", "delay.in=1&split.in=0.5&rate.in=1000000");
     }
     return std::make_unique<SocketLine>(kind);
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <optional>
+#include <random>
 #include <string>
 
 #include "platform/hostlink/BigEndian.h"
@@ -571,12 +572,17 @@ TEST(HostLinkCore, ADamagedLastFrameIsRepairedAtOnce)
     SimulatedLink link;
     link.lineUp();
     link.run(10ms);
-    SimulatedLink::Faults damage;
-    damage.flip = 1;
-    link.setFaults(damage);
+    bool damage = true;
+    link.filter = [&](int from, const ByteArray& frame) {
+        if (from != 0 || !std::exchange(damage, false)) {
+            return true;
+        }
+        ByteArray damaged = frame;
+        damaged[100] ^= 0x80;
+        link.inject(from, damaged);
+        return false;
+    };
     ASSERT_TRUE(link.a->send(state(1, 300), link.now));
-    link.settle();
-    link.setFaults({});
     ASSERT_TRUE(link.runUntil([&] { return !link.b.received.empty(); }, 5ms));
 }
 
@@ -977,9 +983,9 @@ TEST(HostLinkCore, CreditSurvivesLostFrames)
 {
     HostLinkCore::Settings settings;
     settings.creditBytes[0] = settings.creditBytes[1] = 3000;
-    SimulatedLink::Faults faults;
-    faults.drop = 0.2;
-    SimulatedLink link(faults, 5, settings);
+    SimulatedLink link({}, 1, settings);
+    std::mt19937 random(5);
+    link.filter = [&](int, const ByteArray&) { return random() % 5 != 0; };
     link.lineUp();
     link.run(1s);
     std::uint32_t sent = 0;
@@ -1300,9 +1306,10 @@ TEST_P(HostLinkCoreFaults, EveryMessageArrivesOnceAndInOrder)
     const std::uint32_t seed = GetParam();
     SCOPED_TRACE("HOSTLINK_TEST_SEED=" + std::to_string(seed));
     SimulatedLink::Faults faults;
-    faults.drop = faults.cutOut = faults.flip = faults.duplicate = faults.insert = 0.02;
+    faults.drop = faults.flip = faults.duplicate = faults.insert = 0.0005;
+    faults.burst = 40;
     faults.split = faults.merge = 0.2;
-    faults.cut = 0.003;
+    faults.cuts.interval = 100ms;
     faults.bytesPerSecond = seed % 2 == 0 ? 1'000'000 : 0;
     HostLinkCore::Settings settings;
     if (seed % 3 == 0) {
@@ -1353,9 +1360,10 @@ TEST_P(HostLinkCoreFaults, RestartsLoseOnlyWholeSessions)
     const std::uint32_t seed = GetParam();
     SCOPED_TRACE("HOSTLINK_TEST_SEED=" + std::to_string(seed));
     SimulatedLink::Faults faults;
-    faults.drop = faults.flip = faults.duplicate = faults.insert = 0.02;
+    faults.drop = faults.flip = faults.duplicate = faults.insert = 0.0005;
+    faults.burst = 40;
     faults.split = 0.1;
-    faults.cut = 0.003;
+    faults.cuts.interval = 100ms;
     SimulatedLink link(faults, seed);
     link.lineUp();
     std::mt19937 random(seed);

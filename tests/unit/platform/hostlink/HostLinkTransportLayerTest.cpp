@@ -171,7 +171,7 @@ protected:
     const std::unique_ptr<LineKind> m_line = LineKind::make(GetParam());
 };
 
-INSTANTIATE_TEST_SUITE_P(Kinds, TransportOnAnyLine, ::testing::Values("unix", "tcp", "memory"),
+INSTANTIATE_TEST_SUITE_P(Kinds, TransportOnAnyLine, ::testing::Values("unix", "tcp", "memory", "faulty"),
                          [](const auto& kind) { return kind.param; });
 
 class TransportTest : public ::testing::Test
