@@ -67,6 +67,7 @@ struct HostLinkCore::Private {
 
     bool mayQueue(MessageClass messageClass, std::size_t size) const;
     void sayIfTooLong(MessageClass messageClass, const ByteArray& message) const;
+    static void sayDown(bool& said, const char* why);
 
     Bytes transmitHello(HostLinkTime now);
     Bytes transmitGoodbye(HostLinkTime now);
@@ -86,6 +87,8 @@ struct HostLinkCore::Private {
     bool goodbyeDue = false;
     bool refused = false;
     bool versionWarned = false;
+    bool silenceSaid = false;    ///< and the peer has not answered since
+    bool noProgressSaid = false; ///< and the peer has acknowledged nothing since
 
     // Greeting: hellos are exchanged and nothing else counts, until the peer has named this instance.
     bool greeting = true;
@@ -330,11 +333,21 @@ void HostLinkCore::Private::checkTimers(HostLinkTime now)
         return;
     }
     if (now - lastReceived >= kSilence) {
+        sayDown(silenceSaid, "the peer is silent");
         greet(now);
         return;
     }
     if (now >= sender.deadline() && !sender.expired()) {
+        sayDown(noProgressSaid, "the peer acknowledges nothing");
         greet(now);
+    }
+}
+
+/// Once for a trouble, however often the peer is greeted in it.
+void HostLinkCore::Private::sayDown(bool& said, const char* why)
+{
+    if (!std::exchange(said, true)) {
+        HostLinkLog::write(HostLinkLog::Level::Warning, std::string("the link is down, ") + why);
     }
 }
 
@@ -355,7 +368,7 @@ void HostLinkCore::Private::receiveFrame(const HostLinkFrame& frame, HostLinkTim
         return;
     }
     lastReceived = now;
-    sender.acknowledged(frame.acknowledgement, now);
+    noProgressSaid = !sender.acknowledged(frame.acknowledgement, now) && noProgressSaid;
     if (sequenced) {
         receiveSequenced(frame, now);
         return;
@@ -428,6 +441,9 @@ void HostLinkCore::Private::receiveHello(const HostLinkFrame& frame, HostLinkTim
         return;
     }
     greeting = false;
+    if (std::exchange(silenceSaid, false)) {
+        HostLinkLog::write(HostLinkLog::Level::Info, "the link is up again");
+    }
     lastSent = now;
     helloDue = !hello.settled;
 }
@@ -465,6 +481,7 @@ bool HostLinkCore::Private::joinSession(const HostLinkHello& hello)
                                + " messages are longer than the peer can hold, discarded");
     }
     joined = true;
+    noProgressSaid = false;
     session = Session::Established;
     ++sessions;
     return true;

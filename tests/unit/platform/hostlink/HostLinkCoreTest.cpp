@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <optional>
 #include <random>
 #include <string>
@@ -12,7 +11,11 @@
 #include "platform/hostlink/HostLinkFrame.h"
 #include "platform/hostlink/HostLinkHello.h"
 #include "platform/hostlink/HostLinkLog.h"
+#include "support/LinkLogCapture.h"
+#include "support/LinkMessages.h"
+#include "support/ScriptedPeer.h"
 #include "support/SimulatedLink.h"
+#include "support/TestSeeds.h"
 
 using namespace std::chrono_literals;
 
@@ -23,147 +26,6 @@ using Session = HostLinkCore::Session;
 
 constexpr MessageClass kState = MessageClass::State;
 constexpr MessageClass kBulk = MessageClass::Bulk;
-
-/// A message of `size` bytes that begins with its id and its number, so that no two are alike.
-ByteArray message(MessageId id, std::uint32_t number, std::size_t size = 6)
-{
-    ByteArray bytes;
-    appendBigEndian(bytes, static_cast<std::uint16_t>(id));
-    appendBigEndian(bytes, number);
-    bytes.resize(std::max(size, bytes.size()), static_cast<std::uint8_t>(number | 1));
-    return bytes;
-}
-
-ByteArray state(std::uint32_t number, std::size_t size = 6)
-{
-    return message(MSG_StateChanged, number, size);
-}
-
-ByteArray bulk(std::uint32_t number, std::size_t size = 6)
-{
-    return message(MSG_DataTransfer, number, size);
-}
-
-std::vector<ByteArray> ofClass(const std::vector<ByteArray>& messages, MessageClass wanted)
-{
-    std::vector<ByteArray> found;
-    std::copy_if(messages.begin(), messages.end(), std::back_inserter(found),
-                 [wanted](const ByteArray& bytes) {
-                     return messageClass(HostLinkMessage::messageId(bytes)) == wanted;
-                 });
-    return found;
-}
-
-/// Reads frames back from what an end put on the line.
-std::optional<HostLinkFrame> decoded(HostLinkFrameDecoder& decoder, const ByteArray& bytes)
-{
-    const std::uint8_t* at = bytes.data();
-    if (decoder.next(at, bytes.data() + bytes.size()) != HostLinkFrameDecoder::Result::Frame) {
-        return std::nullopt;
-    }
-    return decoder.frame();
-}
-
-ByteArray encoded(const HostLinkFrame& frame)
-{
-    HostLinkFrameEncoder encoder;
-    encoder.encode(frame, true);
-    return ByteArray(encoder.data(), encoder.data() + encoder.size());
-}
-
-/// One core against a peer that the test plays by hand.
-class ScriptedPeer
-{
-public:
-    explicit ScriptedPeer(HostLinkCore::Settings settings = {})
-        : core(withInstances(std::move(settings), this))
-    {
-        core.lineUp(now);
-    }
-
-    void receive(const ByteArray& bytes) { core.receive(bytes.data(), bytes.size(), now); }
-
-    void receive(std::uint8_t control, std::uint8_t sequence, std::uint8_t acknowledgement,
-                 const ByteArray& payload = {})
-    {
-        HostLinkFrame frame;
-        frame.control = control;
-        frame.sequence = sequence;
-        frame.acknowledgement = acknowledgement;
-        frame.payload = payload.data();
-        frame.size = payload.size();
-        receive(encoded(frame));
-    }
-
-    void receive(const HostLinkHello& hello)
-    {
-        const HostLinkHello::Payload payload = hello.payload();
-        receive(HostLinkControl::Hello, 0, 0, ByteArray(payload.begin(), payload.end()));
-    }
-
-    /// A hello of a peer that begins a session.
-    HostLinkHello hello(std::uint64_t instance = 7) const
-    {
-        HostLinkHello hello;
-        hello.settled = true;
-        hello.instance = instance;
-        hello.peer = instances;
-        hello.credit[0] = hello.credit[1] = 65600;
-        hello.largest[0] = hello.largest[1] = 65600;
-        return hello;
-    }
-
-    /// Everything that the core has to say now.
-    std::vector<HostLinkFrame> transmitted()
-    {
-        std::vector<HostLinkFrame> frames;
-        for (;;) {
-            const HostLinkCore::Bytes bytes = core.transmit(now);
-            if (bytes.size == 0) {
-                return frames;
-            }
-            HostLinkFrameDecoder decoder;
-            const auto frame = decoded(decoder, ByteArray(bytes.data, bytes.data + bytes.size));
-            EXPECT_TRUE(frame);
-            payloads.emplace_back(frame->payload, frame->payload + frame->size);
-            frames.push_back(*frame);
-            frames.back().payload = payloads.back().data();
-        }
-    }
-
-    void establish()
-    {
-        transmitted();
-        receive(hello());
-        transmitted();
-        ASSERT_EQ(core.session(), Session::Established);
-    }
-
-    std::uint64_t instances = 40;
-    HostLinkTime now{1h};
-    std::deque<ByteArray> payloads;
-    HostLinkCore core;
-
-private:
-    static HostLinkCore::Settings withInstances(HostLinkCore::Settings settings, ScriptedPeer* self)
-    {
-        settings.drawInstance = [self] { return ++self->instances; };
-        return settings;
-    }
-};
-
-/// What the library says while this lives.
-class LogLines
-{
-public:
-    LogLines()
-    {
-        HostLinkLog::setSink([this](HostLinkLog::Level, const std::string& text) { lines.push_back(text); });
-    }
-    ~LogLines() { HostLinkLog::setSink({}); }
-
-    std::vector<std::string> lines;
-};
 
 // Handshake and sessions
 
@@ -254,7 +116,7 @@ TEST(HostLinkCore, ACutLineLosesAndRepeatsNothing)
 
 TEST(HostLinkCore, ANewPeerIsANewSessionAndGetsNothingMeantForTheFormerOne)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     SimulatedLink link;
     link.lineUp();
     link.run(10ms);
@@ -267,8 +129,8 @@ TEST(HostLinkCore, ANewPeerIsANewSessionAndGetsNothingMeantForTheFormerOne)
     EXPECT_TRUE(link.b.received.empty());
     EXPECT_EQ(link.a->sessionNumber(), 2U);
     EXPECT_EQ(link.a->counters().messagesDiscarded, 2U);
-    EXPECT_EQ(log.lines, std::vector<std::string>{"session ended, the peer is a new one: "
-                                                  "2 messages meant for the former session discarded"});
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"session ended, the peer is a new one: "
+                                                    "2 messages meant for the former session discarded"});
     ASSERT_TRUE(link.a->send(state(3), link.now));
     link.run(10ms);
     EXPECT_EQ(link.b.received, std::vector<ByteArray>{state(3)});
@@ -464,7 +326,7 @@ TEST(HostLinkCore, AnEchoOfItselfIsNoPeer)
 
 TEST(HostLinkCore, AnUnknownVersionIsSaidOnceAndNotAnswered)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     ScriptedPeer peer;
     peer.transmitted();
     const HostLinkHello::Payload payload = peer.hello().payload();
@@ -475,7 +337,7 @@ TEST(HostLinkCore, AnUnknownVersionIsSaidOnceAndNotAnswered)
     }
     EXPECT_TRUE(peer.transmitted().empty());
     EXPECT_EQ(peer.core.session(), Session::Never);
-    EXPECT_EQ(log.lines,
+    EXPECT_EQ(log.lines(),
               std::vector<std::string>{"the peer speaks version 2 of the link, which is not known here"});
 }
 
@@ -931,7 +793,7 @@ TEST(HostLinkCore, AnEmptyMessageIsRefusedAndAOneByteMessageArrives)
 
 TEST(HostLinkCore, AMessageTooLongForTheFirstPeerIsDiscardedAndSaid)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     SimulatedLink link;
     link.b.settings.creditBytes[0] = 100;
     link.b.core = std::make_unique<HostLinkCore>(link.b.settings);
@@ -942,7 +804,7 @@ TEST(HostLinkCore, AMessageTooLongForTheFirstPeerIsDiscardedAndSaid)
     link.run(1s);
     EXPECT_EQ(link.b.received, (std::vector<ByteArray>{state(1), state(3, 100)}));
     EXPECT_EQ(link.a->counters().messagesDiscarded, 1U);
-    EXPECT_EQ(log.lines.size(), 1U);
+    EXPECT_EQ(log.lines().size(), 1U);
 }
 
 // Credit and bounds
@@ -1027,7 +889,7 @@ TEST(HostLinkCore, AFullBulkQueueIsSeenBeforeItRefuses)
 
 TEST(HostLinkCore, AFullStateQueueEndsTheSessionForBoth)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     HostLinkCore::Settings settings;
     settings.queueBytes[0] = 1000;
     SimulatedLink link({}, 1, settings);
@@ -1045,7 +907,7 @@ TEST(HostLinkCore, AFullStateQueueEndsTheSessionForBoth)
     EXPECT_FALSE(link.a->send(state(1), link.now));
     EXPECT_FALSE(link.a->writable(kState, 6));
     EXPECT_FALSE(link.a->send(bulk(1), link.now));
-    EXPECT_EQ(log.lines.size(), 1U);
+    EXPECT_EQ(log.lines().size(), 1U);
 
     link.b.stuck = false;
     link.run(1s);
@@ -1059,7 +921,7 @@ TEST(HostLinkCore, AFullStateQueueEndsTheSessionForBoth)
 
 TEST(HostLinkCore, APeerThatSendsBeyondItsCreditIsNotHeardAndTheSessionEnds)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     HostLinkCore::Settings settings;
     settings.creditBytes[0] = 20;
     ScriptedPeer peer(settings);
@@ -1078,7 +940,7 @@ TEST(HostLinkCore, APeerThatSendsBeyondItsCreditIsNotHeardAndTheSessionEnds)
     const auto frames = peer.transmitted();
     ASSERT_EQ(frames.size(), 1U);
     EXPECT_EQ(frames[0].control, HostLinkControl::Hello);
-    EXPECT_EQ(log.lines.size(), 1U);
+    EXPECT_EQ(log.lines().size(), 1U);
 }
 
 TEST(HostLinkCore, ASequencedFrameOfAnUnknownKindEndsTheSession)
@@ -1228,7 +1090,7 @@ TEST(HostLinkCore, GoodbyeEndsTheSessionForBoth)
 
 TEST(HostLinkCore, AGoodbyeAcknowledgesWhatCameBeforeIt)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     SimulatedLink link;
     link.lineUp();
     link.run(50ms);
@@ -1237,7 +1099,7 @@ TEST(HostLinkCore, AGoodbyeAcknowledgesWhatCameBeforeIt)
     link.a->goodbye(link.now);
     link.run(10ms);
     EXPECT_EQ(link.b->counters().messagesDiscarded, 0U);
-    EXPECT_TRUE(log.lines.empty());
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(HostLinkCore, WhatWasAcknowledgedIsHandledAlthoughThePeerSaidGoodbye)
@@ -1295,16 +1157,10 @@ class HostLinkCoreFaults : public ::testing::TestWithParam<std::uint32_t>
 {
 };
 
-std::uint32_t firstSeed()
-{
-    const char* given = std::getenv("HOSTLINK_TEST_SEED");
-    return given ? static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10)) : 1;
-}
-
 TEST_P(HostLinkCoreFaults, EveryMessageArrivesOnceAndInOrder)
 {
     const std::uint32_t seed = GetParam();
-    SCOPED_TRACE("HOSTLINK_TEST_SEED=" + std::to_string(seed));
+    SCOPED_TRACE(replayWith(seed));
     SimulatedLink::Faults faults;
     faults.drop = faults.flip = faults.duplicate = faults.insert = 0.0005;
     faults.burst = 40;
@@ -1358,7 +1214,7 @@ TEST_P(HostLinkCoreFaults, EveryMessageArrivesOnceAndInOrder)
 TEST_P(HostLinkCoreFaults, RestartsLoseOnlyWholeSessions)
 {
     const std::uint32_t seed = GetParam();
-    SCOPED_TRACE("HOSTLINK_TEST_SEED=" + std::to_string(seed));
+    SCOPED_TRACE(replayWith(seed));
     SimulatedLink::Faults faults;
     faults.drop = faults.flip = faults.duplicate = faults.insert = 0.0005;
     faults.burst = 40;
@@ -1395,6 +1251,6 @@ TEST_P(HostLinkCoreFaults, RestartsLoseOnlyWholeSessions)
     EXPECT_EQ(link.a.received, std::vector<ByteArray>{state(2)});
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, HostLinkCoreFaults, ::testing::Range(firstSeed(), firstSeed() + 6));
+INSTANTIATE_TEST_SUITE_P(Seeds, HostLinkCoreFaults, testSeeds(6));
 
 } // namespace
