@@ -16,6 +16,7 @@ public:
     FaultLayer(std::unique_ptr<HostLinkPhysicalLayer> layer, const FaultSettings& settings);
     ~FaultLayer() override { close(); }
 
+    std::string name() const override { return m_layer->name(); }
     void open(HostLinkTime now) override;
 
     /// Hands over what is on its way, before the layer below is closed.

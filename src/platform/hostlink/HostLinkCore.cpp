@@ -57,6 +57,7 @@ struct HostLinkCore::Private {
     void receiveFrame(const HostLinkFrame& frame, HostLinkTime now);
     void receiveHello(const HostLinkFrame& frame, HostLinkTime now);
     void receiveGoodbye(const HostLinkFrame& frame, HostLinkTime now);
+    void receiveRefusal();
     void receiveSequenced(const HostLinkFrame& frame, HostLinkTime now);
     void receiveCredit(const HostLinkFrame& frame);
 
@@ -146,6 +147,7 @@ void HostLinkCore::receive(const std::uint8_t* bytes, std::size_t size, HostLink
     if (!d->lineIsUp || d->closed) {
         return;
     }
+    d->counters.bytesReceived += size;
     d->sender.heard(size, now);
     const std::uint8_t* const end = bytes + size;
     for (;;) {
@@ -279,11 +281,19 @@ bool HostLinkCore::refused() const
     return d->refused;
 }
 
-const HostLinkCore::Counters& HostLinkCore::counters() const
+HostLinkCounters HostLinkCore::counters() const
 {
-    d->counters.messagesReceived = d->receiver.messages();
-    d->counters.messagesBroken = d->receiver.brokenMessages();
-    return d->counters;
+    Counters counters = d->counters;
+    counters.messagesReceived = d->receiver.messages();
+    counters.messagesBroken = d->receiver.brokenMessages();
+    counters.sessions = d->sessions;
+    counters.stateQueued = d->sender.queuedBytes(MessageClass::State);
+    counters.bulkQueued = d->sender.queuedBytes(MessageClass::Bulk);
+    counters.framesUnacknowledged = d->sender.unacknowledged();
+    counters.messagesUnhandled = d->receiver.unhandledMessages();
+    using Microseconds = std::chrono::duration<std::uint64_t, std::micro>;
+    counters.roundTrip = std::chrono::duration_cast<Microseconds>(d->sender.roundTrip()).count();
+    return counters;
 }
 
 const ByteArray& HostLinkCore::refusalFrame()
@@ -337,7 +347,11 @@ void HostLinkCore::Private::checkTimers(HostLinkTime now)
         greet(now);
         return;
     }
-    if (now >= sender.deadline() && !sender.expired()) {
+    if (now < sender.deadline()) {
+        return;
+    }
+    ++counters.timeouts;
+    if (!sender.expired()) {
         sayDown(noProgressSaid, "the peer acknowledges nothing");
         greet(now);
     }
@@ -357,7 +371,7 @@ void HostLinkCore::Private::receiveFrame(const HostLinkFrame& frame, HostLinkTim
     switch (frame.control) {
     case HostLinkControl::Hello: receiveHello(frame, now); return;
     case HostLinkControl::Goodbye: receiveGoodbye(frame, now); return;
-    case HostLinkControl::Refusal: refused = refused || greeting; return;
+    case HostLinkControl::Refusal: receiveRefusal(); return;
     default: break;
     }
     const bool sequenced = (frame.control & HostLinkControl::Sequenced) != 0;
@@ -386,7 +400,8 @@ void HostLinkCore::Private::receiveSequenced(const HostLinkFrame& frame, HostLin
         receiveCredit(frame);
         return;
     }
-    ++counters.framesIgnored;
+    const bool isDuplicate = verdict == HostLinkReceiver::Verdict::Repeated;
+    ++(isDuplicate ? counters.framesDuplicate : counters.framesIgnored);
     if (verdict == HostLinkReceiver::Verdict::Breach) {
         // It would be repeated for ever: the two ends count differently, and a new session mends that.
         endForGood("the peer sent beyond its credit or what is not known here", now);
@@ -530,6 +545,14 @@ void HostLinkCore::Private::receiveGoodbye(const HostLinkFrame& frame, HostLinkT
     helloDeadline = now + kLastHello;
 }
 
+void HostLinkCore::Private::receiveRefusal()
+{
+    if (greeting) {
+        refused = true;
+        ++counters.refusals;
+    }
+}
+
 HostLinkCore::Bytes HostLinkCore::Private::transmitHello(HostLinkTime now)
 {
     helloDue = false;
@@ -590,6 +613,7 @@ HostLinkCore::Bytes HostLinkCore::Private::transmitNumbered(HostLinkTime now)
 HostLinkCore::Bytes HostLinkCore::Private::transmitAcknowledgement(std::uint8_t control, bool zeroFirst,
                                                                    HostLinkTime now)
 {
+    counters.resyncs += control == HostLinkControl::Nak ? 1 : 0;
     HostLinkFrame frame;
     frame.control = control;
     frame.sequence = sender.sequence();
@@ -606,5 +630,6 @@ HostLinkCore::Bytes HostLinkCore::Private::transmitFrame(HostLinkFrame frame, bo
     ++counters.framesSent;
     lastSent = now;
     encoder.encode(frame, zeroFirst);
+    counters.bytesSent += encoder.size();
     return {encoder.data(), encoder.size()};
 }

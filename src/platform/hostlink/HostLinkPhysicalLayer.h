@@ -64,6 +64,9 @@ public:
 
     virtual ~HostLinkPhysicalLayer() = default;
 
+    /// What logs and tools call the line, as in "unix:/run/link". Never changes.
+    virtual std::string name() const { return "line"; }
+
     /// Begins to bring the line up; failures are retried from service() with backoff.
     virtual void open(HostLinkTime now) = 0;
     virtual void close() = 0;

@@ -73,6 +73,10 @@ public:
 
     bool allAcknowledged(MessageClass messageClass) const;
 
+    /// Frames that were sent and not acknowledged, and how long that takes; zero before it was measured.
+    std::uint32_t unacknowledged() const { return m_next - m_acknowledged; }
+    HostLinkDuration roundTrip() const { return m_timer.smoothed(); }
+
     /// The line can take a frame: what was transmitted before is on the wire by now.
     void lineFree(HostLinkTime now);
 

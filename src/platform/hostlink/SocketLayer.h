@@ -11,6 +11,7 @@
 class SocketLayer : public HostLinkPhysicalLayer
 {
 public:
+    std::string name() const override { return m_name; }
     void open(HostLinkTime now) override;
     void close() override;
     void service(HostLinkTime now) override;
@@ -52,8 +53,6 @@ protected:
 
     /// Called by close() while the listening sockets are still open.
     virtual void unlisten() {}
-
-    const std::string& name() const { return m_name; }
 
     /// "cannot ACTION: the text of errno".
     static std::string problem(const std::string& action);

@@ -626,6 +626,62 @@ TEST_F(TransportTest, StopAllStopsEveryTransportOfTheProcess)
     HostLinkTransportLayer::stopAll();
 }
 
+TEST(LiveTransports, AreListedWithNamesAndCountersWhileTheyRun)
+{
+    EXPECT_TRUE(HostLinkTransportLayer::live().empty());
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("link");
+    End module(makeSocketLayer("unix", path, true));
+    End host(makeSocketLayer("unix", path, false, "flip=0"));
+    EXPECT_TRUE(HostLinkTransportLayer::live().empty());
+    module.transport.start();
+    host.transport.start();
+    ASSERT_NE(host.transport.send(stateMessage(10, 1)), 0);
+    ASSERT_EQ(module.inbox.next(), stateMessage(10, 1));
+
+    const std::vector<HostLinkTransportLayer::Live> both = HostLinkTransportLayer::live();
+    ASSERT_EQ(both.size(), 2U);
+    EXPECT_EQ(both[0].name, "unix:" + path);
+    EXPECT_EQ(both[1].name, "unix:" + path);
+    EXPECT_EQ(both[0].counters.messagesReceived, 1U);
+    EXPECT_EQ(both[0].counters.messagesSent, 0U);
+    EXPECT_EQ(both[1].counters.messagesSent, 1U);
+    EXPECT_EQ(both[1].counters.sessions, 1U);
+
+    module.transport.stop();
+    ASSERT_EQ(HostLinkTransportLayer::live().size(), 1U);
+    EXPECT_EQ(module.transport.counters().messagesReceived, 1U); // they stay readable
+    host.transport.stop();
+    EXPECT_TRUE(HostLinkTransportLayer::live().empty());
+}
+
+TEST(LiveTransports, CanBeReadWhileOthersWorkStartAndStop)
+{
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        std::uint64_t seen = 0;
+        while (!done) {
+            for (const HostLinkTransportLayer::Live& each : HostLinkTransportLayer::live()) {
+                seen += each.counters.messagesReceived + each.name.size();
+            }
+        }
+        EXPECT_GT(seen, 0U);
+    });
+    for (int i = 0; i < 5; ++i) {
+        auto [moduleEnd, hostEnd] = memoryLayerPair();
+        End module(std::move(moduleEnd));
+        End host(std::move(hostEnd));
+        module.transport.start();
+        host.transport.start();
+        for (std::uint8_t n = 0; n < 100; ++n) {
+            ASSERT_NE(host.transport.send(stateMessage(20, n)), 0);
+            ASSERT_EQ(module.inbox.next(), stateMessage(20, n));
+        }
+    }
+    done = true;
+    reader.join();
+}
+
 TEST_F(TransportTest, AnObserverMayStopAll)
 {
     HostLinkTransportLayer transport(layer());
