@@ -1,14 +1,18 @@
-#include <CLI/CLI.hpp>
+#include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <functional>
 #include <iostream>
 #include <memory>
 
+#include "cli/AttendedHost.h"
 #include "cli/Commands.h"
+#include "cli/HostRequest.h"
 #include "cli/InterruptSignals.h"
 #include "cli/LinkUrl.h"
 #include "cli/Output.h"
+#include "cli/StateWatch.h"
 #include "cli/ValueText.h"
 #include "host/HostSession.h"
 #include "platform/hostlink/HexText.h"
@@ -21,19 +25,16 @@ struct Options {
     unsigned timeout = 2000; ///< milliseconds
     bool json = false;
     std::vector<std::string> arguments; ///< of the chosen command
+    std::optional<unsigned> count;      ///< of watch
+    std::optional<double> period;       ///< of watch, seconds
 };
 
-/// What a command does once its arguments are understood and the session is open.
-using Job = std::function<ExitStatus(HostSession&)>;
-
+/// A command that sends one request, made from its arguments before the link is touched.
 struct Command {
-    const char* name;
-    const char* argument;     ///< as the help calls it
-    const char* argumentHelp; ///< what it may be
-    bool repeated;            ///< takes one or more arguments, else exactly one
-    const char* description;
+    const HostRequest& request;
     const char* footer;
-    Job (*prepare)(const Options&); ///< throws CLI::ValidationError before the link is touched
+    ExitStatus (*work)(HostSession& session, const ByteArray& message, const Options& options);
+    void (*addOptions)(CLI::App& app, Options& options); ///< null: none of its own
 };
 
 void putValue(const HostLinkValueMessage& message, int index, bool json)
@@ -68,19 +69,29 @@ std::size_t putReply(const HostLinkValueMessage& reply, std::vector<State> asked
     return asked.size();
 }
 
-Job prepareGet(const Options& options)
+std::vector<State> tagsOf(const HostLinkValueMessage& message)
 {
     std::vector<State> states;
-    HostLinkUInt16Message request(MSG_GetState);
-    for (const std::string& argument : options.arguments) {
-        states.push_back(parseState(argument));
-        request.addValue(states.back());
+    for (int i = 0; i < message.size(); ++i) {
+        states.push_back(State(message.getTag(i)));
     }
-    return [=](HostSession& session) {
-        const HostLinkValueMessage reply(session.request(request.serialize(), HostSession::Repeat::Once));
-        putReply(reply, states, options.json);
-        return Done;
-    };
+    return states;
+}
+
+std::vector<State> numbersOf(const HostLinkUInt16Message& message)
+{
+    std::vector<State> states;
+    for (int i = 0; i < message.size(); ++i) {
+        states.push_back(State(message.get(i)));
+    }
+    return states;
+}
+
+ExitStatus get(HostSession& session, const ByteArray& message, const Options& options)
+{
+    const HostLinkValueMessage reply(session.request(message, HostSession::Repeat::Once));
+    putReply(reply, numbersOf(HostLinkUInt16Message(message)), options.json);
+    return Done;
 }
 
 bool isAccepted(const HostLinkValueMessage& reply, int index)
@@ -88,21 +99,33 @@ bool isAccepted(const HostLinkValueMessage& reply, int index)
     return reply.getUint8(index) == 1;
 }
 
-Job prepareSet(const Options& options)
+ExitStatus set(HostSession& session, const ByteArray& message, const Options& options)
 {
-    std::vector<State> states;
-    HostLinkValueMessage request(MSG_SetState);
-    for (const std::string& argument : options.arguments) {
-        states.push_back(appendAssignment(argument, &request));
+    const HostLinkValueMessage reply(session.request(message, HostSession::Repeat::Never));
+    bool accepted = putReply(reply, tagsOf(HostLinkValueMessage(message)), options.json) == 0;
+    for (int i = 0; i < reply.size(); ++i) {
+        accepted = accepted && isAccepted(reply, i);
     }
-    return [=](HostSession& session) {
-        const HostLinkValueMessage reply(session.request(request.serialize(), HostSession::Repeat::Never));
-        bool accepted = putReply(reply, states, options.json) == 0;
-        for (int i = 0; i < reply.size(); ++i) {
-            accepted = accepted && isAccepted(reply, i);
-        }
-        return accepted ? Done : Refused;
-    };
+    return accepted ? Done : Refused;
+}
+
+ExitStatus watch(HostSession& session, const ByteArray& message, const Options& options)
+{
+    StateWatch::Limits limits;
+    limits.events = options.count;
+    if (options.period) {
+        limits.period =
+            std::chrono::duration_cast<HostLinkDuration>(std::chrono::duration<double>(*options.period));
+    }
+    return StateWatch(session, message, options.json).run(limits);
+}
+
+/// The reply to the empty request says that the module has handled what was pushed.
+ExitStatus push(HostSession& session, const ByteArray& message, const Options&)
+{
+    session.send(message);
+    session.request(HostSession::emptyRequest(), HostSession::Repeat::Never);
+    return Done;
 }
 
 ExitStatus delivered(HostSession& session)
@@ -116,7 +139,7 @@ ExitStatus delivered(HostSession& session)
 
 /// Prints what comes until the time-out; what the link lost cannot come any more. The link carries no
 /// empty message, which nobody would answer either.
-ExitStatus sendAndListen(HostSession& session, const ByteArray& bytes, bool json)
+ExitStatus sendAndListen(HostSession& session, const ByteArray& bytes, const Options& options)
 {
     if (!bytes.empty()) {
         session.send(bytes);
@@ -125,7 +148,7 @@ ExitStatus sendAndListen(HostSession& session, const ByteArray& bytes, bool json
     ByteArray message;
     for (;;) {
         switch (session.receive(&message, deadline)) {
-        case Host::Event::Message: putMessage(message, json); break;
+        case Host::Event::Message: putMessage(message, options.json); break;
         case Host::Event::NewSession:
         case Host::Event::Ended:
             throw HostError(HostError::Cause::SessionLost,
@@ -140,16 +163,14 @@ ExitStatus sendAndListen(HostSession& session, const ByteArray& bytes, bool json
     }
 }
 
-Job prepareSend(const Options& options)
+void addWatchOptions(CLI::App& app, Options& options)
 {
-    const std::string& text = options.arguments.front();
-    const std::optional<ByteArray> bytes = parseHex(text);
-    if (!bytes) {
-        throw CLI::ValidationError("HEX", "'" + text + "' is no pairs of hexadecimal digits");
-    }
-    return [bytes = *bytes, json = options.json](HostSession& session) {
-        return sendAndListen(session, bytes, json);
-    };
+    app.add_option("--count", options.count, "End after N events behind the current values")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+    app.add_option("--for", options.period, "End after so long")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 1e6));
 }
 
 constexpr const char* kGetHelp =
@@ -175,6 +196,42 @@ Examples:
 
 Exit status: 0 all were taken, 1 some were not, 2 wrong usage, 3 no link or no reply in time.)";
 
+constexpr const char* kWatchHelp =
+    R"(Prints the values that the states have now, as get does, and then those of every event. Subscribes again
+in every new session of the link, so a module that restarts is watched on, and unsubscribes at the end.
+
+Examples:
+  hostlink host watch STA_Volume STA_Mute
+  hostlink host watch STA_Volume --count 1 --for 10
+
+Exit status: 0 done or interrupted, 2 wrong usage, 3 no link, no reply in time, or the end of --for or an
+interrupt came before --count was reached.)";
+
+constexpr const char* kPushHelp =
+    R"(Sends a state-changed event, as the host that owns the states does when they change, and waits until the
+module has handled it. VALUE is as for set. The module does not answer: it takes the states that it mirrors in
+its nodes and logs the others.
+
+Example:
+  hostlink host push HostMicMute=u8:1 HostFirmwareVersion=2.7.1
+
+Exit status: 0 handled, 2 wrong usage, 3 no link or no reply in time.)";
+
+constexpr const char* kAttendHelp =
+    R"(Stays on the link, however often the module comes and goes, and prints every message with the time and
+its sender. The host owns the states given: it pushes them at the start of every session, behind
+STA_HostResubscribe, and answers the module's requests for them; it owns no others.
+
+Commands are read from standard input, a line each: those of 'hostlink host' that send messages, without their
+options, unwatch, help and quit. Double quotes keep blanks together. The end of the input ends nothing.
+
+Examples:
+  hostlink host attend
+  hostlink host attend HostMicMute=0 HostFirmwareVersion=2.7.1
+  echo get STA_Volume | hostlink host attend
+
+Exit status: 0 ended by quit, SIGINT or SIGTERM, 2 wrong usage, 3 another host holds the link.)";
+
 constexpr const char* kSendHelp =
     R"(HEX is the whole message, its id first. Prints every message that comes back within the time-out, a
 line each; requests of the module are among them, answered as by a host that owns no states.
@@ -185,13 +242,12 @@ Examples:
 
 Exit status: 0 the message was delivered, 2 wrong usage, 3 no link, or the link was lost.)";
 
-constexpr Command kCommands[] = {
-    {"get", "STATE", "Name with or without STA_, decimal, or 0x and hexadecimal digits", true,
-     "Ask the module for states", kGetHelp, prepareGet},
-    {"set", "STATE=VALUE", "A state as for get, and its new value", true, "Set states of the module",
-     kSetHelp, prepareSet},
-    {"send", "HEX", "Pairs of hexadecimal digits; '' is the empty message", false, "Send one raw message",
-     kSendHelp, prepareSend},
+const Command kCommands[] = {
+    {kGetRequest, kGetHelp, get, nullptr},
+    {kSetRequest, kSetHelp, set, nullptr},
+    {kWatchRequest, kWatchHelp, watch, addWatchOptions},
+    {kPushRequest, kPushHelp, push, nullptr},
+    {kSendRequest, kSendHelp, sendAndListen, nullptr},
 };
 
 ExitStatus statusOf(HostError::Cause cause)
@@ -203,14 +259,15 @@ ExitStatus statusOf(HostError::Cause cause)
     }
 }
 
-ExitStatus run(const LinkUrl& url, const Options& options, const Job& job)
+/// Does `work` on the link that the options name, and says why when it could not.
+ExitStatus onLink(const Options& options, const std::function<ExitStatus(HostSession&)>& work)
 {
+    const LinkUrl url = LinkUrl::parse(options.link, LinkUrl::Side::Host);
     const InterruptSignals interrupt;
     Host host(HostLinkPhysicalLayer::create(url.type, url.properties), interrupt.descriptor());
     HostSession session(host, std::chrono::milliseconds(options.timeout));
     try {
-        session.open();
-        const ExitStatus status = job(session);
+        const ExitStatus status = work(session);
         session.waitAcknowledged();
         return status;
     } catch (const HostError& error) {
@@ -219,19 +276,46 @@ ExitStatus run(const LinkUrl& url, const Options& options, const Job& job)
     }
 }
 
-void addCommand(CLI::App& host, const Command& command, const std::shared_ptr<Options>& options, int* status)
+CLI::App* addSubcommand(CLI::App& host, const char* name, const char* description, const char* footer)
 {
-    CLI::App* app = host.add_subcommand(command.name, command.description);
-    app->footer(std::string(command.footer)
+    CLI::App* app = host.add_subcommand(name, description);
+    app->footer(std::string(footer)
                 + "\nThe options of 'hostlink host' (--link, --timeout, --json) may stand here too.");
     app->fallthrough();
-    app->add_option(command.argument, options->arguments, command.argumentHelp)
+    return app;
+}
+
+void addCommand(CLI::App& host, const Command& command, const std::shared_ptr<Options>& options, int* status)
+{
+    const HostRequest& request = command.request;
+    CLI::App* app = addSubcommand(host, request.name, request.description, command.footer);
+    app->add_option(request.argument, options->arguments, request.argumentHelp)
         ->required()
         ->type_name("")
-        ->expected(1, command.repeated ? CLI::detail::expected_max_vector_size : 1);
+        ->expected(1, request.repeated ? CLI::detail::expected_max_vector_size : 1);
+    if (command.addOptions != nullptr) {
+        command.addOptions(*app, *options);
+    }
     app->callback([&command, options, status] {
-        const LinkUrl url = LinkUrl::parse(options->link, LinkUrl::Side::Host);
-        *status = run(url, *options, command.prepare(*options));
+        const ByteArray message = command.request.message(options->arguments);
+        *status = onLink(*options, [&](HostSession& session) {
+            session.open();
+            return command.work(session, message, *options);
+        });
+    });
+}
+
+void addAttend(CLI::App& host, const std::shared_ptr<Options>& options, int* status)
+{
+    CLI::App* app = addSubcommand(
+        host, "attend", "Stay on the link as a host; print all traffic, take commands", kAttendHelp);
+    app->add_option(kPushRequest.argument, options->arguments, "A state that this host owns, and its value")
+        ->type_name("");
+    app->callback([options, status] {
+        const ByteArray states = kPushRequest.message(options->arguments);
+        *status = onLink(*options, [&](HostSession& session) {
+            return AttendedHost(session, STDIN_FILENO, options->json).run(states);
+        });
     });
 }
 } // namespace
@@ -241,7 +325,8 @@ void addHostCommand(CLI::App& app, int* status)
     const auto options = std::make_shared<Options>();
     CLI::App* host = app.add_subcommand("host", "Be the host of a module: ask it, set it, send it messages");
     host->require_subcommand(1);
-    host->add_option("--link", options->link, "unix:PATH, tcp:HOST:PORT or emulated")
+    host->add_option("--link", options->link,
+                     "unix:PATH, tcp:HOST:PORT, serial:DEVICE[?baud=N&parity=P&stop=N] or emulated")
         ->type_name("URL")
         ->capture_default_str();
     host->add_option("--timeout", options->timeout, "Milliseconds to wait for the link, and for each reply")
@@ -254,4 +339,5 @@ void addHostCommand(CLI::App& app, int* status)
     for (const Command& command : kCommands) {
         addCommand(*host, command, options, status);
     }
+    addAttend(*host, options, status);
 }

@@ -7,6 +7,7 @@
 #include <CLI/Error.hpp>
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <iostream>
 #include <random>
@@ -33,14 +34,20 @@ bool beginsWith(const std::string& text, const std::string& prefix)
     return text.compare(0, prefix.size(), prefix) == 0;
 }
 
+LinkUrl deviceLine(const std::string& type, const std::string& device)
+{
+    LinkUrl line;
+    line.text = type + ":" + device;
+    line.type = type;
+    line.properties.setString(HostLinkPhysicalLayer::Device, device);
+    return line;
+}
+
 LinkUrl emulatedLine(const std::string& type, const std::string& device, LinkUrl::Side side)
 {
-    LinkUrl url;
-    url.text = type + ":" + device;
-    url.type = type;
-    url.properties.setString(HostLinkPhysicalLayer::Device, device);
-    url.properties.setInt(HostLinkPhysicalLayer::Listen, side == LinkUrl::Side::Module ? 1 : 0);
-    return url;
+    LinkUrl line = deviceLine(type, device);
+    line.properties.setInt(HostLinkPhysicalLayer::Listen, side == LinkUrl::Side::Module ? 1 : 0);
+    return line;
 }
 
 void checkSocketPath(const std::string& path)
@@ -131,8 +138,20 @@ SplitUrl splitQuery(const std::string& url)
     return split;
 }
 
-[[noreturn]] void failUnknown(const std::string& name, const std::vector<std::string>& known)
+std::string joinQuery(const std::vector<Parameter>& parameters)
 {
+    std::string text;
+    for (const Parameter& each : parameters) {
+        text += (text.empty() ? "" : "&") + each.name + '=' + each.value;
+    }
+    return text;
+}
+
+[[noreturn]] void failUnknown(const std::string& name, std::vector<std::string> known, bool isSerial)
+{
+    if (isSerial) {
+        known.insert(known.begin(), {"baud", "parity", "stop"});
+    }
     const std::string near = suggestions(name, {known.begin(), known.end()});
     if (!near.empty()) {
         fail("'" + name + "' is no parameter of this link" + near);
@@ -142,37 +161,100 @@ SplitUrl splitQuery(const std::string& url)
         list += each.find('.') == std::string::npos ? (list.empty() ? "" : ", ") + each : "";
     }
     fail("'" + name + "' is no parameter of this link; there are " + list
-         + ", most also with .in or .out for one direction");
+         + ", most faults also with .in or .out for one direction");
 }
 
-/// Makes the line faulty. A seed that is not given is drawn and said, so that the run can be repeated.
-void addFaults(LinkUrl& link, std::vector<Parameter> parameters)
+int positiveNumber(const Parameter& parameter)
+{
+    const std::string& text = parameter.value;
+    int number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number <= 0) {
+        fail(parameter.name + " is a positive number, not '" + text + "'");
+    }
+    return number;
+}
+
+/// False for a parameter that is not one of a serial line.
+bool setSerial(const Parameter& parameter, HostLinkPhysicalLayer::Properties& properties)
+{
+    const auto& [name, value] = parameter;
+    if (name == "baud") {
+        properties.setInt(HostLinkPhysicalLayer::BitRate, positiveNumber(parameter));
+    } else if (name == "parity") {
+        if (value != "none" && value != "even" && value != "odd") {
+            fail("parity is none, even or odd, not '" + value + "'");
+        }
+        properties.setString(HostLinkPhysicalLayer::Parity, value);
+    } else if (name == "stop") {
+        if (value != "1" && value != "2") {
+            fail("stop is 1 or 2, not '" + value + "'");
+        }
+        properties.setInt(HostLinkPhysicalLayer::StopBits, positiveNumber(parameter));
+    } else {
+        return false;
+    }
+    return true;
+}
+
+LinkUrl serialLine(const std::string& device)
+{
+    if (device.empty()) {
+        fail("serial: needs a device, as in serial:/dev/ttyUSB0?baud=115200");
+    }
+    return deviceLine("serial", device);
+}
+
+LinkUrl i2cLine(const std::string& device, LinkUrl::Side side)
+{
+    if (side == LinkUrl::Side::Host) {
+        fail("i2c is the module's end of a bus; a host is the bus's slave, and no Linux device makes one");
+    }
+    if (device.empty()) {
+        fail("i2c: needs a device, as in i2c:/dev/i2c-1");
+    }
+    return deviceLine("i2c", device);
+}
+
+/// Makes the line faulty. A seed that is not given is drawn, appended and said, so that the run can be
+/// repeated.
+void addFaults(LinkUrl& link, std::vector<Parameter>& faults)
 {
     const std::vector<std::string> names = FaultSettings::names();
     bool hasSeed = false;
-    for (const Parameter& each : parameters) {
+    for (const Parameter& each : faults) {
         if (std::find(names.begin(), names.end(), each.name) == names.end()) {
-            failUnknown(each.name, names);
+            failUnknown(each.name, names, link.type == "serial");
         }
         hasSeed = hasSeed || each.name == "seed";
     }
     if (!hasSeed) {
-        parameters.push_back({"seed", std::to_string(std::random_device()())});
-    }
-    std::string text;
-    for (const Parameter& each : parameters) {
-        text += (text.empty() ? "" : "&") + each.name + '=' + each.value;
+        faults.push_back({"seed", std::to_string(std::random_device()())});
     }
     std::string error;
-    if (!FaultSettings::parse(text, &error)) {
+    if (!FaultSettings::parse(joinQuery(faults), &error)) {
         fail(error);
     }
     if (!hasSeed) {
-        std::cerr << "hostlink: the faults of this link come from seed=" << parameters.back().value
-                  << std::endl;
+        std::cerr << "hostlink: the faults of this link come from seed=" << faults.back().value << std::endl;
     }
-    link.properties.setString(HostLinkPhysicalLayer::Faults, text);
-    link.text += '?' + text;
+    link.properties.setString(HostLinkPhysicalLayer::Faults, joinQuery(faults));
+}
+
+/// Sorts the parameters into those of the line and those of its faults.
+void applyQuery(LinkUrl& link, const std::vector<Parameter>& parameters)
+{
+    std::vector<Parameter> ofLine;
+    std::vector<Parameter> ofFaults;
+    for (const Parameter& each : parameters) {
+        const bool isOfLine = link.type == "serial" && setSerial(each, link.properties);
+        (isOfLine ? ofLine : ofFaults).push_back(each);
+    }
+    if (!ofFaults.empty()) {
+        addFaults(link, ofFaults);
+    }
+    ofLine.insert(ofLine.end(), ofFaults.begin(), ofFaults.end());
+    link.text += '?' + joinQuery(ofLine);
 }
 
 LinkUrl parseLine(const std::string& url, LinkUrl::Side side)
@@ -182,7 +264,8 @@ LinkUrl parseLine(const std::string& url, LinkUrl::Side side)
     }
     if (url == "native") {
         if (side == LinkUrl::Side::Host) {
-            fail("native is the module's own end; a host needs unix:PATH, tcp:HOST:PORT or emulated");
+            fail("native is the module's own end; a host needs serial:DEVICE, unix:PATH, tcp:HOST:PORT or "
+                 "emulated");
         }
         LinkUrl native;
         native.text = url;
@@ -196,7 +279,14 @@ LinkUrl parseLine(const std::string& url, LinkUrl::Side side)
         checkAddress(url.substr(4));
         return emulatedLine("tcp", url.substr(4), side);
     }
-    fail("'" + url + "' is no link; a link is unix:PATH, tcp:HOST:PORT"
+    if (beginsWith(url, "serial:")) {
+        return serialLine(url.substr(7));
+    }
+    if (beginsWith(url, "i2c:")) {
+        return i2cLine(url.substr(4), side);
+    }
+    fail("'" + url + "' is no link; a link is " + (side == LinkUrl::Side::Module ? "i2c:DEVICE, " : "")
+         + "serial:DEVICE, unix:PATH, tcp:HOST:PORT"
          + (side == LinkUrl::Side::Module ? ", emulated or native" : " or emulated"));
 }
 } // namespace
@@ -211,7 +301,7 @@ LinkUrl LinkUrl::parse(const std::string& url, Side side)
     if (link.type.empty()) {
         fail("native is the worker's own line and takes no parameters");
     }
-    addFaults(link, split.parameters);
+    applyQuery(link, split.parameters);
     return link;
 }
 

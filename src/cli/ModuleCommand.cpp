@@ -93,15 +93,17 @@ void addModuleCommand(CLI::App& app, int* status)
     CLI::App* module =
         app.add_subcommand("module", "Run a module with the host-link worker until SIGINT or SIGTERM");
     module
-        ->add_option("--link", options->link,
-                     "unix:PATH or tcp:HOST:PORT to listen on, emulated, or native (the worker's own line)")
+        ->add_option(
+            "--link", options->link,
+            "unix:PATH or tcp:HOST:PORT to listen on, emulated, serial:DEVICE[?baud=N], i2c:DEVICE, or "
+            "native (the worker's own line)")
         ->type_name("URL")
         ->capture_default_str();
     module->add_option("--api", options->api, "Socket of the node API [in the user's run-time directory]")
         ->type_name("SOCKET");
     module
         ->add_option("--state-dir", options->stateDirectory,
-                     "Where settings are kept, created where missing [in the user's run-time directory]")
+                     "Keeps settings over restarts, created where missing [in the user's run-time directory]")
         ->type_name("DIR");
     module
         ->add_option("--profile", options->profile,
@@ -130,10 +132,13 @@ void addModuleCommand(CLI::App& app, int* status)
         "Examples:\n"
         "  hostlink module\n"
         "  hostlink module --link tcp:localhost:7000 --log-level info\n"
-        "  hostlink module --profile my.json\n\n"
+        "  hostlink module --link 'serial:/dev/ttyUSB0?baud=115200&parity=none&stop=1'\n"
+        "  hostlink module --profile my.json --state-dir my-state\n\n"
         "A profile is a JSON object of nodes (path, or name of its accessor) and values:\n"
-        "  {\"VornPlayerMutePath\": {\"bool_\": true}, \"/my/node\": {\"string_\": \"text\"}}\n\n"
-        "Exit status: 0 ended by a signal, 2 wrong usage or a bad profile, 3 cannot start (link or\n"
-        "socket in use, no plug-in).");
+        "  {\"VornPlayerMutePath\": {\"bool_\": true}, \"/my/node\": {\"string_\": \"text\"}}\n"
+        "Its key \"settings\" may list the nodes that keep their values in the state directory, where\n"
+        "they go before the profile's.\n\n"
+        "Exit status: 0 ended by a signal, 2 wrong usage or a bad profile, 3 cannot start (link,\n"
+        "socket or state directory in use, no plug-in).");
     module->callback([options, status] { *status = run(*options); });
 }

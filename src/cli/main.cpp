@@ -1,73 +1,17 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
 #include <iostream>
 #include <system_error>
 
 #include "cli/Commands.h"
-#include "cli/Suggestions.h"
+#include "cli/Usage.h"
 
 namespace
 {
 constexpr const char* kVersion = "0.1.0";
-
-std::vector<const CLI::App*> subcommandsOf(const CLI::App& app)
-{
-    return app.get_subcommands([](const CLI::App*) { return true; });
-}
-
-const CLI::App& chosenIn(const CLI::App& app)
-{
-    const CLI::App* chosen = &app;
-    while (!chosen->get_subcommands().empty()) {
-        chosen = chosen->get_subcommands().front();
-    }
-    return *chosen;
-}
-
-std::string commandLineOf(const CLI::App& app)
-{
-    return app.get_parent() == nullptr ? app.get_name()
-                                       : commandLineOf(*app.get_parent()) + " " + app.get_name();
-}
-
-/// The word that stands where a subcommand belongs; empty when there is none.
-std::string mistypedSubcommand(const CLI::App& app)
-{
-    const std::vector<std::string> rest = app.remaining();
-    const bool mistyped = !subcommandsOf(app).empty() && !rest.empty() && rest.front().substr(0, 1) != "-";
-    return mistyped ? rest.front() : std::string();
-}
-
-std::string similarSubcommands(const CLI::App& app, const std::string& typed)
-{
-    std::vector<std::string> names;
-    for (const CLI::App* subcommand : subcommandsOf(app)) {
-        names.push_back(subcommand->get_name());
-    }
-    return suggestions(typed, {names.begin(), names.end()});
-}
-
-int explainUsage(const CLI::App& root, const CLI::ParseError& error)
-{
-    const CLI::App& app = chosenIn(root);
-    const std::string mistyped = mistypedSubcommand(app);
-    if (!mistyped.empty()) {
-        std::cerr << commandLineOf(app) << ": there is no command '" << mistyped << "'"
-                  << similarSubcommands(app, mistyped) << '\n';
-    } else if (!subcommandsOf(app).empty() && app.remaining().empty()
-               && error.get_name() == "RequiredError") {
-        std::cerr << root.help();
-        return WrongUsage;
-    } else {
-        std::cerr << commandLineOf(app) << ": " << error.what() << '\n';
-    }
-    std::cerr << "'" << commandLineOf(app) << " --help' tells how it is used." << std::endl;
-    return WrongUsage;
-}
 
 int run(int argc, char** argv)
 {
@@ -92,7 +36,11 @@ int run(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return error.get_exit_code() == 0 ? app.exit(error) : explainUsage(app, error);
+        if (error.get_exit_code() == 0) {
+            return app.exit(error);
+        }
+        explainUsage(app, error);
+        return WrongUsage;
     }
     return status;
 }

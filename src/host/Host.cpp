@@ -9,6 +9,9 @@ namespace
 {
 constexpr std::chrono::milliseconds kGoodbyeTime{100};
 
+/// With more than this waiting to be sent, input waits too: a full queue would end the session.
+constexpr std::size_t kInputPause = 64 * 1024;
+
 bool allAcknowledged(const HostLinkCore& core)
 {
     return core.allAcknowledged(MessageClass::State) && core.allAcknowledged(MessageClass::Bulk);
@@ -43,10 +46,13 @@ Host::Event Host::receive(ByteArray* message, HostLinkTime deadline)
             (*change == Event::NewSession ? m_sessionTold : m_endTold) = m_port.core().sessionNumber();
             return *change;
         }
+        if (isReadable(inputNow())) {
+            return Event::Input;
+        }
         if (now() >= deadline) {
             return Event::TimedOut;
         }
-        wait(deadline);
+        wait(deadline, inputNow());
     }
 }
 
@@ -137,22 +143,30 @@ void Host::giveBack()
 }
 
 /// Looked at before each message, so that a talkative module cannot keep a host from ending.
-bool Host::isInterrupted()
+bool Host::isReadable(int descriptor)
 {
-    if (m_interrupt < 0) {
+    if (descriptor < 0) {
         return false;
     }
-    m_descriptors.assign(1, {m_interrupt, POLLIN, 0});
+    m_descriptors.assign(1, {descriptor, POLLIN, 0});
     m_system.wait(m_descriptors, now());
-    return (m_descriptors.front().revents & POLLIN) != 0;
+    return m_descriptors.front().revents != 0;
 }
 
-void Host::wait(HostLinkTime deadline)
+/// The input descriptor while input is welcome.
+int Host::inputNow() const
+{
+    return m_port.core().queuedBytes(MessageClass::State) < kInputPause ? m_input : -1;
+}
+
+void Host::wait(HostLinkTime deadline, int input)
 {
     m_descriptors.clear();
     m_port.waitOn(m_descriptors);
-    if (m_interrupt >= 0 && m_open) {
-        m_descriptors.push_back({m_interrupt, POLLIN, 0});
+    for (const int descriptor : {m_interrupt, input}) {
+        if (descriptor >= 0 && m_open) {
+            m_descriptors.push_back({descriptor, POLLIN, 0});
+        }
     }
     m_system.wait(m_descriptors, std::min(deadline, m_port.deadline()));
 }

@@ -20,6 +20,7 @@ public:
         Refused,     ///< another host holds the link
         TimedOut,    ///< the deadline has come
         Interrupted, ///< the interrupt descriptor is readable; stays so until somebody reads it
+        Input,       ///< the input descriptor is readable, and there is nothing else to tell
         Acknowledged ///< the module's end has everything that was sent (waitAcknowledged() only)
     };
 
@@ -32,6 +33,13 @@ public:
 
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
+
+    /// From now on nothing but the link ends a wait.
+    void ignoreInterrupts() { m_interrupt = -1; }
+
+    /// From now on receive() tells that this descriptor is readable, as long as there is room to send; -1 for
+    /// none.
+    void setInput(int descriptor) { m_input = descriptor; }
 
     HostLinkTime now() const { return m_system.now(); }
 
@@ -65,11 +73,14 @@ private:
     std::optional<Event> sessionChange() const;
     bool mayTake() const;
     void giveBack();
-    bool isInterrupted();
-    void wait(HostLinkTime deadline);
+    bool isInterrupted() { return isReadable(m_interrupt); }
+    bool isReadable(int descriptor);
+    int inputNow() const;
+    void wait(HostLinkTime deadline, int input = -1);
 
     HostSystem& m_system;
     int m_interrupt;
+    int m_input = -1;
     bool m_open = true;
     std::uint64_t m_sessionTold = 0; ///< number of the session that the caller knows
     std::uint64_t m_endTold = 0;     ///< number of the last session whose end it knows

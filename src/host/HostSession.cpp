@@ -10,12 +10,6 @@ constexpr MessageId responseId(MessageId id)
     return MessageId(id | 0x8000);
 }
 
-bool isOpeningReply(const ByteArray& message)
-{
-    return HostLinkMessage::messageId(message) == MSG_GetStateResponse
-           && HostLinkValueMessage(message).size() == 0;
-}
-
 bool isRefusalOf(MessageId request, const ByteArray& message)
 {
     if (HostLinkMessage::messageId(message) != MSG_ErrorResponse) {
@@ -35,6 +29,17 @@ std::string milliseconds(HostLinkDuration duration)
     return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count()) + " ms";
 }
 } // namespace
+
+ByteArray HostSession::emptyRequest()
+{
+    return HostLinkUInt16Message(MSG_GetState).serialize();
+}
+
+bool HostSession::isEmptyReply(const ByteArray& message)
+{
+    return HostLinkMessage::messageId(message) == MSG_GetStateResponse
+           && HostLinkValueMessage(message).size() == 0;
+}
 
 void HostSession::open()
 {
@@ -56,8 +61,7 @@ void HostSession::open()
 
 void HostSession::exchangeOpening(HostLinkTime deadline)
 {
-    const HostLinkUInt16Message opening(MSG_GetState);
-    send(opening.serialize());
+    send(emptyRequest());
     ByteArray message;
     for (;;) {
         switch (receive(&message, deadline)) {
@@ -65,9 +69,9 @@ void HostSession::exchangeOpening(HostLinkTime deadline)
         case Host::Event::TimedOut:
             throw HostError(HostError::Cause::NoReply,
                             "the module did not answer within " + milliseconds(m_timeout));
-        case Host::Event::NewSession: send(opening.serialize()); break;
+        case Host::Event::NewSession: send(emptyRequest()); break;
         case Host::Event::Message:
-            if (isOpeningReply(message)) {
+            if (isEmptyReply(message)) {
                 return;
             }
             break;
@@ -117,12 +121,25 @@ ByteArray HostSession::request(const ByteArray& request, Repeat repeat)
     }
 }
 
-void HostSession::send(const ByteArray& message)
+bool HostSession::send(const ByteArray& message)
 {
-    if (!m_host.send(message) && m_host.isInSession()) {
+    if (trySend(message)) {
+        return true;
+    }
+    if (m_host.isInSession()) {
         throw HostError(HostError::Cause::TooLong, "a message of " + std::to_string(message.size())
                                                        + " bytes is longer than the link carries");
     }
+    return false;
+}
+
+bool HostSession::trySend(const ByteArray& message)
+{
+    const bool sent = m_host.send(message);
+    if (sent) {
+        m_observer(Side::Host, message);
+    }
+    return sent;
 }
 
 Host::Event HostSession::receive(ByteArray* message, HostLinkTime deadline)
@@ -133,8 +150,9 @@ Host::Event HostSession::receive(ByteArray* message, HostLinkTime deadline)
         throw HostError(HostError::Cause::Occupied, "the link is occupied by another host");
     case Host::Event::NewSession: m_answers.reset(); break;
     case Host::Event::Message:
-        if (const auto answer = m_answers.answer(*message)) {
-            m_host.send(*answer);
+        m_observer(Side::Module, *message);
+        for (const ByteArray& answer : m_answers.answers(*message)) {
+            trySend(answer);
         }
         break;
     default: break;

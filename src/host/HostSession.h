@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 
@@ -28,14 +29,16 @@ private:
     Cause m_cause;
 };
 
-/// The conduct of a host that comes, asks and goes. It owns no states and answers the module's own
-/// requests accordingly, whatever it is waiting for. Where nothing else is said, functions throw a
-/// HostError when the link does not let them finish.
+/// The conduct of a host on its link: it answers the module's own requests, whatever it is waiting for.
+/// Where nothing else is said, functions throw a HostError when the link does not let them finish.
 class HostSession
 {
 public:
     /// Whether a request may go out a second time when a new session has begun before its reply.
     enum class Repeat { Never, Once };
+
+    /// Who sent a message.
+    enum class Side { Host, Module };
 
     /// `timeout` bounds open(), each request and waitAcknowledged().
     HostSession(Host& host, HostLinkDuration timeout) : m_host(host), m_timeout(timeout) {}
@@ -47,12 +50,27 @@ public:
     /// Sends a request and returns its response. Responses are matched to requests in order.
     ByteArray request(const ByteArray& request, Repeat repeat);
 
-    /// Queues one message without waiting. That it was lost with its session is told by receive().
-    void send(const ByteArray& message);
+    /// A MSG_GetState without states: its reply says that all sent before it has been handled.
+    static ByteArray emptyRequest();
+    static bool isEmptyReply(const ByteArray& message);
+
+    /// Queues one message without waiting; false when there is no session for it. That it was lost with
+    /// its session is told by receive().
+    bool send(const ByteArray& message);
 
     /// The next event of the link (see Host::receive), but Refused, which is thrown. A
     /// request of the module has been answered when it is returned.
     Host::Event receive(ByteArray* message, HostLinkTime deadline);
+
+    /// What this host answers; it owns no states until it is given some.
+    HostAnswers& answers() { return m_answers; }
+
+    /// Is told every message that goes out or has come in, before a received one is answered.
+    void observe(std::function<void(Side, const ByteArray&)> observer) { m_observer = std::move(observer); }
+
+    /// See Host.
+    void ignoreInterrupts() { m_host.ignoreInterrupts(); }
+    void setInput(int descriptor) { m_host.setInput(descriptor); }
 
     /// True while the line to the module stands.
     bool isLineUp() const { return m_host.isLineUp(); }
@@ -64,10 +82,12 @@ public:
     HostLinkTime now() const { return m_host.now(); }
 
 private:
+    bool trySend(const ByteArray& message);
     void exchangeOpening(HostLinkTime deadline);
     HostError noSession() const;
 
     Host& m_host;
     HostLinkDuration m_timeout;
     HostAnswers m_answers;
+    std::function<void(Side, const ByteArray&)> m_observer = [](Side, const ByteArray&) {};
 };

@@ -1,13 +1,12 @@
 #include "runtime/ModuleProcess.h"
 
-#include <QDir>
-#include <QFile>
-
 #include "platform/hostlink/HostLinkTransportLayer.h"
 #include "platform/sdk/MetaTypes.h"
 #include "platform/sdk/Paths.h"
 #include "runtime/EmulatedLine.h"
+#include "services/NodeSettings.h"
 #include "services/PlayerVolume.h"
+#include "services/PowerManager.h"
 #include "services/Profile.h"
 #include "services/ProfileNodes.h"
 #include "services/SystemManager.h"
@@ -17,18 +16,7 @@ namespace
 /// The type of the line that every worker opens.
 constexpr const char* kWorkerLine = "i2c";
 
-bool makeStateDirectory(const QString& path, QString* error)
-{
-    const bool isNew = !QDir(path).exists();
-    if (!QDir().mkpath(path)) {
-        *error = "cannot create the state directory " + path;
-        return false;
-    }
-    if (isNew) {
-        QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    }
-    return true;
-}
+constexpr const char* kSettingsFile = "settings.json";
 
 void applyTunnelSettings(const ModuleProcess::Settings& settings, Profile* profile)
 {
@@ -49,6 +37,8 @@ ModuleProcess::~ModuleProcess()
 {
     HostLinkTransportLayer::stopAll();
     m_api.reset(); // before the nodes: their end is no change of a value
+    m_systemManager.reset();
+    m_nodeSettings.reset();
     m_worker.reset();
     if (m_line) {
         m_line->reset();
@@ -64,19 +54,29 @@ ModuleProcess::Start ModuleProcess::start(const Settings& settings, QString* err
         return Start::BadProfile;
     }
     applyTunnelSettings(settings, &*profile);
-    if (!makeStateDirectory(settings.stateDirectory, error) || !m_api->listen(settings.apiSocket, error)
-        || !replaceLine(settings, error)) {
+    if (!m_api->listen(settings.apiSocket, error) || !replaceLine(settings, error)
+        || !m_stateDirectory.open(settings.stateDirectory, error)
+        || !createNodes(*profile, settings.plugin, error)) {
         return Start::Failed;
     }
-    m_systemManager = std::make_unique<SystemManager>();
-    m_profileNodes = std::make_unique<ProfileNodes>(*profile);
+    return Start::Ready;
+}
+
+bool ModuleProcess::createNodes(const Profile& profile, const QString& plugin, QString* error)
+{
+    m_nodeSettings = std::make_unique<NodeSettings>(m_stateDirectory.file(kSettingsFile), profile.settings());
+    m_systemManager = std::make_unique<SystemManager>(m_nodeSettings.get());
+    m_profileNodes = std::make_unique<ProfileNodes>(profile);
     m_profileNodes->createBeforeWorker();
-    if (!createWorker(settings.plugin, error)) {
-        return Start::Failed;
+    m_nodeSettings->adopt();
+    if (!createWorker(plugin, error)) {
+        return false;
     }
+    m_powerManager = std::make_unique<PowerManager>();
     m_playerVolume = std::make_unique<PlayerVolume>();
     m_profileNodes->createAfterWorker();
-    return Start::Ready;
+    m_nodeSettings->adopt();
+    return true;
 }
 
 bool ModuleProcess::replaceLine(const Settings& settings, QString* error)
@@ -84,18 +84,15 @@ bool ModuleProcess::replaceLine(const Settings& settings, QString* error)
     if (settings.lineType.empty()) {
         return true;
     }
-    m_line = std::make_shared<std::unique_ptr<HostLinkPhysicalLayer>>();
-    if (settings.lineProperties.integer(HostLinkPhysicalLayer::Listen).value_or(0) == 1) {
-        *m_line = openEmulatedLine(settings.lineType, settings.lineProperties, error);
-        if (*m_line == nullptr) {
-            return false;
-        }
+    const bool listens = settings.lineProperties.integer(HostLinkPhysicalLayer::Listen).value_or(0) == 1;
+    m_line = std::make_shared<std::unique_ptr<HostLinkPhysicalLayer>>(
+        listens ? openEmulatedLine(settings.lineType, settings.lineProperties, error)
+                : HostLinkPhysicalLayer::create(settings.lineType, settings.lineProperties));
+    if (*m_line == nullptr) {
+        return false;
     }
     HostLinkPhysicalLayer::registerType(
-        kWorkerLine, [line = m_line, type = settings.lineType,
-                      properties = settings.lineProperties](const HostLinkPhysicalLayer::Properties&) {
-            return *line ? std::move(*line) : HostLinkPhysicalLayer::create(type, properties);
-        });
+        kWorkerLine, [line = m_line](const HostLinkPhysicalLayer::Properties&) { return std::move(*line); });
     return true;
 }
 

@@ -13,6 +13,8 @@ static void initResources()
 
 namespace
 {
+const QString kSettings = QStringLiteral("settings");
+
 bool isTypedField(const QString& key)
 {
 #define FIELD(type, getter, setter, Key) VornValue::Key(),
@@ -37,11 +39,20 @@ QString flaw(const QVariant& json)
     return {};
 }
 
+bool resolve(const QString& name, CMPath* path, QString* error)
+{
+    *path = resolveNodeName(name);
+    if (path->isEmpty()) {
+        *error = name + " is neither a path nor the name of one";
+        return false;
+    }
+    return true;
+}
+
 bool addEntry(const QString& name, const QVariant& json, Profile* profile, QString* error)
 {
-    const CMPath path = resolveNodeName(name);
-    if (path.isEmpty()) {
-        *error = name + " is neither a path nor the name of one";
+    CMPath path;
+    if (!resolve(name, &path, error)) {
         return false;
     }
     if (profile->values().contains(path)) {
@@ -53,6 +64,33 @@ bool addEntry(const QString& name, const QVariant& json, Profile* profile, QStri
         return false;
     }
     profile->set(path, VornHash(json.toHash()));
+    return true;
+}
+
+bool addSettings(const QVariant& json, Profile* profile, QString* error)
+{
+    if (json.userType() != QMetaType::QVariantList) {
+        *error = R"("settings" is a list of nodes, not )" + VornJson::print(json);
+        return false;
+    }
+    QVector<CMPath> paths;
+    for (const QVariant& name : json.toList()) {
+        CMPath path;
+        if (name.userType() != QMetaType::QString) {
+            *error = "settings: " + VornJson::print(name) + " is no name of a node";
+            return false;
+        }
+        if (!resolve(name.toString(), &path, error)) {
+            error->prepend("settings: ");
+            return false;
+        }
+        if (paths.contains(path)) {
+            *error = "settings: " + path.toString() + " is named twice";
+            return false;
+        }
+        paths.append(path);
+    }
+    profile->setSettings(paths);
     return true;
 }
 } // namespace
@@ -68,6 +106,11 @@ Profile Profile::standard()
     return *profile;
 }
 
+QVector<CMPath> Profile::settings() const
+{
+    return m_settings ? *m_settings : standard().m_settings.value_or(QVector<CMPath>());
+}
+
 std::optional<Profile> Profile::parse(const QString& text, QString* error)
 {
     VornJson::Error syntax;
@@ -81,7 +124,10 @@ std::optional<Profile> Profile::parse(const QString& text, QString* error)
         return std::nullopt;
     }
     Profile profile;
-    const QVariantHash entries = json.toHash();
+    QVariantHash entries = json.toHash();
+    if (entries.contains(kSettings) && !addSettings(entries.take(kSettings), &profile, error)) {
+        return std::nullopt;
+    }
     QStringList names = entries.keys();
     names.sort();
     for (const QString& name : names) {

@@ -2,6 +2,7 @@
 
 #include <QMap>
 #include <QString>
+#include <QVector>
 #include <optional>
 
 #include "platform/sdk/CMPath.h"
@@ -10,6 +11,8 @@
 /// Nodes and their first values. Its text form is a JSON object: the key is a node's path or the name
 /// of its accessor, the value is in VornValue's JSON form:
 ///     {"VornPlayerMutePath": {"bool_": false}, "/my/node": {"string_": "text"}}
+/// The key "settings" holds the names of the nodes that keep their values over a restart:
+///     {"VornPlayerMutePath": {"bool_": false}, "settings": ["VornPlayerMutePath"]}
 class Profile
 {
 public:
@@ -28,6 +31,12 @@ public:
 
     const QMap<CMPath, VornValue>& values() const { return m_values; }
 
+    /// The nodes that keep their values over a restart, of the profile or not; those of the standard
+    /// profile where this one does not say.
+    QVector<CMPath> settings() const;
+    void setSettings(QVector<CMPath> paths) { m_settings = std::move(paths); }
+
 private:
     QMap<CMPath, VornValue> m_values;
+    std::optional<QVector<CMPath>> m_settings;
 };

@@ -2,8 +2,6 @@
 
 #include <log4cplus/loggingmacros.h>
 
-#include <QSet>
-
 #include "platform/sdk/CMNode.h"
 #include "platform/sdk/Paths.h"
 
@@ -30,8 +28,12 @@ void ProfileNodes::createAfterWorker()
     const QSet<QString> standing(list.begin(), list.end());
     const QMap<CMPath, VornValue>& values = m_profile.values();
     for (auto entry = values.begin(); entry != values.end(); ++entry) {
+        if (m_created.contains(entry.key())) {
+            continue;
+        }
         if (standing.contains(entry.key().toString())) {
-            LOG4CPLUS_DEBUG(s_logger, "has a node already: " << entry.key().toString().toStdString());
+            LOG4CPLUS_WARN(s_logger, entry.key().toString().toStdString()
+                                         << " has an owner in the module; the profile's value is not used");
             continue;
         }
         create(entry.key(), entry.value());
@@ -41,4 +43,5 @@ void ProfileNodes::createAfterWorker()
 void ProfileNodes::create(const CMPath& path, const VornValue& value)
 {
     CMValueNode::create(nodes(), path)->setValue(value);
+    m_created.insert(path);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QSet>
+
 #include "platform/sdk/CMWorker.h"
 #include "services/Profile.h"
 
@@ -13,11 +15,13 @@ public:
     /// Creates what a worker's constructor reads or writes. To be called before worker_create.
     void createBeforeWorker();
 
-    /// Creates the rest, but for paths where a node stands by now. To be called after worker_create.
+    /// Creates the rest, but for paths where a node of another owner stands by now, which the log tells. To
+    /// be called after worker_create.
     void createAfterWorker();
 
 private:
     void create(const CMPath& path, const VornValue& value);
 
     Profile m_profile;
+    QSet<CMPath> m_created;
 };

@@ -5,10 +5,12 @@
 #include "platform/sdk/CMNode.h"
 #include "platform/sdk/CMSetDataRequest.h"
 #include "platform/sdk/Paths.h"
+#include "services/NodeSettings.h"
 
 static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Services.SystemManager");
 
-SystemManager::SystemManager() : CMNodesWorker({}, "SystemManager")
+SystemManager::SystemManager(NodeSettings* settings)
+    : CMNodesWorker({}, "SystemManager"), m_settings(settings)
 {
     CMActivateNode::create(nodes(), VornSystemManagerFactoryResetPath(), this,
                            &SystemManager::on_factoryReset_activated);
@@ -17,5 +19,13 @@ SystemManager::SystemManager() : CMNodesWorker({}, "SystemManager")
 void SystemManager::on_factoryReset_activated(const CMSetDataRequest& request)
 {
     LOG4CPLUS_WARN(s_logger, "factory reset requested");
+    QString error;
+    if (!m_settings->reset(&error)) {
+        request.fail({CMError::Refused,
+                      VornSystemManagerFactoryResetPath().toString()
+                          + ": settings have their first values, but not after a restart: " + error});
+        return;
+    }
+    LOG4CPLUS_WARN(s_logger, "factory reset done: all settings have their first values");
     request.complete({});
 }

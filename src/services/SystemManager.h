@@ -3,14 +3,18 @@
 #include "platform/sdk/CMWorker.h"
 
 class CMSetDataRequest;
+class NodeSettings;
 
-/// The system manager: takes requests for a factory reset.
+/// The system manager: resets the module's settings to how they left the factory.
 class SystemManager : public CMNodesWorker
 {
     Q_OBJECT
 public:
-    SystemManager();
+    /// `settings` must live at least as long.
+    explicit SystemManager(NodeSettings* settings);
 
 private:
     void on_factoryReset_activated(const CMSetDataRequest& request);
+
+    NodeSettings* m_settings;
 };

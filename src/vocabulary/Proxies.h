@@ -10,7 +10,13 @@
 #include "vocabulary/Nodes.h"
 #include "vocabulary/States.h"
 
-enum class ProxyClass : std::uint8_t { ValueItemProxy, HostCommandProxy, VolumeItemProxy };
+enum class ProxyClass : std::uint8_t {
+    ValueItemProxy,
+    HostCommandProxy,
+    VolumeItemProxy,
+    NetworkItemProxy,
+    BluetoothItemProxy,
+};
 
 constexpr std::string_view proxyClassName(ProxyClass proxy)
 {
@@ -18,6 +24,8 @@ constexpr std::string_view proxyClassName(ProxyClass proxy)
     case ProxyClass::ValueItemProxy: return "ValueItemProxy";
     case ProxyClass::HostCommandProxy: return "HostCommandProxy";
     case ProxyClass::VolumeItemProxy: return "VolumeItemProxy";
+    case ProxyClass::NetworkItemProxy: return "NetworkItemProxy";
+    case ProxyClass::BluetoothItemProxy: return "BluetoothItemProxy";
     }
     return {};
 }
@@ -118,7 +126,7 @@ constexpr bool conversionsAgreeWithStates()
     return true;
 }
 static_assert(conversionsAgreeWithStates(), "a converted state has the types of its conversion");
-static_assert(kProxies.size() == 70 && servedStateCount() == 70);
+static_assert(kProxies.size() == 72 && servedStateCount() == 75);
 
 /// The row that owns a state, or nullptr.
 constexpr const ProxyRow* findProxy(State state)

@@ -28,7 +28,7 @@ void drain(int* descriptor, std::string* text)
 }
 } // namespace
 
-Program::Program(const Arguments& arguments)
+Program::Program(const Arguments& arguments, Input input)
 {
     std::vector<std::string> words{HOSTLINK_PROGRAM};
     words.insert(words.end(), arguments.begin(), arguments.end());
@@ -38,21 +38,28 @@ Program::Program(const Arguments& arguments)
     }
     argv.push_back(nullptr);
 
+    int in[2];
     int out[2];
     int err[2];
+    EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
     EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
     EXPECT_EQ(pipe2(err, O_CLOEXEC), 0);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
     EXPECT_EQ(posix_spawn(&m_pid, HOSTLINK_PROGRAM, &actions, nullptr, argv.data(), environ), 0);
     posix_spawn_file_actions_destroy(&actions);
+    close(in[0]);
     close(out[1]);
     close(err[1]);
+    m_in = in[1];
     m_out = out[0];
     m_err = err[0];
+    if (input == Input::Empty) {
+        endInput();
+    }
 }
 
 Program::~Program()
@@ -61,6 +68,7 @@ Program::~Program()
         kill(m_pid, SIGKILL);
         waitpid(m_pid, nullptr, 0);
     }
+    close(m_in);
     close(m_out);
     close(m_err);
 }
@@ -84,18 +92,64 @@ bool Program::readSome(std::chrono::steady_clock::time_point deadline)
 
 std::string Program::waitForLine(const std::string& begin)
 {
+    std::size_t from = 0;
+    return findLine(&from, begin, [&](const std::string& line) { return line.rfind(begin, 0) == 0; });
+}
+
+std::string Program::nextLineWith(const std::string& part)
+{
+    return findLine(&m_found, part, [&](const std::string& line) { return line.find(part) != line.npos; });
+}
+
+/// Waits for a line that is wanted, `*from` being where to look; leaves it behind the line.
+template <typename Wanted>
+std::string Program::findLine(std::size_t* from, const std::string& what, Wanted wanted)
+{
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     do {
-        std::size_t at = 0;
-        for (std::size_t end; (end = m_outText.find('\n', at)) != std::string::npos; at = end + 1) {
-            if (m_outText.compare(at, begin.size(), begin) == 0) {
-                return m_outText.substr(at, end - at);
+        for (std::size_t end; (end = m_outText.find('\n', *from)) != std::string::npos;) {
+            const std::string line = m_outText.substr(*from, end - *from);
+            *from = end + 1;
+            if (wanted(line)) {
+                return line;
             }
         }
     } while (m_out >= 0 && readSome(deadline));
-    ADD_FAILURE() << "no line '" << begin << "...'; standard output: " << m_outText
+    ADD_FAILURE() << "no line with '" << what << "'; standard output: " << m_outText
                   << "; standard error: " << m_errText;
     return {};
+}
+
+void Program::type(const std::string& text)
+{
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t size = write(m_in, text.data() + done, text.size() - done);
+        ASSERT_GT(size, 0);
+        done += std::size_t(size);
+    }
+}
+
+void Program::endInput()
+{
+    close(m_in);
+    m_in = -1;
+}
+
+void Program::stopReading()
+{
+    close(m_out);
+    m_out = -1;
+}
+
+bool Program::waitForError(const std::string& part)
+{
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    do {
+        if (m_errText.find(part) != std::string::npos) {
+            return true;
+        }
+    } while (m_err >= 0 && readSome(deadline));
+    return false;
 }
 
 void Program::signal(int number)

@@ -19,8 +19,10 @@ class Program
 public:
     using Arguments = std::vector<std::string>;
 
-    /// Starts `hostlink ARGUMENTS...`; standard input is empty.
-    explicit Program(const Arguments& arguments);
+    enum class Input { Empty, Typed };
+
+    /// Starts `hostlink ARGUMENTS...`; what it reads is empty, or comes with type().
+    explicit Program(const Arguments& arguments, Input input = Input::Empty);
     ~Program(); ///< kills it where it still runs
 
     Program(const Program&) = delete;
@@ -29,6 +31,22 @@ public:
     /// Waits until a whole line of standard output begins so, and returns it without its end; empty
     /// when it never came.
     std::string waitForLine(const std::string& begin);
+
+    /// Waits until a whole line of standard output holds `part`, looking behind the one that was found last,
+    /// and returns it without its end; empty when it never came.
+    std::string nextLineWith(const std::string& part);
+
+    /// Puts text on its standard input; waits while the program does not read.
+    void type(const std::string& text);
+
+    /// Ends its standard input.
+    void endInput();
+
+    /// Closes its standard output's other end.
+    void stopReading();
+
+    /// Waits until standard error holds this; false when it never did.
+    bool waitForError(const std::string& part);
 
     void signal(int number);
 
@@ -39,11 +57,15 @@ public:
     static ProgramResult run(const Arguments& arguments);
 
 private:
+    template <typename Wanted>
+    std::string findLine(std::size_t* from, const std::string& what, Wanted wanted);
     bool readSome(std::chrono::steady_clock::time_point deadline);
 
     pid_t m_pid = -1;
+    int m_in = -1;
     int m_out = -1;
     int m_err = -1;
     std::string m_outText;
     std::string m_errText;
+    std::size_t m_found = 0; ///< behind the line that nextLineWith() found last
 };

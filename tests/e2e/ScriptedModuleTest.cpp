@@ -26,9 +26,10 @@ protected:
             for (const ByteArray& answer : message == m_request ? m_answers : Messages()) {
                 m_module.send(answer, m_module.now());
             }
-            if (message == ByteArray{0x00, 0x02}) {
+            if (message == ByteArray{0x00, 0x02} && !m_silent) {
                 m_module.answer(message);
             }
+            m_silent = m_silent || message == m_silencer;
         };
         m_module.start(HostLinkClock::now());
         m_thread = std::thread([this] { work(); });
@@ -53,6 +54,13 @@ protected:
         return Program::run(arguments);
     }
 
+    /// From this message on the module answers no empty request.
+    void fallSilentAt(const ByteArray& message)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_silencer = message;
+    }
+
 private:
     void work()
     {
@@ -74,6 +82,8 @@ private:
     std::mutex m_mutex;
     ByteArray m_request; ///< under m_mutex, like m_answers
     Messages m_answers;
+    ByteArray m_silencer; ///< under m_mutex, like m_silent
+    bool m_silent = false;
     std::atomic<bool> m_stop{false};
     std::thread m_thread;
 };
@@ -165,4 +175,20 @@ TEST_F(ScriptedModuleTest, TextIsEscapedAndBytesAreHexadecimal)
                                         0x07, 0xC5, 0x00, 0x02, 0xAB, 0x01}},
                                       {"get", "7"});
     EXPECT_EQ(result.out, "STA_Mute\tstr\t\\t\\n\\\\\nSTA_Mute\tbin\tab01\n");
+}
+
+TEST_F(ScriptedModuleTest, PushEndsWhenTheModuleHasHandledIt)
+{
+    const ByteArray push{0x00, 0x04, 0xF0, 0x03, 0xCC, 0x02};
+    EXPECT_EQ(host({}, {}, {"push", "HostMicMute=2"}).status, 0);
+    fallSilentAt(push);
+    EXPECT_EQ(host({}, {}, {"--timeout", "200", "push", "HostMicMute=2"}).status, 3);
+}
+
+TEST_F(ScriptedModuleTest, WatchNeedsTheAnswerToItsSubscription)
+{
+    fallSilentAt({0x00, 0x03, 0x00, 0x07});
+    const ProgramResult result = host({}, {}, {"--timeout", "200", "watch", "7"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.err.find("does not answer the subscription"), std::string::npos) << result.err;
 }

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -16,7 +17,9 @@
 
 #include "platform/hostlink/FileDescriptor.h"
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
+#include "support/I2cBus.h"
 #include "support/MemoryLayer.h"
+#include "support/NullModem.h"
 
 /// A directory that goes away with what is in it.
 class TemporaryDirectory
@@ -53,9 +56,8 @@ inline int freePort()
     return ::ntohs(address.sin_port);
 }
 
-inline std::unique_ptr<HostLinkPhysicalLayer> makeSocketLayer(const std::string& type,
-                                                              const std::string& device, bool listens,
-                                                              const std::string& faults = {})
+inline std::unique_ptr<HostLinkPhysicalLayer> makeLayer(const std::string& type, const std::string& device,
+                                                        bool listens, const std::string& faults = {})
 {
     HostLinkPhysicalLayer::Properties properties;
     if (!faults.empty()) {
@@ -74,9 +76,26 @@ public:
     virtual std::unique_ptr<HostLinkPhysicalLayer> listening() = 0;
     virtual std::unique_ptr<HostLinkPhysicalLayer> connecting() = 0;
 
-    /// "unix", "tcp", "memory", or "faulty": a Unix socket that delays what comes in.
+    /// Cuts the line, which is up, for some moments, with all that is on it. `connecting` is an end of this
+    /// thread.
+    virtual void cut(const HostLinkPhysicalLayer& connecting) = 0;
+
+    /// One of kAllLines.
     static std::unique_ptr<LineKind> make(const std::string& kind);
 };
+
+/// Every kind of line. An i2c_interrupt is an i2c with an interrupt line; their listening end is the
+/// module's. A faulty one is a Unix socket that delays what comes in.
+constexpr const char* kAllLines[] = {"unix", "tcp", "memory", "faulty", "serial", "i2c", "i2c_interrupt"};
+
+/// Those that add no time of their own to what they carry.
+constexpr const char* kPromptLines[] = {"unix", "tcp", "memory", "serial", "i2c", "i2c_interrupt"};
+
+/// Those that go down when the other end closes, and are up only while both are open.
+constexpr const char* kLinesWithPeer[] = {"unix", "tcp", "memory", "faulty"};
+
+/// Those that keep what was sent when the end that sent it closes.
+constexpr const char* kLinesThatKeep[] = {"unix", "tcp", "memory", "faulty", "serial"};
 
 class SocketLine : public LineKind
 {
@@ -88,11 +107,17 @@ public:
     }
     std::unique_ptr<HostLinkPhysicalLayer> listening() override { return end(true); }
     std::unique_ptr<HostLinkPhysicalLayer> connecting() override { return end(false); }
+    void cut(const HostLinkPhysicalLayer& connecting) override
+    {
+        std::vector<pollfd> descriptors;
+        connecting.waitOn(descriptors, false);
+        ::shutdown(descriptors.front().fd, SHUT_RDWR);
+    }
 
 private:
     std::unique_ptr<HostLinkPhysicalLayer> end(bool listens)
     {
-        return makeSocketLayer(m_type, m_device, listens, m_faults);
+        return makeLayer(m_type, m_device, listens, m_faults);
     }
 
     const TemporaryDirectory m_directory;
@@ -106,9 +131,58 @@ class MemoryLineKind : public LineKind
 public:
     std::unique_ptr<HostLinkPhysicalLayer> listening() override { return MemoryLine::makeEnd(m_line, 0); }
     std::unique_ptr<HostLinkPhysicalLayer> connecting() override { return MemoryLine::makeEnd(m_line, 1); }
+    void cut(const HostLinkPhysicalLayer&) override
+    {
+        m_line->cut();
+        m_line->mend();
+    }
 
 private:
     const std::shared_ptr<MemoryLine> m_line = std::make_shared<MemoryLine>();
+};
+
+class SerialLine : public LineKind
+{
+public:
+    std::unique_ptr<HostLinkPhysicalLayer> listening() override { return end(0); }
+    std::unique_ptr<HostLinkPhysicalLayer> connecting() override { return end(1); }
+    void cut(const HostLinkPhysicalLayer&) override
+    {
+        m_modem.unplug();
+        m_modem.plug();
+    }
+
+private:
+    std::unique_ptr<HostLinkPhysicalLayer> end(int side)
+    {
+        return makeLayer("serial", m_modem.device(side), false);
+    }
+
+    const TemporaryDirectory m_directory;
+    NullModem m_modem{m_directory.file("")};
+};
+
+class I2cLine : public LineKind
+{
+public:
+    explicit I2cLine(bool interrupt) : m_interrupt(interrupt) {}
+
+    std::unique_ptr<HostLinkPhysicalLayer> listening() override
+    {
+        return I2cBus::moduleEnd(m_bus, m_interrupt);
+    }
+    std::unique_ptr<HostLinkPhysicalLayer> connecting() override { return I2cBus::hostEnd(m_bus); }
+    void cut(const HostLinkPhysicalLayer&) override
+    {
+        constexpr int kAttempts = 6; // after as many in a row the module takes the line for down
+        m_bus->setMissing(true);
+        EXPECT_TRUE(m_bus->waitForFailedOpens(kAttempts));
+        m_bus->setMissing(false);
+    }
+
+private:
+    const bool m_interrupt;
+    const std::shared_ptr<I2cBus> m_bus = std::make_shared<I2cBus>();
 };
 
 inline std::unique_ptr<LineKind> LineKind::make(const std::string& kind)
@@ -118,6 +192,12 @@ inline std::unique_ptr<LineKind> LineKind::make(const std::string& kind)
     }
     if (kind == "faulty") {
         return std::make_unique<SocketLine>("unix", "delay.in=1&split.in=0.5&rate.in=1000000");
+    }
+    if (kind == "serial") {
+        return std::make_unique<SerialLine>();
+    }
+    if (kind == "i2c" || kind == "i2c_interrupt") {
+        return std::make_unique<I2cLine>(kind == "i2c_interrupt");
     }
     return std::make_unique<SocketLine>(kind);
 }

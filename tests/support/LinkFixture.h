@@ -30,14 +30,22 @@ protected:
     LinkFixture()
     {
         registerSdkMetaTypes();
-        auto [module, host] = memoryLayerPair();
-        m_moduleLayer = std::move(module);
+        m_moduleLayer = MemoryLine::makeEnd(m_line, 0);
         HostLinkPhysicalLayer::registerType("i2c",
                                             [this](const HostLinkPhysicalLayer::Properties& properties) {
                                                 m_linkProperties = properties;
                                                 return std::move(m_moduleLayer);
                                             });
-        m_host = std::make_unique<HostEnd>(std::move(host));
+        restartHost();
+    }
+
+    void stopHost() { m_host.reset(); }
+
+    /// A host that knows nothing of an earlier one.
+    void restartHost()
+    {
+        stopHost();
+        m_host = std::make_unique<HostEnd>(MemoryLine::makeEnd(m_line, 1));
     }
 
     /// A node of the module with a first value.
@@ -93,6 +101,7 @@ protected:
 
     CMNodes m_nodes;
     std::optional<HostLinkPhysicalLayer::Properties> m_linkProperties;
+    const std::shared_ptr<MemoryLine> m_line = std::make_shared<MemoryLine>();
     std::unique_ptr<HostLinkPhysicalLayer> m_moduleLayer;
     std::unique_ptr<HostEnd> m_host;
     LogCapture m_log;

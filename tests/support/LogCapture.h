@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-/// Keeps every line that is logged on "HostLink" while it lives, at all levels unless told otherwise.
+/// Keeps every line that is logged on "HostLink", or on another logger and those below it, while it lives; at
+/// all levels unless told otherwise.
 class LogCapture
 {
 public:
@@ -17,8 +18,9 @@ public:
         std::string text;
     };
 
-    explicit LogCapture(log4cplus::LogLevel level = log4cplus::TRACE_LOG_LEVEL)
-        : m_logger(log4cplus::Logger::getInstance("HostLink")), m_levelBefore(m_logger.getLogLevel()),
+    explicit LogCapture(log4cplus::LogLevel level = log4cplus::TRACE_LOG_LEVEL,
+                        const std::string& logger = "HostLink")
+        : m_logger(log4cplus::Logger::getInstance(logger)), m_levelBefore(m_logger.getLogLevel()),
           m_appender(new Appender(m_lines))
     {
         m_logger.setLogLevel(level);
@@ -53,6 +55,7 @@ public:
     }
 
     std::vector<std::string> errors() const { return texts(log4cplus::ERROR_LOG_LEVEL); }
+    std::vector<std::string> warnings() const { return texts(log4cplus::WARN_LOG_LEVEL); }
     std::vector<std::string> infos() const { return texts(log4cplus::INFO_LOG_LEVEL); }
     std::vector<std::string> debugs() const { return texts(log4cplus::DEBUG_LOG_LEVEL); }
     std::vector<std::string> traces() const { return texts(log4cplus::TRACE_LOG_LEVEL); }

@@ -9,8 +9,10 @@
 
 #include "modules/hostlink/CheckedConnect.h"
 #include "modules/hostlink/Log.h"
+#include "modules/hostlink/proxy/BluetoothItemProxy.h"
 #include "modules/hostlink/proxy/HostCommandProxy.h"
 #include "modules/hostlink/proxy/HostStateValueNode.h"
+#include "modules/hostlink/proxy/NetworkItemProxy.h"
 #include "modules/hostlink/proxy/ValueItemProxy.h"
 #include "modules/hostlink/proxy/VolumeItemProxy.h"
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
@@ -116,6 +118,8 @@ ValueProxy* createProxy(const ProxyRow& row, CMNodesWorker* worker)
         return new ValueItemProxy(row.states.front(), pathOf(*row.node), *row.convert, worker);
     case ProxyClass::HostCommandProxy: return createCommandProxy(row, worker);
     case ProxyClass::VolumeItemProxy: return new VolumeItemProxy(worker);
+    case ProxyClass::NetworkItemProxy: return new NetworkItemProxy(worker);
+    case ProxyClass::BluetoothItemProxy: return new BluetoothItemProxy(worker);
     }
     return nullptr;
 }

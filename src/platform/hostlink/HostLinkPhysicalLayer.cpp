@@ -5,6 +5,8 @@
 
 #include "platform/hostlink/FaultLayer.h"
 #include "platform/hostlink/HostLinkLog.h"
+#include "platform/hostlink/I2cLayer.h"
+#include "platform/hostlink/SerialLayer.h"
 #include "platform/hostlink/TcpLayer.h"
 #include "platform/hostlink/UnixLayer.h"
 
@@ -44,6 +46,8 @@ std::unique_ptr<HostLinkPhysicalLayer> make(const HostLinkPhysicalLayer::Propert
 struct Registry {
     std::mutex mutex;
     std::map<std::string, HostLinkPhysicalLayer::Factory> factories{
+        {"i2c", make<I2cLayer>},
+        {"serial", make<SerialLayer>},
         {"tcp", make<TcpLayer>},
         {"unix", make<UnixLayer>},
     };

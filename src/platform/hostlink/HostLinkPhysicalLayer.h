@@ -59,7 +59,7 @@ public:
     static std::unique_ptr<HostLinkPhysicalLayer> create(const std::string& type,
                                                          const Properties& properties);
 
-    /// Adds a type or replaces one (built in: "unix", "tcp"). Thread-safe.
+    /// Adds a type or replaces one (built in: "i2c", "serial", "tcp", "unix"). Thread-safe.
     static void registerType(const std::string& type, Factory factory);
 
     virtual ~HostLinkPhysicalLayer() = default;
@@ -67,7 +67,8 @@ public:
     /// What logs and tools call the line, as in "unix:/run/link". Never changes.
     virtual std::string name() const { return "line"; }
 
-    /// Begins to bring the line up; failures are retried from service() with backoff.
+    /// Begins to bring the line up; failures are retried from service() with backoff. Neither this nor
+    /// close() waits for a device, but that close() may take 20 ms to see the last bytes off.
     virtual void open(HostLinkTime now) = 0;
     virtual void close() = 0;
 
@@ -81,8 +82,9 @@ public:
     /// True when the other side said that the line is taken by another peer.
     virtual bool refused() const { return false; }
 
-    /// Bytes read into `to`, at most `max`; fewer when there are no more now, 0 also when the line went
-    /// down. What the other side sent before it went is read before the line goes down.
+    /// Bytes read into `to`, at most `max`; fewer when there are no more now or nextService() has come
+    /// meanwhile, 0 also when the line went down. What the other side sent before it went is read before
+    /// the line goes down.
     virtual std::size_t read(std::uint8_t* to, std::size_t max, HostLinkTime now) = 0;
 
     /// Bytes taken from `from`; fewer than `size` when the line pushes back or went down.
@@ -97,8 +99,8 @@ public:
     /// When service() or read() is due, or unsent() has changed, without any descriptor becoming ready.
     virtual HostLinkTime nextService() const { return HostLinkTime::max(); }
 
-    /// True when read() and write() wait for a device. Then one thread does all transfers and lets go of
-    /// the link's lock meanwhile.
+    /// True when service(), read() and write() wait for a device. Then one thread calls them and lets go
+    /// of the link's lock meanwhile.
     virtual bool blocks() const { return false; }
 
     /// Added to the link's smallest time-out: how long bytes may lie before a polling layer sees them.

@@ -106,6 +106,7 @@ struct HostLinkTransportLayer::Private {
     void reportDrained(Lock& lock);
     template <typename Observer>
     void call(Lock& lock, Observer observer);
+    void flush(Lock& lock);
     void sleep(Lock& lock, HostLinkTime latest);
     void flushAndSayGoodbye(Lock& lock);
     bool worthFlushing() const;
@@ -126,6 +127,7 @@ struct HostLinkTransportLayer::Private {
     HostLinkTime lastSend = HostLinkTime::min();
     HostLinkTime sleepsUntil =
         HostLinkTime::min();   ///< when the thread wakes at the latest; min() while awake
+    bool flushDue = false;     ///< the layer blocks, and something was sent that the thread has to write
     bool pollsForRoom = false; ///< the sleeping thread wakes when the layer has room
     bool bulkFull = false;     ///< somebody was told that the bulk queue is full
     bool observing = false;    ///< the thread is in an observer
@@ -349,8 +351,14 @@ void HostLinkTransportLayer::Private::exchange(Lock& lock)
 {
     port.receive(HostLinkClock::now(), &lock);
     deliver(lock);
-    port.flush(HostLinkClock::now(), &lock);
+    flush(lock);
     reportDrained(lock);
+}
+
+void HostLinkTransportLayer::Private::flush(Lock& lock)
+{
+    flushDue = false;
+    port.flush(HostLinkClock::now(), &lock);
 }
 
 void HostLinkTransportLayer::Private::deliver(Lock& lock)
@@ -390,12 +398,15 @@ void HostLinkTransportLayer::Private::call(Lock& lock, Observer observer)
 
 void HostLinkTransportLayer::Private::sleep(Lock& lock, HostLinkTime latest)
 {
+    if (flushDue) {
+        return; // somebody sent while an observer ran
+    }
     descriptors.assign(1, pollfd{wakeUp.get(), POLLIN, 0});
     port.waitOn(descriptors);
     pollsForRoom = port.writing();
     sleepsUntil = std::min(latest, port.deadline());
     const HostLinkTime now = HostLinkClock::now();
-    if (now < lastSend + kBusyAfterSend) {
+    if (!port.layer().blocks() && now < lastSend + kBusyAfterSend) {
         sleepsUntil = std::min(sleepsUntil, now + kShortSleep);
     }
     const HostLinkTime until = sleepsUntil;
@@ -423,16 +434,16 @@ void HostLinkTransportLayer::Private::flushAndSayGoodbye(Lock& lock)
     }
     while (worthFlushing() && HostLinkClock::now() < stopBegan + kStopFlush) {
         port.receive(HostLinkClock::now(), &lock);
-        port.flush(HostLinkClock::now(), &lock);
+        flush(lock);
         if (worthFlushing()) {
             sleep(lock, stopBegan + kStopFlush);
         }
     }
     port.core().goodbye(HostLinkClock::now());
-    port.flush(HostLinkClock::now(), &lock);
+    flush(lock);
     while (phase == Phase::Stopping && port.sending() && HostLinkClock::now() < stopBegan + kStopGoodbye) {
         sleep(lock, stopBegan + kStopGoodbye);
-        port.flush(HostLinkClock::now(), &lock);
+        flush(lock);
     }
 }
 
@@ -441,6 +452,7 @@ void HostLinkTransportLayer::Private::flushAndSayGoodbye(Lock& lock)
 void HostLinkTransportLayer::Private::sendOut(HostLinkTime now)
 {
     if (port.layer().blocks()) {
+        flushDue = true;
         wake();
         return;
     }

@@ -194,6 +194,19 @@ bool HostLinkValueMessage::addValueBin16(std::uint16_t tag, const ByteArray& byt
     return addBytes(tag, WireType::Bin, bytes.data(), bytes.size());
 }
 
+void HostLinkValueMessage::addValueOf(const HostLinkValueMessage& other, int i)
+{
+    if (i < 0 || i >= other.size()) {
+        return;
+    }
+    const bool last = i + 1 == other.size();
+    const std::size_t begin = other.m_values[i];
+    const std::size_t end = last ? other.m_bytes.size() : other.m_values[i + 1];
+    const ByteArray value(other.m_bytes.begin() + begin, other.m_bytes.begin() + end); // other may be this
+    m_values.push_back(m_bytes.size());
+    m_bytes.insert(m_bytes.end(), value.begin(), value.end());
+}
+
 const ByteArray& HostLinkValueMessage::serialize() const
 {
     return m_bytes;

@@ -55,6 +55,9 @@ public:
     bool addValueString(std::uint16_t tag, std::string_view utf8);
     bool addValueBin16(std::uint16_t tag, const ByteArray& bytes);
 
+    /// Appends value i of `other` as it stands, its tag too; nothing when there is none.
+    void addValueOf(const HostLinkValueMessage& other, int i);
+
     const ByteArray& serialize() const override;
 
 private:

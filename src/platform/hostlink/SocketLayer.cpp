@@ -59,7 +59,7 @@ SocketLayer::Attempt SocketLayer::Attempt::done(FileDescriptor socket)
 }
 
 SocketLayer::SocketLayer(std::string name, const Properties& properties)
-    : m_name(std::move(name)), m_listens(properties.integer(Listen).value_or(0) == 1)
+    : m_listens(properties.integer(Listen).value_or(0) == 1), m_retry(std::move(name))
 {
 }
 
@@ -70,7 +70,7 @@ std::string SocketLayer::problem(const std::string& action)
 
 void SocketLayer::open(HostLinkTime now)
 {
-    m_retryAt = now;
+    m_retry.schedule(now);
     service(now);
 }
 
@@ -82,7 +82,7 @@ void SocketLayer::close()
         closeGently(std::move(m_peer));
     }
     m_up = false;
-    m_retryAt = HostLinkTime::max();
+    m_retry.cancel();
 }
 
 void SocketLayer::service(HostLinkTime now)
@@ -90,8 +90,7 @@ void SocketLayer::service(HostLinkTime now)
     if (m_peer && !m_up) {
         finishConnect(now);
     }
-    if (now >= m_retryAt) {
-        m_retryAt = HostLinkTime::max();
+    if (m_retry.take(now)) {
         m_listens ? tryListen(now) : tryConnect(now);
     }
     acceptNewcomers(now);
@@ -109,8 +108,8 @@ void SocketLayer::tryListen(HostLinkTime now)
         return;
     }
     m_listeners = std::move(attempt.sockets);
-    m_retryDelay = {};
-    m_said.clear();
+    m_retry.resetPause();
+    m_retry.forget();
 }
 
 void SocketLayer::tryConnect(HostLinkTime now)
@@ -163,9 +162,9 @@ void SocketLayer::acceptNewcomers(HostLinkTime now)
             } else if (errno == EAGAIN) {
                 break;
             } else if (errno != ECONNABORTED && errno != EINTR) {
-                say(problem("accept a connection"));
+                m_retry.say(problem("accept a connection"));
                 m_acceptPaused = true;
-                m_retryAt = now + kAcceptPause;
+                m_retry.schedule(now + kAcceptPause);
                 return;
             }
         }
@@ -175,11 +174,11 @@ void SocketLayer::acceptNewcomers(HostLinkTime now)
 void SocketLayer::welcome(FileDescriptor newcomer, HostLinkTime now)
 {
     if (m_up && now - m_heardAt >= HostLinkCore::kSilence) {
-        HostLinkLog::write(HostLinkLog::Level::Info, m_name + ": a silent peer makes room for another");
+        HostLinkLog::write(HostLinkLog::Level::Info, name() + ": a silent peer makes room for another");
         dropLine(now);
     }
     if (m_up) {
-        HostLinkLog::write(HostLinkLog::Level::Debug, m_name + ": turned a second peer away");
+        HostLinkLog::write(HostLinkLog::Level::Debug, name() + ": turned a second peer away");
         refuse(std::move(newcomer));
     } else if (prepare(newcomer.get())) {
         m_peer = std::move(newcomer);
@@ -199,7 +198,7 @@ void SocketLayer::lineIsUp(HostLinkTime now)
     m_broken = false;
     m_head.clear();
     m_connectBy = HostLinkTime::max();
-    m_said.clear();
+    m_retry.forget();
     ++m_lines;
 }
 
@@ -211,10 +210,10 @@ void SocketLayer::dropLine(HostLinkTime now)
         return;
     }
     if (!m_head.empty()) {
-        m_retryDelay = {}; // a peer that said nothing counts as an attempt that failed
+        m_retry.resetPause(); // a peer that said nothing counts as an attempt that failed
     }
     const HostLinkDuration first = m_refused ? kRefusedPause : kFirstConnectPause;
-    retry(now, first, std::max(first, kLongestConnectPause));
+    m_retry.backOff(now, first, std::max(first, kLongestConnectPause));
 }
 
 std::size_t SocketLayer::read(std::uint8_t* to, std::size_t max, HostLinkTime now)
@@ -276,32 +275,18 @@ void SocketLayer::waitOn(std::vector<pollfd>& descriptors, bool writing) const
 
 HostLinkTime SocketLayer::nextService() const
 {
-    return std::min(m_retryAt, m_connectBy);
+    return std::min(m_retry.at(), m_connectBy);
 }
 
 void SocketLayer::retryAfter(const Attempt& attempt, HostLinkTime now)
 {
+    m_connectBy = HostLinkTime::max();
     if (attempt.outcome == Attempt::Outcome::Waiting) {
-        retry(now, kFirstConnectPause, kLongestConnectPause);
+        m_retry.backOff(now, kFirstConnectPause, kLongestConnectPause);
         return;
     }
-    say(attempt.problem);
+    m_retry.say(attempt.problem);
     if (attempt.outcome == Attempt::Outcome::Failed) {
-        retry(now, kFirstTroublePause, kLongestTroublePause);
-    }
-}
-
-void SocketLayer::retry(HostLinkTime now, HostLinkDuration first, HostLinkDuration longest)
-{
-    m_connectBy = HostLinkTime::max();
-    m_retryDelay = std::clamp(m_retryDelay * 2, first, longest);
-    m_retryAt = now + m_retryDelay;
-}
-
-void SocketLayer::say(const std::string& problem)
-{
-    if (problem != m_said) {
-        HostLinkLog::write(HostLinkLog::Level::Warning, m_name + ": " + problem);
-        m_said = problem;
+        m_retry.backOff(now, kFirstTroublePause, kLongestTroublePause);
     }
 }

@@ -3,6 +3,7 @@
 #include "platform/hostlink/ByteArray.h"
 #include "platform/hostlink/FileDescriptor.h"
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
+#include "platform/hostlink/Retry.h"
 
 /// An emulated line over a stream socket. One side listens, the other connects; either may start
 /// first. The listening side has one peer at a time: a peer that has gone is read to its end before a
@@ -11,7 +12,7 @@
 class SocketLayer : public HostLinkPhysicalLayer
 {
 public:
-    std::string name() const override { return m_name; }
+    std::string name() const override { return m_retry.name(); }
     void open(HostLinkTime now) override;
     void close() override;
     void service(HostLinkTime now) override;
@@ -68,10 +69,7 @@ private:
     void dropLine(HostLinkTime now);
     void noteHead(const std::uint8_t* bytes, std::size_t size);
     void retryAfter(const Attempt& attempt, HostLinkTime now);
-    void retry(HostLinkTime now, HostLinkDuration first, HostLinkDuration longest);
-    void say(const std::string& problem);
 
-    const std::string m_name;
     const bool m_listens;
     std::vector<FileDescriptor> m_listeners;
     bool m_acceptPaused = false; ///< accepting failed: the listening sockets are not polled for a while
@@ -83,7 +81,5 @@ private:
     HostLinkTime m_heardAt;    ///< when the peer last sent something, or came
     ByteArray m_head;          ///< the first bytes of this line, at most one more than a refusal has
     HostLinkTime m_connectBy = HostLinkTime::max();
-    HostLinkTime m_retryAt = HostLinkTime::max();
-    HostLinkDuration m_retryDelay{};
-    std::string m_said; ///< the last problem that was logged
+    Retry m_retry;
 };

@@ -79,6 +79,12 @@ public:
     void setReadOnly(bool readOnly) { m_readOnly = readOnly; }
     bool isReadOnly() const { return m_readOnly; }
 
+    /// The owner's own check of outside writes, made after the one of the type: a text that says why a value
+    /// is refused, empty for none. It must leave the tree as it is.
+    using Check = std::function<QString(const VornValue& value)>;
+    void setCheck(Check check) { m_check = std::move(check); }
+    QString objection(const VornValue& value) const { return m_check ? m_check(value) : QString(); }
+
     /// The media item's other roles (title, edit limits); its value role is value().
     void setRoles(const VornRoles& roles);
     VornRoles roles() const;
@@ -89,6 +95,7 @@ private:
     VornValue m_value;
     std::optional<VornValue::Type> m_type;
     VornRoles m_roles;
+    Check m_check;
     bool m_readOnly = false;
 };
 

@@ -75,6 +75,9 @@ CMError CMTree::write(const CMPath& path, const VornValue& value)
                                         .arg(path.toString(), VornValue::typeName(target->type()),
                                              VornValue::typeName(value.type()))};
     }
+    if (const QString objection = target->objection(value); !objection.isEmpty()) {
+        return {CMError::Refused, path.toString() + ": " + objection};
+    }
     target->setValue(value);
     return {};
 }

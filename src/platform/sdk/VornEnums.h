@@ -88,3 +88,28 @@ VORN_ENUM(VornPowerManagerReasons, VORN_POWER_MANAGER_REASONS)
 /// Who may use a node. The tree carries it and does not examine it.
 #define VORN_PERMISSIONS(X) X(Unset, 0) X(Number9999, 9999)
 VORN_ENUM(VornPermission, VORN_PERMISSIONS)
+
+/// How the network, or one interface of it, is connected.
+#define VORN_NETWORK_STATES(X) X(Disconnected, 0) X(Connected, 1) X(Connecting, 2)
+VORN_ENUM(VornNetworkState, VORN_NETWORK_STATES)
+
+/// The status of the voice service.
+#define VORN_AVS_STATUSES(X) X(Number0, 0) X(Number1, 1) X(Number2, 2) X(Number3, 3) X(Number4, 4)
+VORN_ENUM(VornAvsStatus, VORN_AVS_STATUSES)
+
+/// What the voice assistant is at.
+#define VORN_AVS_ASSISTANT_STATES(X)                                                                         \
+    X(Number0, 0) X(Number1, 1) X(Number2, 2) X(Number3, 3) X(Number4, 4) X(Number5, 5)
+VORN_ENUM(VornAvsAssistantState, VORN_AVS_ASSISTANT_STATES)
+
+/// The call of the voice assistant.
+#define VORN_AVS_CALL_STATES(X) X(Number0, 0) X(Number1, 1) X(Number2, 2) X(Number3, 3) X(Number4, 4)
+VORN_ENUM(VornAvsCallState, VORN_AVS_CALL_STATES)
+
+/// What the cast assistant is at.
+#define VORN_GOOGLE_CAST_ASSISTANT_STATES(X) X(Number0, 0) X(Number1, 1) X(Number2, 2)
+VORN_ENUM(VornGoogleCastAssistantState, VORN_GOOGLE_CAST_ASSISTANT_STATES)
+
+/// The part that the module plays among several cast receivers.
+#define VORN_GOOGLE_CAST_MULTICHANNEL_STATUSES(X) X(Number0, 0) X(Number1, 1) X(Number2, 2)
+VORN_ENUM(VornGoogleCastMultichannelStatus, VORN_GOOGLE_CAST_MULTICHANNEL_STATUSES)

@@ -42,6 +42,24 @@ std::optional<QString> read<QString>(const QVariant& field)
 }
 
 template <>
+std::optional<QStringList> read<QStringList>(const QVariant& field)
+{
+    if (jsonKind(field) != JsonKind::Array) {
+        return std::nullopt;
+    }
+    QStringList texts;
+    const QVariantList list = field.toList();
+    for (const QVariant& element : list) {
+        const std::optional<QString> text = read<QString>(element);
+        if (!text) {
+            return std::nullopt;
+        }
+        texts.append(*text);
+    }
+    return texts;
+}
+
+template <>
 std::optional<QVariantHash> read<QVariantHash>(const QVariant& field)
 {
     return jsonKind(field) == JsonKind::Object ? std::optional<QVariantHash>(field.toHash()) : std::nullopt;

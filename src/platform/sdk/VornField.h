@@ -25,6 +25,8 @@ std::optional<double> read<double>(const QVariant& field);
 template <>
 std::optional<QString> read<QString>(const QVariant& field);
 template <>
+std::optional<QStringList> read<QStringList>(const QVariant& field); ///< a list of texts only
+template <>
 std::optional<QVariantHash> read<QVariantHash>(const QVariant& field);
 
 /// Enumerations travel as their number, records as a hash.

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "platform/sdk/VornBluetooth.h"
 #include "platform/sdk/VornEnums.h"
 #include "platform/sdk/VornField.h"
 #include "platform/sdk/VornHash.h"
+#include "platform/sdk/VornNetworkInfo.h"
 #include "platform/sdk/VornPlayerVolumeChangeEvent.h"
 #include "platform/sdk/VornPowerManagerTarget.h"
 
@@ -25,7 +27,14 @@
     FIELD(VornKestalPrimeInputAutoSwitch::Enum, inputAutoSwitch, setInputAutoSwitch, InputAutoSwitch)        \
     FIELD(VornKestalPrimeDacFilter::Enum, dacFilter, setDacFilter, DacFilter)                                \
     FIELD(VornHostLinkdInputStateType::Enum, inputState, setInputState, InputState)                          \
-    FIELD(VornKestalPrimeHostSystemInfoModel::Enum, hostModel, setHostModel, HostModel)
+    FIELD(VornKestalPrimeHostSystemInfoModel::Enum, hostModel, setHostModel, HostModel)                      \
+    FIELD(VornAvsStatus::Enum, alexaVoiceServiceStatus, setAlexaVoiceServiceStatus, AlexaVoiceServiceStatus) \
+    FIELD(VornAvsAssistantState::Enum, alexaAssistantState, setAlexaAssistantState, AlexaAssistantState)     \
+    FIELD(VornAvsCallState::Enum, alexaCallState, setAlexaCallState, AlexaCallState)                         \
+    FIELD(VornGoogleCastAssistantState::Enum, googleCastAssistantState, setGoogleCastAssistantState,         \
+          GoogleCastAssistantState)                                                                          \
+    FIELD(VornGoogleCastMultichannelStatus::Enum, googleCastMultichannelStatus,                              \
+          setGoogleCastMultichannelStatus, GoogleCastMultichannelStatus)
 
 /// A typed view over a hash: each type has a field of its own, {"i32_": 5} for a 32-bit number. A field
 /// that is missing or of another type reads as 0, false or empty.
@@ -36,6 +45,10 @@ public:
     VORN_VALUE_FIELDS(VORN_FIELD)
 
     // Records are no types of their own: a value with one is a plain hash.
+    VORN_FIELD(VornBluetoothDevices, alexaConnectedBluetoothDevices, setAlexaConnectedBluetoothDevices,
+               AlexaConnectedBluetoothDevices)
+    VORN_FIELD(VornBluetoothState, bluetoothState, setBluetoothState, BluetoothState)
+    VORN_FIELD(VornNetworkInfo, networkInfo, setNetworkInfo, NetworkInfo)
     VORN_FIELD(VornPlayerVolumeChangeEvent, volumeChangeEvent, setVolumeChangeEvent, VolumeChangeEvent)
     VORN_FIELD(VornPowerManagerTarget, powerTarget, setPowerTarget, PowerTarget)
 

@@ -116,6 +116,71 @@ TEST(LinkUrl, PortsAreOneToSixtyFiveThousand)
     }
 }
 
+TEST(LinkUrl, SerialLineHasADeviceAndTheLayersDefaults)
+{
+    for (const LinkUrl::Side side : {LinkUrl::Side::Host, LinkUrl::Side::Module}) {
+        const LinkUrl url = LinkUrl::parse("serial:/dev/ttyUSB0", side);
+        EXPECT_EQ(url.text, "serial:/dev/ttyUSB0");
+        EXPECT_EQ(url.type, "serial");
+        EXPECT_EQ(url.properties.string(kDevice), "/dev/ttyUSB0");
+        EXPECT_EQ(url.properties.integer(kListen), std::nullopt);
+        EXPECT_EQ(url.properties.integer(HostLinkPhysicalLayer::BitRate), std::nullopt);
+        EXPECT_EQ(url.properties.string(HostLinkPhysicalLayer::Parity), std::nullopt);
+        EXPECT_EQ(url.properties.integer(HostLinkPhysicalLayer::StopBits), std::nullopt);
+    }
+}
+
+TEST(LinkUrl, SerialLineTakesRateParityAndStopBits)
+{
+    const std::string text = "serial:/dev/ttyS1?parity=odd&baud=31250&stop=2";
+    const LinkUrl url = LinkUrl::parse(text, LinkUrl::Side::Host);
+    EXPECT_EQ(url.text, text);
+    EXPECT_EQ(url.properties.string(kDevice), "/dev/ttyS1");
+    EXPECT_EQ(url.properties.integer(HostLinkPhysicalLayer::BitRate), 31250);
+    EXPECT_EQ(url.properties.string(HostLinkPhysicalLayer::Parity), "odd");
+    EXPECT_EQ(url.properties.integer(HostLinkPhysicalLayer::StopBits), 2);
+    for (const char* parity : {"none", "even"}) {
+        EXPECT_EQ(LinkUrl::parse(std::string("serial:/dev/ttyS1?parity=") + parity, LinkUrl::Side::Module)
+                      .properties.string(HostLinkPhysicalLayer::Parity),
+                  parity);
+    }
+}
+
+TEST(LinkUrl, SerialSettingsThatCannotBeAreRefused)
+{
+    for (const char* url : {"serial:", "serial:?baud=9600"}) {
+        EXPECT_TRUE(contains(errorOf(url), "serial: needs a device")) << url;
+    }
+    for (const char* rate : {"", "0", "-9600", "+9600", "9600x", " 9600", "9.6", "99999999999"}) {
+        EXPECT_TRUE(
+            contains(errorOf(std::string("serial:/dev/ttyS1?baud=") + rate), "baud is a positive number"))
+            << rate;
+    }
+    for (const char* parity : {"", "mark", "Even", "n"}) {
+        EXPECT_TRUE(contains(errorOf(std::string("serial:/dev/ttyS1?parity=") + parity), "none, even or odd"))
+            << parity;
+    }
+    for (const char* stop : {"", "0", "3", "1.5"}) {
+        EXPECT_TRUE(contains(errorOf(std::string("serial:/dev/ttyS1?stop=") + stop), "stop is 1 or 2"))
+            << stop;
+    }
+    EXPECT_TRUE(contains(errorOf("serial:/dev/ttyS1?speed=9600"), "'speed' is no parameter"));
+    EXPECT_TRUE(contains(errorOf("serial:/dev/ttyS1?baud=9600&flow=rts"), "'flow' is no parameter"));
+    EXPECT_TRUE(contains(errorOf("serial:/dev/ttyS1?baud"), "'baud' is no NAME=VALUE"));
+    EXPECT_TRUE(contains(errorOf("serial:/dev/ttyS1?=9600"), "'' is no parameter"));
+    EXPECT_TRUE(contains(errorOf("serial:/dev/ttyS1?&baud=9600"), "'' is no NAME=VALUE"));
+}
+
+TEST(LinkUrl, I2cIsForModulesOnly)
+{
+    const LinkUrl url = LinkUrl::parse("i2c:/dev/i2c-1", LinkUrl::Side::Module);
+    EXPECT_EQ(url.text, "i2c:/dev/i2c-1");
+    EXPECT_EQ(url.type, "i2c");
+    EXPECT_EQ(url.properties.string(kDevice), "/dev/i2c-1");
+    EXPECT_TRUE(contains(errorOf("i2c:", LinkUrl::Side::Module), "i2c: needs a device"));
+    EXPECT_TRUE(contains(errorOf("i2c:/dev/i2c-1"), "a host is the bus's slave"));
+}
+
 TEST(LinkUrl, NativeIsForModulesOnly)
 {
     const LinkUrl native = LinkUrl::parse("native", LinkUrl::Side::Module);
@@ -144,6 +209,24 @@ TEST(LinkUrl, FaultsStandBehindAQuestionMark)
               "[::1]:7000");
     EXPECT_EQ(LinkUrl::parse("unix:/tmp/a.socket", LinkUrl::Side::Host).properties.string(kFaults),
               std::nullopt);
+}
+
+TEST(LinkUrl, LinesOfDevicesTakeFaultsBesideTheirOwnParameters)
+{
+    const LinkUrl serial =
+        LinkUrl::parse("serial:/dev/ttyS1?drop=0.001&baud=9600&seed=7&stop=2", LinkUrl::Side::Host);
+    EXPECT_EQ(serial.text, "serial:/dev/ttyS1?baud=9600&stop=2&drop=0.001&seed=7");
+    EXPECT_EQ(serial.properties.string(kDevice), "/dev/ttyS1");
+    EXPECT_EQ(serial.properties.integer(HostLinkPhysicalLayer::BitRate), 9600);
+    EXPECT_EQ(serial.properties.string(kFaults), "drop=0.001&seed=7");
+    EXPECT_EQ(LinkUrl::parse("serial:/dev/ttyS1?baud=9600", LinkUrl::Side::Host).properties.string(kFaults),
+              std::nullopt);
+    const LinkUrl bus = LinkUrl::parse("i2c:/dev/i2c-1?flip=0.1&seed=1", LinkUrl::Side::Module);
+    EXPECT_EQ(bus.properties.string(kDevice), "/dev/i2c-1");
+    EXPECT_EQ(bus.properties.string(kFaults), "flip=0.1&seed=1");
+    EXPECT_TRUE(contains(errorOf("serial:/dev/ttyS1?bad=9600"), "did you mean baud"));
+    EXPECT_TRUE(contains(errorOf("i2c:/dev/i2c-1?baud=9600", LinkUrl::Side::Module),
+                         "'baud' is no parameter of this link"));
 }
 
 TEST(LinkUrl, SeedThatIsNotGivenIsDrawnAndSaid)
@@ -180,7 +263,7 @@ TEST(LinkUrl, UnknownParameterIsAnsweredWithTheNearestOnes)
     EXPECT_TRUE(contains(errorOf("unix:/a?delay.inn=1"), "did you mean delay.in"));
     EXPECT_TRUE(contains(errorOf("unix:/a?frobnicate=1"),
                          "there are drop, flip, dup, insert, burst, split, merge, delay, rate, cut, outage, "
-                         "seed, most also with .in or .out"));
+                         "seed, most faults also with .in or .out"));
 }
 
 TEST(LinkUrl, ParameterWithoutAValueIsRefused)

@@ -347,3 +347,34 @@ TEST_F(HostSessionTest, InterruptEndsAnOpeningAndARequest)
     close(pipe[0]);
     close(pipe[1]);
 }
+
+TEST_F(HostSessionTest, ObserverSeesBothSidesInTheOrderOfTheConversation)
+{
+    std::vector<std::pair<HostSession::Side, ByteArray>> seen;
+    m_module.onMessage = [this](const ByteArray& message) {
+        if (message == kOpening) {
+            m_module.send(kModuleSubscribes, m_module.now());
+        }
+        m_module.answer(message);
+    };
+    session().observe(
+        [&](HostSession::Side side, const ByteArray& message) { seen.emplace_back(side, message); });
+    session().open();
+    using Side = HostSession::Side;
+    const decltype(seen) expected{{Side::Host, kOpening},
+                                  {Side::Module, kModuleSubscribes},
+                                  {Side::Host, kHostSubscribed},
+                                  {Side::Module, kOpeningReply}};
+    EXPECT_EQ(seen, expected);
+}
+
+TEST_F(HostSessionTest, MessageThatNoSessionTookIsNotObserved)
+{
+    session().open();
+    m_module.goodbye(now());
+    ASSERT_EQ(session().receive(&m_message, now() + 100ms), Host::Event::Ended);
+    bool observed = false;
+    session().observe([&](HostSession::Side, const ByteArray&) { observed = true; });
+    EXPECT_FALSE(session().send(kGetMute));
+    EXPECT_FALSE(observed);
+}

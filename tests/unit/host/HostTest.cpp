@@ -285,3 +285,58 @@ TEST_F(HostTest, InterruptIsNoticedWhileMessagesPourIn)
     close(pipe[0]);
     close(pipe[1]);
 }
+
+TEST_F(HostTest, TellsInputBehindEverythingElse)
+{
+    int input[2];
+    ASSERT_EQ(pipe(input), 0);
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    host.setInput(input[0]);
+    EXPECT_EQ(next(host, 10ms), Event::TimedOut);
+    ASSERT_EQ(write(input[1], "x", 1), 1);
+    m_module.send(kEvent, m_system.now());
+    m_module.step(m_system.now());
+    EXPECT_EQ(next(host), Event::Message);
+    EXPECT_EQ(next(host), Event::Input);
+    EXPECT_EQ(next(host), Event::Input) << "until somebody reads it";
+    char byte;
+    ASSERT_EQ(read(input[0], &byte, 1), 1);
+    EXPECT_EQ(next(host, 10ms), Event::TimedOut);
+    close(input[1]);
+    EXPECT_EQ(next(host), Event::Input) << "its end is readable too";
+    close(input[0]);
+}
+
+TEST_F(HostTest, InputWaitsWhileMuchWaitsToBeSent)
+{
+    int input[2];
+    ASSERT_EQ(pipe(input), 0);
+    ASSERT_EQ(write(input[1], "x", 1), 1);
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    host.setInput(input[0]);
+    m_system.onWait = [] {}; // the module takes nothing
+    const ByteArray message(2000, 0x01);
+    for (int i = 0; i < 40; ++i) {
+        ASSERT_TRUE(host.send(message));
+    }
+    EXPECT_EQ(next(host, 100ms), Event::TimedOut);
+    m_system.onWait = [this] { m_module.step(m_system.now()); };
+    EXPECT_EQ(next(host), Event::Input);
+    close(input[0]);
+    close(input[1]);
+}
+
+TEST_F(HostTest, IgnoredInterruptEndsNoWait)
+{
+    int interrupt[2];
+    ASSERT_EQ(pipe(interrupt), 0);
+    ASSERT_EQ(write(interrupt[1], "x", 1), 1);
+    Host host(line(), interrupt[0], m_system);
+    EXPECT_EQ(next(host), Event::Interrupted);
+    host.ignoreInterrupts();
+    EXPECT_EQ(next(host), Event::NewSession);
+    close(interrupt[0]);
+    close(interrupt[1]);
+}

@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <functional>
 
 #include "platform/sdk/CMNode.h"
 #include "platform/sdk/Paths.h"
@@ -34,6 +35,22 @@ protected:
     }
 
     QString link() const { return m_directory.filePath("link"); }
+
+    /// Starts a module, does something to it and stops it.
+    void run(const std::function<void()>& use)
+    {
+        ModuleProcess module;
+        ASSERT_EQ(module.start(m_settings, &m_error), ModuleProcess::Start::Ready) << m_error.toStdString();
+        use();
+    }
+
+    static void set(const CMPath& path, const VornValue& value)
+    {
+        const CMReply<QVariant> reply;
+        CMRoot()->setValue(path, value, reply);
+        reply.wait();
+        EXPECT_FALSE(reply.error().isError()) << reply.error().Message().toStdString();
+    }
 
     static QVariantHash valueAt(const CMPath& path) { return CMRoot()->getValue(path).toHash(); }
     static QVariantHash foundByWorker() { return valueAt(CMPath("/test/found")); }
@@ -101,6 +118,90 @@ TEST_F(ModuleProcessTest, AProfileReplacesTheStandardOne)
     ASSERT_EQ(module.start(m_settings, &m_error), ModuleProcess::Start::Ready) << m_error.toStdString();
     EXPECT_EQ(valueAt(CMPath("/only/node"))["i32_"].toInt(), 5);
     EXPECT_FALSE(CMNodes::list().contains(VornPlayerMutePath().toString()));
+}
+
+TEST_F(ModuleProcessTest, ThePowerManagerAndTheVolumeAreThere)
+{
+    run([] {
+        EXPECT_TRUE(valueAt(VornPowerManagerTargetPath()).contains("powerTarget"));
+        EXPECT_TRUE(valueAt(VornPlayerVolumePath()).contains("i32_"));
+        EXPECT_TRUE(CMNodes::list().contains(VornPowerManagerTargetRequestPath().toString()));
+        EXPECT_TRUE(CMNodes::list().contains(VornPlayerVolumeStepPath().toString()));
+    });
+}
+
+TEST_F(ModuleProcessTest, SettingsOutlastIt)
+{
+    run([] {
+        set(VornPlayerVolumePath(), VornValue().setI32(30));
+        set(VornPlayerMutePath(), VornValue().setBool(true));
+        set(VornKestalPrimeRegionPath(), VornValue().setI32(0));
+        set(VornKestalPrimeIpAddressPath(), VornValue().setI32(7));
+    });
+    run([] {
+        EXPECT_EQ(valueAt(VornPlayerVolumePath())["i32_"].toInt(), 30);
+        EXPECT_TRUE(valueAt(VornPlayerMutePath())["bool_"].toBool());
+        EXPECT_EQ(valueAt(VornKestalPrimeRegionPath())["i32_"].toInt(), 0);
+        EXPECT_NE(valueAt(VornKestalPrimeIpAddressPath())["i32_"].toInt(), 7) << "that is no setting";
+    });
+}
+
+TEST_F(ModuleProcessTest, TheWorkerFindsTheKeptDiracSlots)
+{
+    const VornValue kept = VornHash({{"slotsList", QVariantHash{{"activeSlot", 2}}}});
+    run([&] { set(VornDiracSlotsSettingsPath(), kept); });
+    run([&] { EXPECT_TRUE(kept.sameAs(foundByWorker()["diracSlots"].toHash())); });
+}
+
+TEST_F(ModuleProcessTest, AnotherStateDirectoryHasOtherSettings)
+{
+    run([] { set(VornPlayerVolumePath(), VornValue().setI32(30)); });
+    m_settings.stateDirectory = m_directory.filePath("other");
+    run([] { EXPECT_EQ(valueAt(VornPlayerVolumePath())["i32_"].toInt(), 25); });
+}
+
+TEST_F(ModuleProcessTest, AProfileSaysWhatASettingIs)
+{
+    writeProfile(R"({"/a": {"i32_": 1}, "/b": {"i32_": 1}, "settings": ["/a"]})");
+    run([] {
+        set(CMPath("/a"), VornValue().setI32(2));
+        set(CMPath("/b"), VornValue().setI32(2));
+    });
+    run([] {
+        EXPECT_EQ(valueAt(CMPath("/a"))["i32_"].toInt(), 2);
+        EXPECT_EQ(valueAt(CMPath("/b"))["i32_"].toInt(), 1);
+    });
+}
+
+TEST_F(ModuleProcessTest, AFactoryResetOutlastsIt)
+{
+    run([] { set(VornPlayerVolumePath(), VornValue().setI32(30)); });
+    run([] {
+        set(VornPlayerMutePath(), VornValue().setBool(true));
+        const CMReply<QVariant> reply;
+        CMRoot()->invoke(VornSystemManagerFactoryResetPath(), VornHash(), reply);
+        EXPECT_TRUE(reply.wait());
+        EXPECT_EQ(valueAt(VornPlayerVolumePath())["i32_"].toInt(), 25);
+    });
+    run([] {
+        EXPECT_EQ(valueAt(VornPlayerVolumePath())["i32_"].toInt(), 25);
+        EXPECT_FALSE(valueAt(VornPlayerMutePath())["bool_"].toBool());
+    });
+}
+
+TEST_F(ModuleProcessTest, AnOccupiedStateDirectoryIsNoStartAndLeavesNothing)
+{
+    StateDirectory occupied;
+    ASSERT_TRUE(occupied.open(m_settings.stateDirectory, &m_error));
+    {
+        ModuleProcess module;
+        EXPECT_EQ(module.start(m_settings, &m_error), ModuleProcess::Start::Failed);
+        EXPECT_EQ(m_error,
+                  "the state directory " + m_settings.stateDirectory + " is in use by another module");
+    }
+    EXPECT_TRUE(CMNodes::list().isEmpty());
+    EXPECT_FALSE(QFile::exists(link()));
+    EXPECT_FALSE(QFile::exists(m_settings.apiSocket));
 }
 
 TEST_F(ModuleProcessTest, MakesAStateDirectoryForItsOwnerOnly)

@@ -4,6 +4,7 @@
 
 #include "platform/sdk/CMNode.h"
 #include "platform/sdk/Paths.h"
+#include "support/LogCapture.h"
 
 namespace
 {
@@ -33,9 +34,11 @@ TEST(ProfileNodes, CreatesFirstWhatTheWorkersConstructorUses)
 TEST(ProfileNodes, CreatesAllOthersAfterTheWorker)
 {
     const Profile profile = Profile::standard();
+    const LogCapture log(log4cplus::WARN_LOG_LEVEL, "Services.Profile");
     ProfileNodes nodes(profile);
     nodes.createBeforeWorker();
     nodes.createAfterWorker();
+    EXPECT_TRUE(log.lines().empty());
     for (auto entry = profile.values().begin(); entry != profile.values().end(); ++entry) {
         EXPECT_TRUE(valueAt(entry.key()).sameAs(entry.value())) << entry.key().toString().toStdString();
     }
@@ -46,12 +49,17 @@ TEST(ProfileNodes, LeavesNodesThatStandAlready)
     CMNodes other;
     CMValueNode::create(&other, CMPath("/mine"))->setValue(VornValue().setI32(7));
     CMValueNode::create(&other, CMPath("/without/value"));
+    const LogCapture log(log4cplus::WARN_LOG_LEVEL, "Services.Profile");
     ProfileNodes nodes(
         profileOf(R"({"/mine": {"i32_": 1}, "/without/value": {"i32_": 2}, "/new": {"i32_": 3}})"));
     nodes.createAfterWorker();
     EXPECT_EQ(valueAt(CMPath("/mine")).i32(), 7);
     EXPECT_TRUE(valueAt(CMPath("/without/value")).isEmpty());
     EXPECT_EQ(valueAt(CMPath("/new")).i32(), 3);
+    EXPECT_EQ(log.warnings(),
+              std::vector<std::string>(
+                  {"/mine has an owner in the module; the profile's value is not used",
+                   "/without/value has an owner in the module; the profile's value is not used"}));
 }
 
 TEST(ProfileNodes, TakesItsNodesAway)

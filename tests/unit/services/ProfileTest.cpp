@@ -51,12 +51,45 @@ TEST(StandardProfile, HasAValueOfTheRightTypeForEveryConvertedState)
     }
 }
 
-TEST(StandardProfile, BeginsWithAModuleThatStaysUp)
+TEST(StandardProfile, KeepsWhatAUserSets)
 {
-    const VornPowerManagerTarget power =
-        Profile::standard().values()[VornPowerManagerTargetPath()].powerTarget();
-    EXPECT_EQ(power.target(), VornPowerManagerTargets::Number1);
-    EXPECT_EQ(power.nextTarget(), VornPowerManagerTargets::Number1);
+    const QVector<CMPath> settings = Profile::standard().settings();
+    for (const CMPath& path :
+         {VornDeviceNamePath(), VornUIDisplayBrightnessPath(), VornPlayerVolumePath(), VornPlayerMutePath(),
+          VornKestalPrimeMaxAmpVolumePath(), VornKestalPrimeRegionPath(), VornKestalPrimeHaloBrightnessPath(),
+          VornKestalPrimeIrSystemCodePath(), VornDiracSlotsSettingsPath(),
+          VornTarkoDiracActiveFilterPath()}) {
+        EXPECT_TRUE(settings.contains(path)) << path.toString().toStdString();
+    }
+}
+
+TEST(StandardProfile, DoesNotKeepWhatIsMeasuredOrComesFromElsewhere)
+{
+    const QVector<CMPath> settings = Profile::standard().settings();
+    for (const CMPath& path :
+         {VornSystemVersionPath(), VornPlayLogicPlayTimePath(), VornBluetoothIncomingCallLineIdPath(),
+          VornKestalPrimeBtTrackMetaDataPath(), VornKestalPrimeIpAddressPath(),
+          VornKestalPrimeSomUpgradeStatusPath(), VornKestalPrimeHostUpgradeStatusPath(),
+          VornKestalPrimeSetSerialNumberPath(), VornKestalPrimeFactroryResetRequiredPath(),
+          VornPowerManagerTargetPath(), VornHostLinkTcpTunnelingConfPath(), VornDiracActiveFilterPath(),
+          VornHostlinkMicMutePath(), VornHostLinkHostFirmwareVersion(),
+          VornHostLinkKestalPrimeHostSystemInfoPath()}) {
+        EXPECT_FALSE(settings.contains(path)) << path.toString().toStdString();
+    }
+}
+
+TEST(StandardProfile, HasANodeForEverySettingButTheVolume)
+{
+    const Profile profile = Profile::standard();
+    for (const CMPath& path : profile.settings()) {
+        EXPECT_NE(profile.values().contains(path), path == VornPlayerVolumePath())
+            << path.toString().toStdString();
+    }
+}
+
+TEST(StandardProfile, LeavesThePowerTargetToItsManager)
+{
+    EXPECT_FALSE(Profile::standard().values().contains(VornPowerManagerTargetPath()));
 }
 
 TEST(StandardProfile, LeavesTheHostsNodesToTheWorker)
@@ -99,6 +132,34 @@ TEST(Profile, MayBeEmpty)
 {
     QString error;
     EXPECT_TRUE(Profile::parse("{}", &error).has_value());
+}
+
+TEST(Profile, NamesItsSettings)
+{
+    QString error;
+    const auto profile =
+        Profile::parse(R"({"/n": {"i32_": 1}, "settings": ["/n", "VornPlayerMutePath", "/later"]})", &error);
+    ASSERT_TRUE(profile.has_value()) << error.toStdString();
+    EXPECT_EQ(profile->settings(), QVector<CMPath>({CMPath("/n"), VornPlayerMutePath(), CMPath("/later")}));
+    EXPECT_EQ(profile->values().size(), 1);
+}
+
+TEST(Profile, WithoutSettingsHasThoseOfTheStandardOne)
+{
+    QString error;
+    EXPECT_EQ(Profile::parse("{}", &error)->settings(), Profile::standard().settings());
+    EXPECT_FALSE(Profile::standard().settings().isEmpty());
+    EXPECT_TRUE(Profile::parse(R"({"settings": []})", &error)->settings().isEmpty());
+}
+
+TEST(Profile, RefusesSettingsThatAreNoListOfNodes)
+{
+    EXPECT_EQ(errorOf(R"({"settings": {"/n": true}})"), R"("settings" is a list of nodes, not {"/n":true})");
+    EXPECT_EQ(errorOf(R"({"settings": ["/n", 5]})"), "settings: 5 is no name of a node");
+    EXPECT_EQ(errorOf(R"({"settings": ["VornPlayerMutPath"]})"),
+              "settings: VornPlayerMutPath is neither a path nor the name of one");
+    EXPECT_EQ(errorOf(R"({"settings": ["/player/mute", "VornPlayerMutePath"]})"),
+              "settings: /player/mute is named twice");
 }
 
 TEST(Profile, SaysWhereItsSyntaxIsWrong)

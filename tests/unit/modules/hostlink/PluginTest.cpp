@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <stdexcept>
 
 #include "platform/sdk/CMWorker.h"
 #include "support/LinkFixture.h"
@@ -67,6 +68,19 @@ TEST_F(PluginTest, ItsEntryMakesAWorkerThatServesTheHost)
     EXPECT_STREQ(m_worker->metaObject()->className(), "CMHostLinkWorker");
     EXPECT_EQ(ask(numbers(MSG_GetState, {STA_Mute, STA_SystemUp})),
               "MSG_GetStateResponse STA_Mute=u8:0 STA_SystemUp=nil");
+}
+
+TEST_F(PluginTest, AFailureOfTheConstructorReachesTheCallerAndLeavesNothingBehind)
+{
+    const WorkerCreate workerCreate = entryOf(WORKER_PLUGIN);
+    ASSERT_NE(workerCreate, nullptr);
+    const auto nodesBefore = CMNodes::list();
+    HostLinkPhysicalLayer::registerType(
+        "i2c", [](const HostLinkPhysicalLayer::Properties&) -> std::unique_ptr<HostLinkPhysicalLayer> {
+            throw std::runtime_error("no link today");
+        });
+    EXPECT_THROW(workerCreate(nullptr, m_config), std::runtime_error);
+    EXPECT_EQ(CMNodes::list(), nodesBefore);
 }
 
 TEST_F(PluginTest, TheLabWorkerServesTheSystemUpStateToo)

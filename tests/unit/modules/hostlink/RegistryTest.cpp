@@ -43,6 +43,26 @@ private:
     std::optional<std::uint8_t> m_byte;
 };
 
+/// Takes what it is asked and told, and answers nothing.
+class SilentProxy : public ValueProxy
+{
+public:
+    SilentProxy(QList<State> states, QObject* parent) : ValueProxy(parent), m_states(std::move(states)) {}
+
+    void getValue(State state, HostLinkValueMessage*) override { m_asked.push_back(state); }
+    void setValue(State state, const HostLinkValueMessage& request, int index, HostLinkValueMessage*) override
+    {
+        m_told.emplace_back(state, request.getUint8(index));
+    }
+    QList<State> states() const override { return m_states; }
+
+    std::vector<int> m_asked;
+    std::vector<std::pair<int, int>> m_told;
+
+private:
+    const QList<State> m_states;
+};
+
 class RegistryTest : public WorkerFixture
 {
 protected:
@@ -90,6 +110,37 @@ TEST_F(RegistryTest, AProxyWithoutOwnWaysAnswersNilAndRefuses)
     add({kFirst}, std::nullopt);
     EXPECT_EQ(ask(numbers(MSG_GetState, {kFirst})), "MSG_GetStateResponse 0x7001=nil");
     EXPECT_EQ(ask(setBytes({kFirst})), "MSG_SetStateResponse 0x7001=u8:0");
+}
+
+TEST_F(RegistryTest, WhatAProxyDoesNotAnswerIsMissingInTheAnswer)
+{
+    add({kFirst}, 5);
+    auto* silent = new SilentProxy({kSecond}, m_worker.get());
+    m_worker->addProxy(silent);
+    EXPECT_EQ(ask(numbers(MSG_GetState, {kSecond})), "MSG_GetStateResponse");
+    EXPECT_EQ(ask(numbers(MSG_GetState, {kFirst, kSecond, kFirst})),
+              "MSG_GetStateResponse 0x7001=u8:5 0x7001=u8:5");
+    EXPECT_EQ(ask(setBytes({kSecond})), "MSG_SetStateResponse");
+    EXPECT_EQ(ask(setBytes({kFirst, kSecond, kUnknown})), "MSG_SetStateResponse 0x7001=u8:0 0x7003=nil");
+    EXPECT_EQ(silent->m_asked, (std::vector<int>{kSecond, kSecond}));
+    EXPECT_EQ(silent->m_told, (std::vector<std::pair<int, int>>(2, {kSecond, 1})));
+}
+
+TEST_F(RegistryTest, AnEventWithoutAnyValueIsNotSent)
+{
+    FixedProxy* proxy = add({kFirst}, 5);
+    auto* silent = new SilentProxy({kSecond}, m_worker.get());
+    m_worker->addProxy(silent);
+    EXPECT_EQ(ask(numbers(MSG_Subscribe, {kSecond})), "MSG_SubscribeResponse 0x7002");
+    EXPECT_TRUE(nothingSent());
+    emit silent->valueChanged({kSecond});
+    EXPECT_TRUE(nothingSent());
+    EXPECT_EQ(ask(numbers(MSG_Subscribe, {kFirst})), "MSG_SubscribeResponse 0x7001");
+    EXPECT_EQ(receive(), "MSG_StateChanged 0x7001=u8:5");
+    emit proxy->valueChanged({kSecond, kFirst});
+    EXPECT_EQ(receive(), "MSG_StateChanged 0x7001=u8:5");
+    EXPECT_TRUE(nothingSent());
+    EXPECT_EQ(silent->m_asked, (std::vector<int>(3, kSecond)));
 }
 
 TEST_F(RegistryTest, AnUnknownStateBetweenTwoServedOnesIsNil)
@@ -153,7 +204,7 @@ TEST_F(RegistryTest, EachStateOfTheTableReachesAProxyOfItsOwn)
         EXPECT_EQ(proxy->parent(), m_worker.get());
         proxies.insert(proxy);
     }
-    EXPECT_EQ(proxies.size(), 70);
+    EXPECT_EQ(proxies.size(), 72);
 }
 
 TEST_F(RegistryTest, OneNodeIsServedAsAWordAndAsAByte)

@@ -128,6 +128,16 @@ TEST_F(ServiceRequestsTest, TwoRequestsForAFactoryResetAreTwoInvocations)
     EXPECT_TRUE(waitFor([&] { return resets == 2; }));
 }
 
+TEST_F(ServiceRequestsTest, AFactoryResetThatNobodyServesIsNotReported)
+{
+    m_log.clear();
+    m_worker->on_tarkoFactoryReset();
+    EXPECT_TRUE(nothingSent());
+    ASSERT_EQ(m_log.infos(), Texts{"!!! Triggering Factory Reset !!!"});
+    EXPECT_TRUE(m_log.errors().empty());
+    EXPECT_TRUE(m_log.texts(log4cplus::WARN_LOG_LEVEL).empty());
+}
+
 TEST_F(ServiceRequestsTest, NodesThatTheHostFillsLaterHaveFirstValues)
 {
     EXPECT_EQ(valueAt(VornHostLinkHeadphonesConnectedPath()), R"({"bool_":false})");

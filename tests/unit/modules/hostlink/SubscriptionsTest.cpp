@@ -1,3 +1,6 @@
+#include <thread>
+
+#include "support/LinkLogCapture.h"
 #include "support/WorkerFixture.h"
 
 namespace
@@ -10,6 +13,7 @@ class SubscriptionsTest : public WorkerFixture
 protected:
     SubscriptionsTest() { m_mute->setValue(VornValue().setBool(false)); }
 
+    const LinkLogCapture m_linkLog;
     CMValueNode* m_mute = CMValueNode::create(&m_nodes, VornPlayerMutePath());
 };
 
@@ -98,6 +102,41 @@ TEST_F(SubscriptionsTest, ANewNodeAndOneThatGoesAwayAreChangesToo)
         EXPECT_EQ(receive(), "MSG_StateChanged STA_MicMute=u8:1");
     }
     EXPECT_EQ(receive(), "MSG_StateChanged STA_MicMute=u8:0");
+}
+
+TEST_F(SubscriptionsTest, TheVolumeListedTwiceIsSubscribedOnceAndReportedTwice)
+{
+    createNode(VornPlayerVolumePath(), VornValue().setI32(30));
+    EXPECT_EQ(ask(numbers(MSG_Subscribe, {9, 9})), "MSG_SubscribeResponse STA_Volume");
+    EXPECT_EQ(receive(), "MSG_StateChanged STA_Volume=u8:30 STA_Volume=u8:30");
+}
+
+TEST_F(SubscriptionsTest, ANewSessionFindsTheSubscriptionsOfTheOneBefore)
+{
+    ask(numbers(MSG_Subscribe, {STA_Mute}));
+    receive();
+    restartHost();
+    ASSERT_TRUE(nothingSent()) << "neither the announcement nor values by themselves";
+    m_mute->setValue(VornValue().setBool(true));
+    EXPECT_EQ(receive(), "MSG_StateChanged STA_Mute=u8:1");
+    EXPECT_EQ(ask(numbers(MSG_Subscribe, {STA_Mute, STA_MicMute})), "MSG_SubscribeResponse STA_MicMute");
+    EXPECT_EQ(receive(), "MSG_StateChanged STA_Mute=u8:1 STA_MicMute=u8:0");
+}
+
+TEST_F(SubscriptionsTest, ChangesBetweenTwoSessionsAreNotSentLater)
+{
+    ask(numbers(MSG_Subscribe, {STA_Mute}));
+    receive();
+    stopHost();
+    const QDeadlineTimer limit(std::chrono::seconds(10));
+    while (m_worker->m_transport->writable(MessageClass::State, 1) && !limit.hasExpired()) {
+        std::this_thread::yield(); // until the goodbye has come
+    }
+    m_mute->setValue(VornValue().setBool(true));
+    restartHost();
+    EXPECT_TRUE(nothingSent());
+    EXPECT_EQ(ask(numbers(MSG_GetState, {STA_Mute})), "MSG_GetStateResponse STA_Mute=u8:1");
+    EXPECT_EQ(m_linkLog.lines(), Texts());
 }
 
 TEST_F(SubscriptionsTest, AChangeTracesTheNamesOfItsStates)

@@ -1,14 +1,16 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "platform/hostlink/HexText.h"
-#include "platform/hostlink/HostLinkCore.h"
+#include "platform/hostlink/HostLinkPort.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "support/I2cBus.h"
 #include "vocabulary/States.h"
 
 using namespace std::chrono_literals;
@@ -16,32 +18,62 @@ using namespace std::chrono_literals;
 namespace
 {
 
-/// The frames that docs/protocol.md shows, "module HEX" or "host HEX" each, in its order.
-std::vector<std::string> documentedFrames()
+/// The lines of docs/protocol.md that show bytes, "WORD HEX" each, with one of two words, in its order.
+std::vector<std::string> documentedBytes(const std::string& one, const std::string& other)
 {
     std::ifstream document(HOSTLINK_SOURCE_DIR "/docs/protocol.md");
-    std::vector<std::string> frames;
+    std::vector<std::string> found;
     std::string line;
     while (std::getline(document, line)) {
+        if (line.compare(0, 4, "    ") != 0) {
+            continue;
+        }
         std::istringstream words(line);
-        std::string who;
+        std::string word;
         std::string byte;
-        words >> who;
+        words >> word;
         std::string hex;
-        while (words >> byte && byte.size() == 2) {
+        bool isHex = true;
+        while (words >> byte) {
+            isHex =
+                isHex && byte.size() == 2 && byte.find_first_not_of("0123456789abcdef") == std::string::npos;
             hex += byte;
         }
-        if ((who == "module" || who == "host") && hex.size() >= 8) {
-            frames.push_back(who + ' ' + hex);
+        if ((word == one || word == other) && isHex && !hex.empty()) {
+            found.push_back(word + ' ' + hex);
         }
     }
-    return frames;
+    return found;
+}
+
+HostLinkCore::Settings settingsOf(std::uint64_t instance)
+{
+    HostLinkCore::Settings settings;
+    settings.drawInstance = [instance] { return instance; };
+    return settings;
+}
+
+constexpr std::uint64_t kModule = 0x0102030405060708;
+constexpr std::uint64_t kHost = 0x1112131415161718;
+
+ByteArray volumeRequest()
+{
+    HostLinkUInt16Message request(MSG_GetState);
+    request.addValue(STA_Volume);
+    return request.serialize();
+}
+
+ByteArray volumeReply()
+{
+    HostLinkValueMessage reply(MSG_GetStateResponse);
+    reply.addValueUint8(STA_Volume, 40);
+    return reply.serialize();
 }
 
 class Conversation
 {
 public:
-    Conversation() : module(settings(0x0102030405060708)), host(settings(0x1112131415161718)) {}
+    Conversation() : module(settingsOf(kModule)), host(settingsOf(kHost)) {}
 
     /// Carries everything that the two have to say now.
     void exchange()
@@ -64,13 +96,6 @@ public:
     std::vector<std::string> frames;
 
 private:
-    static HostLinkCore::Settings settings(std::uint64_t instance)
-    {
-        HostLinkCore::Settings settings;
-        settings.drawInstance = [instance] { return instance; };
-        return settings;
-    }
-
     bool carry(const char* who, HostLinkCore& from, HostLinkCore& to)
     {
         const HostLinkCore::Bytes frame = from.transmit(now);
@@ -90,17 +115,13 @@ TEST(HostLinkProtocol, TheDocumentedConversationIsWhatTheLinkSays)
     link.host.lineUp(link.now);
     link.exchange();
 
-    HostLinkUInt16Message request(MSG_GetState);
-    request.addValue(STA_Volume);
-    ASSERT_TRUE(link.host.send(request.serialize(), link.now));
+    ASSERT_TRUE(link.host.send(volumeRequest(), link.now));
     link.exchange();
-    EXPECT_EQ(link.receive(link.module), request.serialize());
+    EXPECT_EQ(link.receive(link.module), volumeRequest());
 
-    HostLinkValueMessage reply(MSG_GetStateResponse);
-    reply.addValueUint8(STA_Volume, 40);
-    ASSERT_TRUE(link.module.send(reply.serialize(), link.now));
+    ASSERT_TRUE(link.module.send(volumeReply(), link.now));
     link.exchange();
-    EXPECT_EQ(link.receive(link.host), reply.serialize());
+    EXPECT_EQ(link.receive(link.host), volumeReply());
 
     link.now += 5ms;
     link.exchange();
@@ -108,7 +129,47 @@ TEST(HostLinkProtocol, TheDocumentedConversationIsWhatTheLinkSays)
     link.exchange();
     link.frames.push_back("module " + hexText(HostLinkCore::refusalFrame()));
 
-    EXPECT_EQ(documentedFrames(), link.frames);
+    EXPECT_EQ(documentedBytes("module", "host"), link.frames);
+}
+
+TEST(HostLinkProtocol, TheDocumentedTransfersAreWhatGoesOverABus)
+{
+    const auto bus = std::make_shared<I2cBus>();
+    HostLinkPort module(I2cBus::moduleEnd(bus), settingsOf(kModule));
+    HostLinkPort host(I2cBus::hostEnd(bus), settingsOf(kHost));
+    HostLinkTime now(1h);
+    ByteArray message;
+    const auto step = [&] {
+        module.step(now);
+        host.step(now);
+    };
+    const auto stepUntilQuiet = [&] {
+        do {
+            step();
+        } while (module.deadline() <= now);
+    };
+
+    host.open(now);
+    module.open(now);
+    stepUntilQuiet();
+    ASSERT_TRUE(host.core().send(volumeRequest(), now));
+    host.flush(now);
+    stepUntilQuiet();
+    ASSERT_TRUE(module.core().take(message));
+    EXPECT_EQ(message, volumeRequest());
+    module.core().handled(MessageClass::State, message.size(), now);
+    ASSERT_TRUE(module.core().send(volumeReply(), now));
+    module.flush(now);
+    host.step(now);
+
+    std::vector<std::string> transfers;
+    for (const I2cBus::Transfer& transfer : bus->transfers()) {
+        transfers.push_back((transfer.isRead ? "read " : "write ") + hexText(transfer.bytes));
+    }
+    EXPECT_EQ(documentedBytes("read", "write"), transfers);
+    EXPECT_EQ(bus->breaches(), std::vector<std::string>());
+    ASSERT_TRUE(host.core().take(message));
+    EXPECT_EQ(message, volumeReply());
 }
 
 } // namespace

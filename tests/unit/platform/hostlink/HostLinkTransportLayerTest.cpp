@@ -165,14 +165,14 @@ private:
     HostLinkPort m_port;
 };
 
-class TransportOnAnyLine : public ::testing::TestWithParam<std::string>
+class TransportOnAnyLine : public ::testing::TestWithParam<const char*>
 {
 protected:
     const std::unique_ptr<LineKind> m_line = LineKind::make(GetParam());
 };
 
-INSTANTIATE_TEST_SUITE_P(Kinds, TransportOnAnyLine, ::testing::Values("unix", "tcp", "memory", "faulty"),
-                         [](const auto& kind) { return kind.param; });
+INSTANTIATE_TEST_SUITE_P(Kinds, TransportOnAnyLine, ::testing::ValuesIn(kAllLines),
+                         [](const auto& kind) { return std::string(kind.param); });
 
 class TransportTest : public ::testing::Test
 {
@@ -193,6 +193,8 @@ public:
         bool stuck = false;
         bool inTransfer = false;
         bool destroyed = false;
+        bool writeDue = false;  ///< something was sent that has not been written
+        bool sleptOnIt = false; ///< the thread went to sleep meanwhile
         std::vector<std::thread::id> threads;
 
         void setStuck(bool value)
@@ -231,10 +233,14 @@ public:
     std::size_t write(const std::uint8_t* from, std::size_t size, HostLinkTime now) override
     {
         transfer();
+        const std::lock_guard lock(m_device->mutex);
+        m_device->writeDue = false;
         return m_layer->write(from, size, now);
     }
     void waitOn(std::vector<pollfd>& descriptors, bool writing) const override
     {
+        const std::lock_guard lock(m_device->mutex);
+        m_device->sleptOnIt = m_device->sleptOnIt || m_device->writeDue;
         m_layer->waitOn(descriptors, writing);
     }
     bool blocks() const override { return true; }
@@ -417,6 +423,30 @@ TEST_P(TransportOnAnyLine, StopSendsWhatWaitsAndSaysGoodbye)
     }
     EXPECT_TRUE(host.stepUntil([&] { return host.core().session() == HostLinkCore::Session::Ended; }));
     stopper.join();
+}
+
+TEST_P(TransportOnAnyLine, TheSessionGoesOnAcrossCutsAndNothingIsLostOrRepeated)
+{
+    constexpr std::uint8_t kCuts = 3;
+    End module(m_line->listening());
+    module.transport.start();
+    InlineHost host(m_line->connecting());
+    ASSERT_TRUE(host.establish());
+    for (std::uint8_t i = 0; i < kCuts; ++i) {
+        ASSERT_TRUE(host.core().send(stateMessage(800, i), HostLinkClock::now()));
+        ASSERT_NE(module.transport.send(stateMessage(900, i)), 0);
+        host.port().flush(HostLinkClock::now());
+        m_line->cut(host.port().layer());
+        ASSERT_EQ(host.next(), stateMessage(900, i));
+        host.core().handled(MessageClass::State, 900, HostLinkClock::now());
+        ASSERT_TRUE(host.stepUntil([&] { return host.core().allAcknowledged(MessageClass::State); }));
+    }
+    for (std::uint8_t i = 0; i < kCuts; ++i) {
+        EXPECT_EQ(module.inbox.next(), stateMessage(800, i));
+    }
+    EXPECT_EQ(module.inbox.bytes(), std::size_t(kCuts) * 800);
+    EXPECT_EQ(host.core().sessionNumber(), 1u);
+    EXPECT_EQ(host.core().session(), HostLinkCore::Session::Established);
 }
 
 TEST_F(TransportTest, StartStopAndSendAreConsecutiveVirtualFunctions)
@@ -631,8 +661,8 @@ TEST(LiveTransports, AreListedWithNamesAndCountersWhileTheyRun)
     EXPECT_TRUE(HostLinkTransportLayer::live().empty());
     const TemporaryDirectory directory;
     const std::string path = directory.file("link");
-    End module(makeSocketLayer("unix", path, true));
-    End host(makeSocketLayer("unix", path, false, "flip=0"));
+    End module(makeLayer("unix", path, true));
+    End host(makeLayer("unix", path, false, "flip=0"));
     EXPECT_TRUE(HostLinkTransportLayer::live().empty());
     module.transport.start();
     host.transport.start();
@@ -842,4 +872,94 @@ TEST_F(TransportTest, StopLeavesAStuckDeviceBehind)
     EXPECT_FALSE(device->destroyed);
     device->setStuck(false);
     EXPECT_TRUE(device->waitFor([&] { return device->destroyed; }));
+}
+
+TEST_F(TransportTest, WhatIsSentWhileAnObserverRunsIsWrittenBeforeTheThreadSleeps)
+{
+    const auto device = std::make_shared<BlockingLayer::Device>();
+    HostLinkTransportLayer transport(std::make_unique<BlockingLayer>(layer(), device));
+    transport.addBulkDrainedObserver([&] {
+        std::thread([&] { EXPECT_NE(transport.send(stateMessage(10, 7)), 0); }).join();
+        const std::lock_guard lock(device->mutex);
+        device->writeDue = true;
+    });
+    transport.start();
+    {
+        End host(hostLayer());
+        host.transport.start();
+        ASSERT_NE(transport.send(stateMessage(10, 1)), 0);
+        ASSERT_EQ(host.inbox.next(), stateMessage(10, 1));
+    } // its goodbye ends the session
+    while (transport.writable(MessageClass::Bulk, 100)) {
+        std::this_thread::yield();
+    }
+    InlineHost host(hostLayer());
+    EXPECT_EQ(host.next(), stateMessage(10, 7));
+    const std::lock_guard lock(device->mutex);
+    EXPECT_FALSE(device->sleptOnIt);
+}
+
+class TransportOnI2cTest : public ::testing::Test
+{
+protected:
+    const std::shared_ptr<I2cBus> m_bus = std::make_shared<I2cBus>();
+};
+
+TEST_F(TransportOnI2cTest, OnlyTheTransportsThreadTouchesTheBus)
+{
+    End module(I2cBus::moduleEnd(m_bus));
+    End host(I2cBus::hostEnd(m_bus));
+    std::atomic<std::thread::id> thread;
+    module.transport.addMessageReceivedObserver(
+        [&](const ByteArray&) { thread = std::this_thread::get_id(); });
+    module.transport.start();
+    host.transport.start();
+    for (std::uint8_t i = 0; i < 10; ++i) {
+        ASSERT_NE(module.transport.send(stateMessage(700, i)), 0);
+        ASSERT_EQ(host.inbox.next(), stateMessage(700, i));
+        ASSERT_NE(host.transport.send(stateMessage(700, i)), 0);
+        ASSERT_EQ(module.inbox.next(), stateMessage(700, i));
+    }
+    module.transport.stop();
+    for (const std::thread::id& id : m_bus->threads()) {
+        EXPECT_EQ(id, thread.load());
+    }
+    EXPECT_EQ(m_bus->breaches(), std::vector<std::string>());
+    EXPECT_EQ(m_bus->openNodes(), 0);
+}
+
+TEST_F(TransportOnI2cTest, SendingDoesNotWaitForABusThatHangs)
+{
+    End module(I2cBus::moduleEnd(m_bus));
+    End host(I2cBus::hostEnd(m_bus));
+    module.transport.start();
+    host.transport.start();
+    ASSERT_NE(module.transport.send(stateMessage(10, 1)), 0);
+    ASSERT_EQ(host.inbox.next(), stateMessage(10, 1));
+    m_bus->setStuck(true);
+    ASSERT_TRUE(m_bus->waitUntilStuck());
+    EXPECT_NE(module.transport.send(stateMessage(10, 2)), 0); // these would hang if they waited
+    EXPECT_NE(module.transport.send(stateMessage(10, 3)), 0);
+    EXPECT_TRUE(module.transport.writable(MessageClass::State, 10));
+    m_bus->setStuck(false);
+    EXPECT_EQ(host.inbox.next(), stateMessage(10, 2));
+    EXPECT_EQ(host.inbox.next(), stateMessage(10, 3));
+}
+
+TEST_F(TransportOnI2cTest, StopLeavesABusThatHangsBehindAndItsThreadEndsWhenItMay)
+{
+    const LinkLogCapture log;
+    {
+        HostLinkTransportLayer transport(I2cBus::moduleEnd(m_bus));
+        const auto host = I2cBus::hostEnd(m_bus);
+        host->open(HostLinkClock::now());
+        m_bus->setStuck(true);
+        transport.start();
+        ASSERT_TRUE(m_bus->waitUntilStuck());
+        transport.stop(); // this would hang if it waited
+        EXPECT_EQ(log.count("stuck"), 1u);
+        EXPECT_EQ(m_bus->openNodes(), 1);
+    }
+    m_bus->setStuck(false);
+    EXPECT_TRUE(m_bus->waitUntilClosed());
 }

@@ -413,3 +413,20 @@ RC_GTEST_PROP(HostLinkValueMessage, OfAnyBytesHoldsABeginningOfThem, ())
     RC_ASSERT(std::equal(kept.begin(), kept.end(), bytes.begin()));
     RC_ASSERT(readAll(HostLinkValueMessage(kept)) == readAll(message));
 }
+
+TEST(HostLinkValueMessage, CopiesSingleValuesOfOthersWithTheirTags)
+{
+    const HostLinkValueMessage from(
+        {0x00, 0x04, 0x00, 0x07, 0xCC, 0x01, 0x00, 0x08, 0xDA, 0x00, 0x01, 'a', 0x00, 0x09, 0xC0});
+    HostLinkValueMessage to(MSG_GetStateResponse);
+    for (const int i : {2, 1, 0, -1, 3}) {
+        to.addValueOf(from, i);
+    }
+    EXPECT_EQ(to.serialize(), (ByteArray{0x80, 0x02, 0x00, 0x09, 0xC0, 0x00, 0x08, 0xDA, 0x00, 0x01, 'a',
+                                         0x00, 0x07, 0xCC, 0x01}));
+    EXPECT_EQ(to.size(), 3);
+    EXPECT_EQ(to.getString(1), "a");
+    to.addValueOf(to, 1);
+    EXPECT_EQ(to.getTag(3), 8);
+    EXPECT_EQ(to.getString(3), "a");
+}

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <iterator>
 #include <numeric>
 #include <string>
 #include <thread>
@@ -153,16 +155,20 @@ TEST(PhysicalLayerRegistry, TypesAreAddedWhileOthersAreMade)
     adder.join();
 }
 
-/// What every line does.
-class AnyLine : public ::testing::TestWithParam<std::string>
+class LineTest : public ::testing::TestWithParam<const char*>
 {
 protected:
     void connect()
     {
         m_listening->open(now());
         m_connecting->open(now());
-        ASSERT_TRUE(serviceUntil({m_listening.get(), m_connecting.get()},
-                                 [&] { return bothUp(*m_listening, *m_connecting); }));
+        ASSERT_TRUE(comeUp());
+    }
+
+    bool comeUp()
+    {
+        return serviceUntil({m_listening.get(), m_connecting.get()},
+                            [&] { return bothUp(*m_listening, *m_connecting); });
     }
 
     const std::unique_ptr<LineKind> m_line = LineKind::make(GetParam());
@@ -170,21 +176,44 @@ protected:
     std::unique_ptr<Layer> m_connecting = m_line->connecting();
 };
 
-INSTANTIATE_TEST_SUITE_P(Kinds, AnyLine, ::testing::Values("unix", "tcp", "memory", "faulty"),
-                         [](const auto& kind) { return kind.param; });
-
-TEST_P(AnyLine, IsDownUntilBothSidesAreOpen)
+std::string kindOf(const ::testing::TestParamInfo<const char*>& info)
 {
-    EXPECT_EQ(m_listening->lineNumber(), 0u);
-    m_listening->open(now());
-    m_listening->service(now());
+    return info.param;
+}
+
+std::ptrdiff_t openDescriptors()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+/// Whether a descriptor of the layer is ready within some milliseconds.
+bool isReady(const Layer& layer, bool writing, int milliseconds)
+{
+    std::vector<pollfd> descriptors;
+    layer.waitOn(descriptors, writing);
+    return ::poll(descriptors.data(), descriptors.size(), milliseconds) > 0;
+}
+
+/// What every line does.
+class AnyLine : public LineTest
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, AnyLine, ::testing::ValuesIn(kAllLines), kindOf);
+
+TEST_P(AnyLine, IsDownAndTakesNothingBeforeItIsOpened)
+{
     EXPECT_EQ(m_listening->lineNumber(), 0u);
     EXPECT_EQ(write(*m_listening, {1}), 0u);
     EXPECT_EQ(readNow(*m_listening), ByteArray{});
+    EXPECT_EQ(m_listening->unsent(), 0u);
+    EXPECT_EQ(m_listening->nextService(), HostLinkTime::max());
 }
 
 TEST_P(AnyLine, ComesUpWhenTheListeningSideStartsFirst)
 {
+    m_listening->open(now());
+    m_listening->service(now());
     connect();
 }
 
@@ -195,7 +224,6 @@ TEST_P(AnyLine, ComesUpWhenTheConnectingSideStartsFirst)
         const HostLinkTime due = m_connecting->nextService();
         m_connecting->service(due == HostLinkTime::max() ? now() : due);
     }
-    EXPECT_EQ(m_connecting->lineNumber(), 0u);
     connect();
 }
 
@@ -208,6 +236,34 @@ TEST_P(AnyLine, CarriesBytesInOrderBothWays)
     EXPECT_EQ(write(*m_listening, back), back.size());
     EXPECT_EQ(readBytes(*m_listening, there.size()), there);
     EXPECT_EQ(readBytes(*m_connecting, back.size()), back);
+}
+
+TEST_P(AnyLine, CarriesEveryByte)
+{
+    connect();
+    ByteArray every(256);
+    std::iota(every.begin(), every.end(), std::uint8_t(0));
+    EXPECT_EQ(write(*m_connecting, every), every.size());
+    EXPECT_EQ(write(*m_listening, every), every.size());
+    EXPECT_EQ(readBytes(*m_listening, every.size()), every);
+    EXPECT_EQ(readBytes(*m_connecting, every.size()), every);
+}
+
+TEST_P(AnyLine, GivesNoMoreThanIsAskedFor)
+{
+    connect();
+    const ByteArray sent = countingBytes(100);
+    EXPECT_EQ(write(*m_connecting, sent), sent.size());
+    ByteArray got;
+    EXPECT_TRUE(serviceUntil({m_listening.get()}, [&] {
+        std::uint8_t bytes[8] = {0, 0, 0, 0, 0, 0, 0, 0xaa};
+        const std::size_t size = m_listening->read(bytes, 7, now());
+        EXPECT_LE(size, 7u);
+        EXPECT_EQ(bytes[7], 0xaa);
+        got.insert(got.end(), bytes, bytes + size);
+        return got.size() >= sent.size();
+    }));
+    EXPECT_EQ(got, sent);
 }
 
 TEST_P(AnyLine, ReadingNothingLeavesItUp)
@@ -236,13 +292,142 @@ TEST_P(AnyLine, PushesBackAndLosesNothing)
         return received.size() >= sent.size();
     }));
     EXPECT_TRUE(received == sent);
-    std::vector<pollfd> descriptors;
-    m_connecting->waitOn(descriptors, true);
-    EXPECT_EQ(::poll(descriptors.data(), descriptors.size(), 10'000), 1);
+    EXPECT_TRUE(isReady(*m_connecting, true, 10'000));
     EXPECT_GT(write(*m_connecting, block), 0u);
 }
 
-TEST_P(AnyLine, WhatAPeerSentBeforeItWentIsReadFirst)
+TEST_P(AnyLine, AQuietLineWakesNobody)
+{
+    connect();
+    readNow(*m_listening);
+    readNow(*m_connecting);
+    EXPECT_FALSE(isReady(*m_listening, false, 0));
+    EXPECT_FALSE(isReady(*m_connecting, false, 0));
+    EXPECT_GT(m_listening->nextService(), now());
+    EXPECT_GT(m_connecting->nextService(), now());
+}
+
+TEST_P(AnyLine, WhatComesInWakesOrIsLookedForWithinThePollTime)
+{
+    connect();
+    for (Layer* layer : {m_listening.get(), m_connecting.get()}) {
+        Layer& other = layer == m_listening.get() ? *m_connecting : *m_listening;
+        readNow(*layer);
+        const HostLinkTime limit = now() + layer->pollTime();
+        EXPECT_EQ(write(other, {9}), 1u);
+        std::vector<pollfd> descriptors;
+        layer->waitOn(descriptors, false);
+        EXPECT_TRUE(descriptors.empty() ? layer->nextService() <= limit : isReady(*layer, false, 10'000));
+        EXPECT_EQ(readBytes(*layer, 1), ByteArray{9});
+    }
+}
+
+TEST_P(AnyLine, NothingStaysBelowTheLink)
+{
+    connect();
+    EXPECT_EQ(write(*m_listening, countingBytes(300)), 300u);
+    EXPECT_EQ(readBytes(*m_connecting, 300), countingBytes(300));
+    EXPECT_TRUE(serviceUntil({m_listening.get()}, [&] { return m_listening->unsent() == 0; }));
+}
+
+TEST_P(AnyLine, ClosingTakesItDownAtOnce)
+{
+    connect();
+    m_listening->close();
+    EXPECT_EQ(m_listening->lineNumber(), 0u);
+    EXPECT_EQ(write(*m_listening, {1}), 0u);
+    EXPECT_EQ(readNow(*m_listening), ByteArray{});
+    EXPECT_EQ(m_listening->unsent(), 0u);
+    EXPECT_EQ(m_listening->nextService(), HostLinkTime::max());
+    m_listening->close();
+}
+
+TEST_P(AnyLine, CanBeOpenedAgainWithAnotherNumber)
+{
+    connect();
+    const std::uint64_t first = m_listening->lineNumber();
+    m_listening->close();
+    m_listening->open(now());
+    ASSERT_TRUE(serviceUntil({m_listening.get(), m_connecting.get()}, [&] {
+        readNow(*m_connecting); // where the line shows it, this end sees that it went down
+        return bothUp(*m_listening, *m_connecting) && m_listening->lineNumber() != first;
+    }));
+    EXPECT_EQ(write(*m_connecting, {7}), 1u);
+    EXPECT_EQ(readBytes(*m_listening, 1), ByteArray{7});
+}
+
+TEST_P(AnyLine, OpenedAndClosedOftenItLeavesNoDescriptorBehind)
+{
+    connect();
+    m_listening->close();
+    m_connecting->close();
+    const std::ptrdiff_t before = openDescriptors();
+    for (int i = 0; i < 20; ++i) {
+        connect();
+        EXPECT_EQ(write(*m_connecting, {1, 2, 3}), 3u);
+        m_connecting->close();
+        m_listening->close();
+    }
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+/// A line that keeps what was sent when the end that sent it closes.
+class LineThatKeeps : public LineTest
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, LineThatKeeps, ::testing::ValuesIn(kLinesThatKeep), kindOf);
+
+TEST_P(LineThatKeeps, WhatAPeerSentBeforeItWentIsRead)
+{
+    connect();
+    const ByteArray last = countingBytes(1500);
+    EXPECT_EQ(write(*m_connecting, last), last.size());
+    m_connecting.reset();
+    EXPECT_EQ(readBytes(*m_listening, last.size()), last);
+}
+
+TEST_P(LineThatKeeps, AWriteToAPeerThatWentDoesNotCostWhatItSent)
+{
+    connect();
+    const ByteArray last = countingBytes(100);
+    EXPECT_EQ(write(*m_connecting, last), last.size());
+    m_connecting.reset();
+    for (int i = 0; i < 3; ++i) {
+        write(*m_listening, {1, 2, 3});
+    }
+    EXPECT_EQ(readBytes(*m_listening, last.size()), last);
+}
+
+TEST_P(LineThatKeeps, WhatLiesUnreadAtOneThatClosesDoesNotCostWhatItSent)
+{
+    connect();
+    EXPECT_EQ(write(*m_listening, {1, 2, 3}), 3u);
+    EXPECT_EQ(write(*m_connecting, {4, 5, 6}), 3u);
+    m_connecting->close();
+    EXPECT_EQ(readBytes(*m_listening, 3), (ByteArray{4, 5, 6}));
+}
+
+/// A line that is up only while both ends are open.
+class LineWithPeer : public LineTest
+{
+};
+
+INSTANTIATE_TEST_SUITE_P(Kinds, LineWithPeer, ::testing::ValuesIn(kLinesWithPeer), kindOf);
+
+TEST_P(LineWithPeer, IsDownUntilBothSidesAreOpen)
+{
+    m_listening->open(now());
+    m_listening->service(now());
+    EXPECT_EQ(m_listening->lineNumber(), 0u);
+    EXPECT_EQ(write(*m_listening, {1}), 0u);
+    EXPECT_EQ(readNow(*m_listening), ByteArray{});
+    m_listening->close();
+    m_connecting->open(now());
+    EXPECT_EQ(m_connecting->lineNumber(), 0u);
+}
+
+TEST_P(LineWithPeer, GoesDownOnceThePeerThatWentIsReadToItsEnd)
 {
     connect();
     const ByteArray last = countingBytes(1500);
@@ -255,7 +440,7 @@ TEST_P(AnyLine, WhatAPeerSentBeforeItWentIsReadFirst)
     }));
 }
 
-TEST_P(AnyLine, AWriteToAPeerThatWentDoesNotCostWhatItSent)
+TEST_P(LineWithPeer, GoesDownAfterAWriteToAPeerThatWent)
 {
     connect();
     const ByteArray last = countingBytes(100);
@@ -268,30 +453,20 @@ TEST_P(AnyLine, AWriteToAPeerThatWentDoesNotCostWhatItSent)
     EXPECT_TRUE(goesDown(*m_listening, 1));
 }
 
-TEST_P(AnyLine, WhatLiesUnreadAtOneThatClosesDoesNotCostWhatItSent)
-{
-    connect();
-    EXPECT_EQ(write(*m_listening, {1, 2, 3}), 3u);
-    EXPECT_EQ(write(*m_connecting, {4, 5, 6}), 3u);
-    m_connecting->close();
-    EXPECT_EQ(readBytes(*m_listening, 3), (ByteArray{4, 5, 6}));
-}
-
-TEST_P(AnyLine, ComesUpAgainWithAnotherNumberAfterTheConnectingSideRestarted)
+TEST_P(LineWithPeer, ComesUpAgainWithAnotherNumberAfterTheConnectingSideRestarted)
 {
     connect();
     const std::uint64_t first = m_listening->lineNumber();
     m_connecting = m_line->connecting();
     m_connecting->open(now());
     EXPECT_TRUE(goesDown(*m_listening, first));
-    ASSERT_TRUE(serviceUntil({m_listening.get(), m_connecting.get()},
-                             [&] { return bothUp(*m_listening, *m_connecting); }));
+    ASSERT_TRUE(comeUp());
     EXPECT_NE(m_listening->lineNumber(), first);
     EXPECT_EQ(write(*m_connecting, {7}), 1u);
     EXPECT_EQ(readBytes(*m_listening, 1), ByteArray{7});
 }
 
-TEST_P(AnyLine, ComesUpAgainWithAnotherNumberAfterTheListeningSideRestarted)
+TEST_P(LineWithPeer, ComesUpAgainWithAnotherNumberAfterTheListeningSideRestarted)
 {
     connect();
     const std::uint64_t first = m_connecting->lineNumber();
@@ -302,23 +477,4 @@ TEST_P(AnyLine, ComesUpAgainWithAnotherNumberAfterTheListeningSideRestarted)
     EXPECT_NE(m_connecting->lineNumber(), first);
     EXPECT_EQ(write(*m_listening, {8}), 1u);
     EXPECT_EQ(readBytes(*m_connecting, 1), ByteArray{8});
-}
-
-TEST_P(AnyLine, ClosingTakesItDownAtOnce)
-{
-    connect();
-    m_listening->close();
-    EXPECT_EQ(m_listening->lineNumber(), 0u);
-    EXPECT_EQ(write(*m_listening, {1}), 0u);
-    m_listening->close();
-}
-
-TEST_P(AnyLine, CanBeOpenedAgain)
-{
-    connect();
-    const std::uint64_t first = m_listening->lineNumber();
-    m_listening->close();
-    EXPECT_TRUE(goesDown(*m_connecting, m_connecting->lineNumber()));
-    connect();
-    EXPECT_NE(m_listening->lineNumber(), first);
 }

@@ -267,8 +267,8 @@ TEST_P(SocketLineTest, ALineOnWhichSomebodyListensIsNotTakenButWaitedFor)
 class UnixLayerTest : public ::testing::Test
 {
 protected:
-    std::unique_ptr<Layer> listening() const { return makeSocketLayer("unix", m_path, true); }
-    std::unique_ptr<Layer> connecting() const { return makeSocketLayer("unix", m_path, false); }
+    std::unique_ptr<Layer> listening() const { return makeLayer("unix", m_path, true); }
+    std::unique_ptr<Layer> connecting() const { return makeLayer("unix", m_path, false); }
 
     const TemporaryDirectory m_directory;
     const std::string m_path = m_directory.file("link");
@@ -321,7 +321,7 @@ TEST_F(UnixLayerTest, ADirectoryThatIsMissingIsSaidOnceAndWaitedFor)
 {
     const LinkLogCapture log;
     const std::string path = m_directory.file("later/link");
-    const auto layer = makeSocketLayer("unix", path, true);
+    const auto layer = makeLayer("unix", path, true);
     layer->open(now());
     attemptsWithin(*layer, 3s);
     EXPECT_EQ(log.lines().size(), 1u);
@@ -335,7 +335,7 @@ TEST_F(UnixLayerTest, APathThatNoSocketCanHaveIsSaidOnceAndNotTriedAgain)
     for (const bool listens : {true, false}) {
         for (const std::string& path : {std::string(108, 'x'), std::string()}) {
             const LinkLogCapture log;
-            const auto layer = makeSocketLayer("unix", path, listens);
+            const auto layer = makeLayer("unix", path, listens);
             layer->open(now());
             EXPECT_EQ(layer->nextService(), HostLinkTime::max());
             EXPECT_EQ(log.count("1 to 107 bytes, this one has " + std::to_string(path.size())), 1u);
@@ -347,8 +347,8 @@ TEST_F(UnixLayerTest, ThePathMayBeAsLongAsASocketsPathCanBe)
 {
     const std::string path = m_directory.file(std::string(106 - m_directory.file("").size() + 1, 'x'));
     ASSERT_EQ(path.size(), 107u);
-    const auto layer = makeSocketLayer("unix", path, true);
-    const auto peer = makeSocketLayer("unix", path, false);
+    const auto layer = makeLayer("unix", path, true);
+    const auto peer = makeLayer("unix", path, false);
     layer->open(now());
     peer->open(now());
     EXPECT_TRUE(comeUp(*layer, *peer));
@@ -368,8 +368,8 @@ class TcpLayerTest : public ::testing::Test
 protected:
     static bool meet(const std::string& listening, const std::string& connecting)
     {
-        const auto layer = makeSocketLayer("tcp", listening, true);
-        const auto peer = makeSocketLayer("tcp", connecting, false);
+        const auto layer = makeLayer("tcp", listening, true);
+        const auto peer = makeLayer("tcp", connecting, false);
         layer->open(now());
         peer->open(now());
         return comeUp(*layer, *peer);
@@ -433,7 +433,7 @@ TEST_F(TcpLayerTest, WhatIsNoHostAndPortIsSaidOnceAndNotTriedAgain)
          {"", "host", "host:", "host:0", "host:65536", "host:-1", "host:x", "host:80x", "::1:80"}) {
         for (const bool listens : {true, false}) {
             const LinkLogCapture log;
-            const auto layer = makeSocketLayer("tcp", device, listens);
+            const auto layer = makeLayer("tcp", device, listens);
             layer->open(now());
             EXPECT_EQ(layer->nextService(), HostLinkTime::max()) << device;
             EXPECT_EQ(log.count("not HOST:PORT"), 1u) << device;
@@ -444,7 +444,7 @@ TEST_F(TcpLayerTest, WhatIsNoHostAndPortIsSaidOnceAndNotTriedAgain)
 TEST_F(TcpLayerTest, ANameThatIsUnknownIsSaid)
 {
     const LinkLogCapture log;
-    const auto layer = makeSocketLayer("tcp", "no-such-host.invalid:" + m_port, false);
+    const auto layer = makeLayer("tcp", "no-such-host.invalid:" + m_port, false);
     layer->open(now());
     EXPECT_TRUE(
         serviceUntil({layer.get()}, [&] { return log.count("cannot find no-such-host.invalid") > 0; }));

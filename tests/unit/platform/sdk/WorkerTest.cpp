@@ -169,6 +169,36 @@ TEST_F(WorkerTest, WrongTypeIsAnErrorAndLeavesTheNode)
     EXPECT_EQ(record.count(), 0U);
 }
 
+TEST_F(WorkerTest, TheOwnersCheckRefusesOutsidersNotTheOwner)
+{
+    m_node->setValue(i32(5));
+    m_node->setCheck([](const VornValue& value) {
+        return value.i32() > 9 ? QStringLiteral("at most 9, not %1").arg(value.i32()) : QString();
+    });
+    const CMError error = write(kPath, i32(10));
+    EXPECT_EQ(error.code(), CMError::Refused);
+    EXPECT_EQ(error.Message(), "/test/worker: at most 9, not 10");
+    EXPECT_EQ(valueAt(kPath).i32(), 5);
+    EXPECT_FALSE(write(kPath, i32(9)).isError());
+    EXPECT_EQ(valueAt(kPath).i32(), 9);
+    m_node->setValue(i32(10));
+    EXPECT_EQ(valueAt(kPath).i32(), 10);
+}
+
+TEST_F(WorkerTest, TheOwnersCheckSeesValuesOfTheRightTypeOnly)
+{
+    m_node->setValue(i32(5));
+    int checked = 0;
+    m_node->setCheck([&](const VornValue&) {
+        ++checked;
+        return QString();
+    });
+    EXPECT_EQ(write(kPath, text("5")).code(), CMError::WrongType);
+    EXPECT_EQ(checked, 0);
+    EXPECT_FALSE(write(kPath, i32(6)).isError());
+    EXPECT_EQ(checked, 1);
+}
+
 TEST_F(WorkerTest, HashNodesTakeAnyHash)
 {
     m_node->setValue(VornHash{{"name", "x"}});

@@ -17,6 +17,7 @@ public:
         VornValue found;
         found["nodes"] = CMNodes::list();
         found["tunnel"] = getValue(VornHostLinkTcpTunnelingConfPath());
+        found["diracSlots"] = getValue(VornDiracSlotsSettingsPath());
         found["config"] = config;
         CMValueNode::create(nodes(), CMPath("/test/found"))->setValue(found);
         CMValueNode::create(nodes(), VornHostLinkKestalPrimeBtFirmwareVersion())
