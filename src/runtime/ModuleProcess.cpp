@@ -4,6 +4,7 @@
 #include "platform/sdk/MetaTypes.h"
 #include "platform/sdk/Paths.h"
 #include "runtime/EmulatedLine.h"
+#include "runtime/LinkCounters.h"
 #include "services/NodeSettings.h"
 #include "services/PlayerVolume.h"
 #include "services/PowerManager.h"
@@ -72,6 +73,7 @@ bool ModuleProcess::createNodes(const Profile& profile, const QString& plugin, Q
     if (!createWorker(plugin, error)) {
         return false;
     }
+    m_linkCounters = std::make_unique<LinkCounters>();
     m_powerManager = std::make_unique<PowerManager>();
     m_playerVolume = std::make_unique<PlayerVolume>();
     m_profileNodes->createAfterWorker();

@@ -11,6 +11,7 @@
 #include "runtime/PluginLoader.h"
 #include "runtime/StateDirectory.h"
 
+class LinkCounters;
 class NodeSettings;
 class PlayerVolume;
 class PowerManager;
@@ -53,6 +54,7 @@ private:
     std::shared_ptr<std::unique_ptr<HostLinkPhysicalLayer>> m_line; ///< open, until the worker takes it
     std::unique_ptr<NodeApi> m_api = std::make_unique<NodeApi>();
     PluginLoader m_plugin;
+    std::unique_ptr<LinkCounters> m_linkCounters;
     std::unique_ptr<ProfileNodes> m_profileNodes;
     std::unique_ptr<PowerManager> m_powerManager;
     std::unique_ptr<PlayerVolume> m_playerVolume;

@@ -13,6 +13,7 @@
 #include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkReceiver.h"
 #include "platform/hostlink/HostLinkSender.h"
+#include "platform/hostlink/HostLinkTrace.h"
 
 using namespace std::chrono_literals;
 
@@ -67,6 +68,7 @@ struct HostLinkCore::Private {
     void endForGood(const char* why, HostLinkTime now);
 
     bool mayQueue(MessageClass messageClass, std::size_t size) const;
+    bool queue(const ByteArray& message, HostLinkTime now);
     void sayIfTooLong(MessageClass messageClass, const ByteArray& message) const;
     static void sayDown(bool& said, const char* why);
 
@@ -127,6 +129,7 @@ HostLinkCore::~HostLinkCore() = default;
 
 void HostLinkCore::lineUp(HostLinkTime now)
 {
+    HostLinkTrace::line("up");
     d->lineIsUp = true;
     d->refused = false;
     d->versionWarned = false;
@@ -137,6 +140,7 @@ void HostLinkCore::lineUp(HostLinkTime now)
 
 void HostLinkCore::lineDown(HostLinkTime)
 {
+    HostLinkTrace::line("down");
     d->lineIsUp = false;
     d->greeting = true;
     d->decoder.reset();
@@ -156,9 +160,11 @@ void HostLinkCore::receive(const std::uint8_t* bytes, std::size_t size, HostLink
             return;
         }
         if (result == HostLinkFrameDecoder::Result::Frame) {
+            HostLinkTrace::frame(HostLinkTrace::Direction::In, d->decoder.frame());
             d->receiveFrame(d->decoder.frame(), now);
             continue;
         }
+        HostLinkTrace::damaged(d->decoder.damagedSize());
         ++d->counters.framesDamaged;
         if (!d->greeting && d->decoder.damagedSize() > kAckEncodedSize) {
             d->receiver.damaged();
@@ -212,22 +218,15 @@ HostLinkTime HostLinkCore::deadline() const
 
 bool HostLinkCore::send(const ByteArray& message, HostLinkTime now)
 {
-    const MessageClass messageClass = ::messageClass(HostLinkMessage::messageId(message));
-    if (!d->mayQueue(messageClass, message.size())) {
+    const bool taken = d->queue(message, now);
+    if (taken) {
+        ++d->counters.messagesSent;
+        HostLinkTrace::message(HostLinkTrace::Direction::Out, message);
+    } else {
         ++d->counters.messagesRefused;
-        d->sayIfTooLong(messageClass, message);
-        return false;
+        HostLinkTrace::refused(message);
     }
-    if (!d->sender.fits(messageClass, message.size())) {
-        ++d->counters.messagesRefused;
-        if (messageClass == MessageClass::State && d->session == Session::Established) {
-            d->endForGood("the queue of state messages is full", now);
-        }
-        return false;
-    }
-    d->sender.queue(messageClass, message);
-    ++d->counters.messagesSent;
-    return true;
+    return taken;
 }
 
 bool HostLinkCore::writable(MessageClass messageClass, std::size_t size) const
@@ -242,7 +241,11 @@ std::size_t HostLinkCore::queuedBytes(MessageClass messageClass) const
 
 bool HostLinkCore::take(ByteArray& message)
 {
-    return d->receiver.take(message);
+    const bool taken = d->receiver.take(message);
+    if (taken) {
+        HostLinkTrace::message(HostLinkTrace::Direction::In, message);
+    }
+    return taken;
 }
 
 void HostLinkCore::handled(MessageClass messageClass, std::size_t size, HostLinkTime)
@@ -312,6 +315,23 @@ bool HostLinkCore::Private::mayQueue(MessageClass messageClass, std::size_t size
 {
     return !closed && session != Session::Ended && !receiver.answersFormerPeer() && size > 0
            && sender.canHold(messageClass, size);
+}
+
+bool HostLinkCore::Private::queue(const ByteArray& message, HostLinkTime now)
+{
+    const MessageClass messageClass = ::messageClass(HostLinkMessage::messageId(message));
+    if (!mayQueue(messageClass, message.size())) {
+        sayIfTooLong(messageClass, message);
+        return false;
+    }
+    if (!sender.fits(messageClass, message.size())) {
+        if (messageClass == MessageClass::State && session == Session::Established) {
+            endForGood("the queue of state messages is full", now);
+        }
+        return false;
+    }
+    sender.queue(messageClass, message);
+    return true;
 }
 
 /// Nothing else would tell why the peer waits in vain.
@@ -482,6 +502,7 @@ void HostLinkCore::Private::learnPeer(std::uint64_t newInstance, HostLinkTime no
 bool HostLinkCore::Private::joinSession(const HostLinkHello& hello)
 {
     if (joined) {
+        HostLinkTrace::session("resumed");
         receiver.resume();
         return sender.resume(hello.received);
     }
@@ -499,6 +520,7 @@ bool HostLinkCore::Private::joinSession(const HostLinkHello& hello)
     noProgressSaid = false;
     session = Session::Established;
     ++sessions;
+    HostLinkTrace::session("begins");
     return true;
 }
 
@@ -507,6 +529,7 @@ void HostLinkCore::Private::endSession(const char* why, bool forGood)
     if (session != Session::Established) {
         return;
     }
+    HostLinkTrace::session("ended:", why);
     session = Session::Ended;
     joined = false;
     receiver.endSession();
@@ -627,6 +650,8 @@ HostLinkCore::Bytes HostLinkCore::Private::transmitFrame(HostLinkFrame frame, bo
         frame.acknowledgement = receiver.acknowledgement();
         receiver.acknowledgementSent(frame.control == HostLinkControl::Nak);
     }
+    const bool again = zeroFirst && (frame.control & HostLinkControl::Sequenced) != 0;
+    HostLinkTrace::frame(HostLinkTrace::Direction::Out, frame, again);
     ++counters.framesSent;
     lastSent = now;
     encoder.encode(frame, zeroFirst);

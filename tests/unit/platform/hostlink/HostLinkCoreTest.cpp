@@ -15,6 +15,7 @@
 #include "support/LinkMessages.h"
 #include "support/ScriptedPeer.h"
 #include "support/SimulatedLink.h"
+#include "support/SlowLineRun.h"
 #include "support/TestSeeds.h"
 
 using namespace std::chrono_literals;
@@ -745,6 +746,17 @@ TEST(HostLinkCore, BulkUsesAtLeast97PercentOfASlowLine)
     EXPECT_EQ(link.a->counters().framesRepeated, 0U);
     const double seconds = std::chrono::duration<double>(link.now - begin).count();
     EXPECT_GE(60 * 4 * 501 / seconds, 0.97 * 11520);
+}
+
+TEST(HostLinkCore, BulkFillsASlowAndFarLineWhileGetsAreAnsweredBehindOneSegment)
+{
+    for (const HostLinkDuration delay : {HostLinkDuration(100us), HostLinkDuration(5ms)}) {
+        SlowLineRun run(delay);
+        run.run(200);
+        EXPECT_GE(run.bulkRate(), 0.97 * SlowLineRun::kLineRate);
+        EXPECT_LE(run.slowGet(), 60ms);
+        EXPECT_EQ(run.repeated(), 0U);
+    }
 }
 
 TEST(HostLinkCore, AWaitingBulkSegmentGoesAfterEightStateSegments)
