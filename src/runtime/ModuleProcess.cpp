@@ -5,6 +5,8 @@
 #include "platform/sdk/Paths.h"
 #include "runtime/EmulatedLine.h"
 #include "runtime/LinkCounters.h"
+#include "services/Bluetooth.h"
+#include "services/Network.h"
 #include "services/NodeSettings.h"
 #include "services/PlayerVolume.h"
 #include "services/PowerManager.h"
@@ -76,6 +78,8 @@ bool ModuleProcess::createNodes(const Profile& profile, const QString& plugin, Q
     m_linkCounters = std::make_unique<LinkCounters>();
     m_powerManager = std::make_unique<PowerManager>();
     m_playerVolume = std::make_unique<PlayerVolume>();
+    m_network = std::make_unique<Network>();
+    m_bluetooth = std::make_unique<Bluetooth>();
     m_profileNodes->createAfterWorker();
     m_nodeSettings->adopt();
     return true;
