@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "platform/hostlink/HostLinkPort.h"
+#include "platform/hostlink/HostLinkTrace.h"
 #include "support/LineKind.h"
 #include "support/LinkLogCapture.h"
 
@@ -710,6 +711,23 @@ TEST(LiveTransports, CanBeReadWhileOthersWorkStartAndStop)
     }
     done = true;
     reader.join();
+}
+
+TEST(LiveTransports, CanBeTracedWhileTheyWorkAndTheTraceTurnedOff)
+{
+    auto [moduleEnd, hostEnd] = memoryLayerPair();
+    End module(std::move(moduleEnd));
+    End host(std::move(hostEnd));
+    module.transport.start();
+    host.transport.start();
+    for (std::uint8_t n = 0; n < 50; ++n) {
+        std::size_t lines = 0; // only while it listens, and by one thread at a time
+        HostLinkTrace::setSink([&lines](const std::string& line) { lines += line.empty() ? 0 : 1; });
+        ASSERT_NE(host.transport.send(stateMessage(20, n)), 0);
+        ASSERT_EQ(module.inbox.next(), stateMessage(20, n));
+        HostLinkTrace::setSink({});
+        EXPECT_GE(lines, 2U);
+    }
 }
 
 TEST_F(TransportTest, AnObserverMayStopAll)
