@@ -66,7 +66,8 @@ private:
         const HostLinkTime asked = m_link.now;
         m_answered = false;
         m_link.a->send(message(MSG_GetState, 1, 4), m_link.now);
-        while (!m_answered) {
+        const HostLinkTime giveUp = asked + std::chrono::seconds(2);
+        while (!m_answered && m_link.now < giveUp) {
             pass(std::chrono::microseconds(100));
         }
         m_gets.push_back(m_link.now - asked);
