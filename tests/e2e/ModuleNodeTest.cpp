@@ -106,6 +106,20 @@ TEST_F(ModuleNode, OnlyTheOwnerMayOpenTheApi)
     EXPECT_EQ(status.st_mode & 0777, 0600);
 }
 
+namespace
+{
+/// Errors but the one of a machine whose kernel has no virtual input devices.
+std::string withoutUInput(const std::string& errors)
+{
+    std::istringstream lines(errors);
+    std::string others;
+    for (std::string line; std::getline(lines, line);) {
+        others += line.find("Uinput not available") == std::string::npos ? line + '\n' : "";
+    }
+    return others;
+}
+} // namespace
+
 TEST_F(ModuleNode, ASignalEndsTheModuleAndLeavesNothing)
 {
     for (const int signal : {SIGTERM, SIGINT}) {
@@ -114,7 +128,7 @@ TEST_F(ModuleNode, ASignalEndsTheModuleAndLeavesNothing)
         const ProgramResult end = module->wait();
         EXPECT_EQ(end.status, 0);
         EXPECT_EQ(end.out, m_ready + '\n');
-        EXPECT_EQ(end.err, "");
+        EXPECT_EQ(withoutUInput(end.err), "");
         EXPECT_FALSE(exists(standard("api.socket")));
         EXPECT_FALSE(exists(standard("link.socket")));
     }

@@ -71,6 +71,7 @@ TEST_F(UpgradeFlagTest, ToldTwiceTheHostIsToldTwiceAndOneEmptyFlagIsLeft)
 TEST_F(UpgradeFlagTest, WithoutItsDirectoryTheHostIsToldAllTheSame)
 {
     fs::remove(kDirectory);
+    m_log.clear();
     tellOfUpgrade();
     EXPECT_EQ(receive(), kStatus);
     EXPECT_TRUE(nothingSent());
@@ -81,6 +82,7 @@ TEST_F(UpgradeFlagTest, WithoutItsDirectoryTheHostIsToldAllTheSame)
 TEST_F(UpgradeFlagTest, WhereNothingCanBeWrittenTheHostIsToldAllTheSame)
 {
     m_settings.makeReadOnly();
+    m_log.clear();
     tellOfUpgrade();
     EXPECT_EQ(receive(), kStatus);
     EXPECT_TRUE(nothingSent());
