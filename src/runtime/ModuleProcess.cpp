@@ -4,6 +4,8 @@
 #include "platform/sdk/MetaTypes.h"
 #include "platform/sdk/Paths.h"
 #include "runtime/EmulatedLine.h"
+#include "services/Bluetooth.h"
+#include "services/Network.h"
 #include "services/NodeSettings.h"
 #include "services/PlayerVolume.h"
 #include "services/PowerManager.h"
@@ -74,6 +76,8 @@ bool ModuleProcess::createNodes(const Profile& profile, const QString& plugin, Q
     }
     m_powerManager = std::make_unique<PowerManager>();
     m_playerVolume = std::make_unique<PlayerVolume>();
+    m_network = std::make_unique<Network>();
+    m_bluetooth = std::make_unique<Bluetooth>();
     m_profileNodes->createAfterWorker();
     m_nodeSettings->adopt();
     return true;

@@ -11,6 +11,8 @@
 #include "runtime/PluginLoader.h"
 #include "runtime/StateDirectory.h"
 
+class Bluetooth;
+class Network;
 class NodeSettings;
 class PlayerVolume;
 class PowerManager;
@@ -56,6 +58,8 @@ private:
     std::unique_ptr<ProfileNodes> m_profileNodes;
     std::unique_ptr<PowerManager> m_powerManager;
     std::unique_ptr<PlayerVolume> m_playerVolume;
+    std::unique_ptr<Network> m_network;
+    std::unique_ptr<Bluetooth> m_bluetooth;
     std::unique_ptr<NodeSettings> m_nodeSettings;
     std::unique_ptr<SystemManager> m_systemManager;
     std::unique_ptr<CMNodesWorker> m_worker;

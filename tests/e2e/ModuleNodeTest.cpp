@@ -331,6 +331,28 @@ TEST_F(ModuleNode, AWorkerOfAnotherPluginIsRun)
     EXPECT_EQ(get("VornPlayerMutePath"), "false\n");
 }
 
+TEST_F(ModuleNode, StatesOfProxiesThatTheWorkerLeavesOutAnswerWithTheLabWorkerOnly)
+{
+    const Arguments served{"--json", "get", "32", "33", "37", "46", "47"};
+    const Arguments never{"--json", "get", "41", "42", "43", "44", "45", "48"};
+    const auto nils = [this](const Arguments& arguments) {
+        const std::string answer = host(arguments).out;
+        std::size_t count = 0;
+        for (std::size_t at = 0; (at = answer.find("\"nil\"", at)) != std::string::npos; ++at) {
+            ++count;
+        }
+        return count;
+    };
+    {
+        const auto module = startModule();
+        EXPECT_EQ(nils(served), 5U);
+        EXPECT_EQ(nils(never), 6U);
+    }
+    const auto module = startModule({"--plugin", LAB_WORKER});
+    EXPECT_EQ(nils(served), 0U);
+    EXPECT_EQ(nils(never), 6U);
+}
+
 TEST_F(ModuleNode, HostAndNodesSeeTheSameValues)
 {
     const auto module = startModule();

@@ -243,3 +243,34 @@ TEST_F(ModuleServices, APowerTargetThatStaysTheSameLeavesTheLink)
     watch.waitForLine("25");
     EXPECT_EQ(host({"get", "STA_Mute"}).status, 0);
 }
+
+TEST_F(ModuleServices, AHostMakesTheModuleDiscoverableAndDials)
+{
+    Program watch({"host", "watch", "STA_BluetoothDiscoverable"});
+    watch.waitForLine("STA_BluetoothDiscoverable\tu8\t0");
+    // The link is for one host: the other side of the state does the rest.
+    EXPECT_EQ(node({"invoke", "VornBluetoothRequestDiscoverablePath", R"({"name":"hostLink"})"}).status, 0);
+    watch.waitForLine("STA_BluetoothDiscoverable\tu8\t1");
+    watch.signal(SIGINT);
+    watch.wait();
+
+    EXPECT_EQ(host({"set", "STA_BluetoothDiscoverable=0"}).status, 0);
+    EXPECT_EQ(host({"get", "STA_BluetoothDiscoverable"}).out, "STA_BluetoothDiscoverable\tu8\t0\n");
+    EXPECT_EQ(host({"set", "STA_BluetoothDiscoverable=1"}).status, 0);
+    EXPECT_EQ(get("VornBluetoothStatePath"),
+              R"({"bluetoothState":{"connected":false,"discoverable":true,"pairable":true}})"
+              "\n");
+    EXPECT_EQ(host({"set", "STA_BluetoothOutgoingCall=+495551234"}).status, 0) << "the outcome is not told";
+    EXPECT_EQ(node({"invoke", "VornBluetoothDialCallPath", R"({"string_":"+495551234"})"}).err,
+              "hostlink node: /bluetooth/dialCall: no device is connected\n");
+}
+
+TEST_F(ModuleServices, TheNetworkOfTheMachineIsShownUntilAnotherIsWritten)
+{
+    EXPECT_NE(get("VornNetworkInfoPath").find(R"("wired":{"cableConnected":)"), std::string::npos);
+    set("VornNetworkInfoPath", R"({"networkInfo":{"state":1,"wireless":{"state":1}}})");
+    const Arguments states{"get", "STA_NetworkState", "STA_NetworkConnectionType"};
+    EXPECT_EQ(host(states).out, "STA_NetworkState\tu8\t1\nSTA_NetworkConnectionType\tu8\t2\n");
+    set("VornNetworkInfoPath", R"({"networkInfo":{"state":0,"softAp":{"state":1}}})");
+    EXPECT_EQ(host(states).out, "STA_NetworkState\tu8\t3\nSTA_NetworkConnectionType\tu8\t3\n");
+}

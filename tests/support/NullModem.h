@@ -70,29 +70,31 @@ private:
         std::array<ByteArray, 2> pending; // for each side
         for (;;) {
             pollfd descriptors[3] = {{m_stop.get(), POLLIN, 0}, {}, {}};
-            bool isClosed[2];
             for (int side = 0; side < 2; ++side) {
                 const short events =
                     short((pending[1 - side].empty() ? POLLIN : 0) | (pending[side].empty() ? 0 : POLLOUT));
-                pollfd probe{m_terminals[side]->master(), POLLIN, 0};
-                ::poll(&probe, 1, 0);
-                isClosed[side] = probe.revents == POLLHUP;
-                descriptors[1 + side] = {isClosed[side] ? -1 : m_terminals[side]->master(), events, 0};
+                descriptors[1 + side] = {isClosed(side) ? -1 : m_terminals[side]->master(), events, 0};
             }
             // Nothing tells of a closed terminal that is opened again.
             constexpr int kLookAgainMs = 1;
-            ::poll(descriptors, 3, isClosed[0] || isClosed[1] ? kLookAgainMs : -1);
+            ::poll(descriptors, 3, descriptors[1].fd < 0 || descriptors[2].fd < 0 ? kLookAgainMs : -1);
             if (descriptors[0].revents != 0) {
                 return;
             }
             for (int side = 0; side < 2; ++side) {
-                if (isClosed[side]) {
-                    pending[side].clear();
-                }
                 take(side, pending[1 - side]);
+            }
+            for (int side = 0; side < 2; ++side) {
                 give(side, pending[side]);
             }
         }
+    }
+
+    bool isClosed(int side) const
+    {
+        pollfd probe{m_terminals[side]->master(), POLLIN, 0};
+        ::poll(&probe, 1, 0);
+        return probe.revents == POLLHUP;
     }
 
     void take(int side, ByteArray& pending)
@@ -104,7 +106,9 @@ private:
 
     void give(int side, ByteArray& pending)
     {
-        if (pending.empty()) {
+        // Asked now: whoever has opened the device meanwhile may have been sent something since.
+        if (pending.empty() || isClosed(side)) {
+            pending.clear();
             return;
         }
         const ssize_t size = ::write(m_terminals[side]->master(), pending.data(), pending.size());
