@@ -12,6 +12,7 @@ public:
     VORN_FIELD(qint32, sampleFrequency, setSampleFrequency, SampleFrequency) ///< Hz
     VORN_FIELD(qint32, nrAudioChannels, setNrAudioChannels, NrAudioChannels)
     VORN_FIELD(qint32, bitsPerSample, setBitsPerSample, BitsPerSample)
+    VORN_FIELD(qint64, duration, setDuration, Duration) ///< milliseconds
 };
 
 /// What is said about a media item.
@@ -25,6 +26,7 @@ public:
     VORN_FIELD(QString, externalServiceID, setExternalServiceID, ExternalServiceID) ///< goes before serviceID
     VORN_FIELD(QString, externalAppName, setExternalAppName, ExternalAppName)       ///< empty: it is idle
     VORN_FIELD(qint32, maximumRetryCount, setMaximumRetryCount, MaximumRetryCount)
+    VORN_FIELD(bool, canBeRated, setCanBeRated, CanBeRated) ///< its service takes likes and dislikes
 };
 
 /// The playable side of a media item.
