@@ -64,16 +64,18 @@ quint32 microseconds(qint32 milliseconds)
 }
 
 /// Appends one option of an address. They are all set off alike: the player takes it so.
-void addOption(QString& uri, const char* name, const QString& value)
-{
-    uri += QLatin1Char('?') + QLatin1String(name) + QLatin1Char('=') + value;
-}
-
 template <typename Number>
-void addNumber(QString& uri, const char* name, Number number)
+void addNumberOption(QString& uri, const char* option, Number number)
 {
     if (number != 0) {
-        addOption(uri, name, QString::number(number));
+        uri += option + QString::number(number);
+    }
+}
+
+void addOption(QString& uri, const char* option, const QString& text)
+{
+    if (!text.isEmpty()) {
+        uri += option + text;
     }
 }
 
@@ -81,14 +83,14 @@ void addFormat(const VornPlayerAudioDevice& device, VornResource& resource, QStr
 {
     if (device.format().isEmpty()) {
         if (device.bps() != 0) {
-            addOption(uri, "format", QString("S%1LE").arg(device.bps()));
+            uri += QString("?format=S%1LE").arg(device.bps());
             resource.setBitsPerSample(device.bps());
         }
         return;
     }
     audioUtils::PcmFormat format{};
     if (audioUtils::fromSndPcmString(format, device.format().toStdString())) {
-        addOption(uri, "format", QString::fromStdString(audioUtils::toGstString(format)));
+        addOption(uri, "?format=", QString::fromStdString(audioUtils::toGstString(format)));
     }
 }
 
@@ -259,26 +261,22 @@ void PlaybackItemProxy::getAlsaResourceAndUriFromAudioDevice(const VornPlayerAud
                                                              VornResource& resource, QString& uri)
 {
     uri = "alsa://" + device.device();
-    addNumber(uri, "rate", device.sampleRate());
+    addNumberOption(uri, "?rate=", device.sampleRate());
     if (device.sampleRate() != 0) {
         resource.setSampleFrequency(device.sampleRate());
     }
-    addNumber(uri, "channels", device.channels());
+    addNumberOption(uri, "?channels=", device.channels());
     if (device.channels() != 0) {
         resource.setNrAudioChannels(device.channels());
     }
     addFormat(device, resource, uri);
-    addNumber(uri, "latency-time", microseconds(device.periodTime()));
-    addNumber(uri, "buffer-time", microseconds(device.bufferTime()));
-    addNumber(uri, "ts-offset", microseconds(device.inputTsOffset()));
-    addNumber(uri, "drift-comp", device.useDriftComp() ? 1 : 0);
+    addNumberOption(uri, "?latency-time=", microseconds(device.periodTime()));
+    addNumberOption(uri, "?buffer-time=", microseconds(device.bufferTime()));
+    addNumberOption(uri, "?ts-offset=", microseconds(device.inputTsOffset()));
+    uri += device.useDriftComp() ? "?drift-comp=1" : "";
     const VornPlayerSampleRateSource source = device.sampleRateSource();
-    if (!source.soundCard().isEmpty()) {
-        addOption(uri, "sr-card", source.soundCard());
-    }
-    if (!source.sampleRateElement().isEmpty()) {
-        addOption(uri, "sr-elem", source.sampleRateElement());
-    }
+    addOption(uri, "?sr-card=", source.soundCard());
+    addOption(uri, "?sr-elem=", source.sampleRateElement());
 }
 
 int PlaybackItemProxy::getSampleRate(const VornRoles& trackRoles) const
