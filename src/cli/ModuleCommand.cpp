@@ -22,6 +22,7 @@ struct Options {
     std::string api;
     std::string stateDirectory;
     std::string profile;
+    std::string playlist;
     std::string plugin;
     std::optional<int> tunnelPort;
     std::optional<int> tunnelConnections;
@@ -60,6 +61,7 @@ ModuleProcess::Settings settingsOf(const Options& options, const LinkUrl& link)
     settings.stateDirectory =
         fileName(options.stateDirectory.empty() ? userFile("state") : options.stateDirectory);
     settings.profileFile = fileName(options.profile);
+    settings.playlistFile = fileName(options.playlist);
     settings.plugin = options.plugin.empty() ? standardPlugin() : fileName(options.plugin);
     settings.tunnelPort = options.tunnelPort;
     settings.tunnelConnections = options.tunnelConnections;
@@ -92,7 +94,7 @@ int run(const Options& options)
     const ModuleProcess::Start start = module.start(settings, &error);
     if (start != ModuleProcess::Start::Ready) {
         std::cerr << "hostlink module: " << error.toStdString() << std::endl;
-        return start == ModuleProcess::Start::BadProfile ? WrongUsage : NoLink;
+        return start == ModuleProcess::Start::BadFile ? WrongUsage : NoLink;
     }
     QSocketNotifier stop(interrupts.descriptor(), QSocketNotifier::Read);
     QObject::connect(&stop, &QSocketNotifier::activated, &application, &QCoreApplication::quit);
@@ -127,6 +129,8 @@ void addModuleCommand(CLI::App& app, int* status)
         ->add_option("--profile", options->profile,
                      "Nodes and their first values, in place of the standard ones")
         ->type_name("FILE");
+    module->add_option("--playlist", options->playlist, "Tracks of the player, in place of the standard ones")
+        ->type_name("FILE");
     module->add_option("--plugin", options->plugin, "The worker's plug-in [../lib/hostlinkworker.so]")
         ->type_name("FILE");
     module
@@ -159,7 +163,15 @@ void addModuleCommand(CLI::App& app, int* status)
         "  {\"VornPlayerMutePath\": {\"bool_\": true}, \"/my/node\": {\"string_\": \"text\"}}\n"
         "Its key \"settings\" may list the nodes that keep their values in the state directory, where\n"
         "they go before the profile's.\n\n"
-        "Exit status: 0 ended by a signal, 2 wrong usage or a bad profile, 3 cannot start (link,\n"
+        "A playlist is a JSON list of tracks; any field may be left out, a track without a duration has\n"
+        "no end, one with an error fails:\n"
+        "  [{\"title\": \"A\", \"artist\": \"B\", \"album\": \"C\", \"icon\": \"http://d/e.png\", "
+        "\"service\": \"Files\",\n"
+        "    \"duration\": 214000, \"canBeRated\": true, \"uri\": \"file:///f.flac\", \"mimeType\": "
+        "\"audio/flac\",\n"
+        "    \"sampleRate\": 96000, \"channels\": 2, \"bits\": 24}, {\"title\": \"G\", \"error\": \"no such "
+        "file\"}]\n\n"
+        "Exit status: 0 ended by a signal, 2 wrong usage, a bad profile or playlist, 3 cannot start (link,\n"
         "socket or state directory in use, no plug-in).");
     module->callback([options, status] { *status = run(*options); });
 }

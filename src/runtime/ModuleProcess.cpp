@@ -7,12 +7,17 @@
 #include "runtime/EmulatedLine.h"
 #include "runtime/LinkCounters.h"
 #include "services/Bluetooth.h"
+#include "services/DiracSlots.h"
+#include "services/Equalizer.h"
 #include "services/Network.h"
 #include "services/NodeSettings.h"
+#include "services/Player.h"
 #include "services/PlayerVolume.h"
+#include "services/Playlist.h"
 #include "services/PowerManager.h"
 #include "services/Profile.h"
 #include "services/ProfileNodes.h"
+#include "services/RoonElements.h"
 #include "services/SystemManager.h"
 
 namespace
@@ -55,22 +60,29 @@ ModuleProcess::Start ModuleProcess::start(const Settings& settings, QString* err
     std::optional<Profile> profile =
         settings.profileFile.isEmpty() ? Profile::standard() : Profile::load(settings.profileFile, error);
     if (!profile) {
-        return Start::BadProfile;
+        return Start::BadFile;
+    }
+    const std::optional<Playlist::Tracks> playlist =
+        settings.playlistFile.isEmpty() ? Playlist::standard() : Playlist::load(settings.playlistFile, error);
+    if (!playlist) {
+        return Start::BadFile;
     }
     applyTunnelSettings(settings, &*profile);
     if (!m_api->listen(settings.apiSocket, error) || !replaceLine(settings, error)
         || !m_stateDirectory.open(settings.stateDirectory, error)
-        || !createNodes(*profile, settings.plugin, error)) {
+        || !createNodes(*profile, *playlist, settings.plugin, error)) {
         return Start::Failed;
     }
     return Start::Ready;
 }
 
-bool ModuleProcess::createNodes(const Profile& profile, const QString& plugin, QString* error)
+bool ModuleProcess::createNodes(const Profile& profile, const QVector<Track>& playlist, const QString& plugin,
+                                QString* error)
 {
     m_nodeSettings = std::make_unique<NodeSettings>(m_stateDirectory.file(kSettingsFile), profile.settings());
     m_systemManager = std::make_unique<SystemManager>(m_nodeSettings.get());
     m_profileNodes = std::make_unique<ProfileNodes>(profile);
+    m_diracSlots = std::make_unique<DiracSlots>();
     m_profileNodes->createBeforeWorker();
     m_nodeSettings->adopt();
     if (!createWorker(plugin, error)) {
@@ -78,7 +90,10 @@ bool ModuleProcess::createNodes(const Profile& profile, const QString& plugin, Q
     }
     m_linkCounters = std::make_unique<LinkCounters>();
     m_powerManager = std::make_unique<PowerManager>();
+    m_player = std::make_unique<Player>(playlist);
     m_playerVolume = std::make_unique<PlayerVolume>();
+    m_equalizer = std::make_unique<Equalizer>();
+    m_roonElements = std::make_unique<RoonElements>();
     m_network = std::make_unique<Network>();
     m_bluetooth = std::make_unique<Bluetooth>();
     m_profileNodes->createAfterWorker();

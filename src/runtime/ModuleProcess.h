@@ -12,14 +12,19 @@
 #include "runtime/StateDirectory.h"
 
 class Bluetooth;
+class DiracSlots;
+class Equalizer;
 class LinkCounters;
 class Network;
 class NodeSettings;
+class Player;
 class PlayerVolume;
 class PowerManager;
 class Profile;
 class ProfileNodes;
+class RoonElements;
 class SystemManager;
+struct Track;
 
 /// A module in this process: the services, the worker of a plug-in and the node API, on the process's
 /// one node tree. Needs a QCoreApplication, whose event loop serves it.
@@ -32,12 +37,13 @@ public:
         QString apiSocket;
         QString stateDirectory; ///< keeps the settings; created where missing
         QString profileFile;    ///< empty: the standard profile
+        QString playlistFile;   ///< empty: the standard playlist
         QString plugin;
         std::optional<int> tunnelPort; ///< 0: no tunnelling; nothing: as the profile says
         std::optional<int> tunnelConnections;
     };
 
-    enum class Start { Ready, BadProfile, Failed };
+    enum class Start { Ready, BadFile, Failed }; ///< BadFile: the profile or the playlist
 
     ModuleProcess();
     /// Stops the links, saves the settings, then destroys the worker; the plug-in stays loaded.
@@ -50,16 +56,21 @@ public:
 private:
     bool replaceLine(const Settings& settings, QString* error);
     bool createWorker(const QString& plugin, QString* error);
-    bool createNodes(const Profile& profile, const QString& plugin, QString* error);
+    bool createNodes(const Profile& profile, const QVector<Track>& playlist, const QString& plugin,
+                     QString* error);
 
     StateDirectory m_stateDirectory;
     std::shared_ptr<std::unique_ptr<HostLinkPhysicalLayer>> m_line; ///< open, until the worker takes it
     std::unique_ptr<NodeApi> m_api = std::make_unique<NodeApi>();
     PluginLoader m_plugin;
     std::unique_ptr<LinkCounters> m_linkCounters;
+    std::unique_ptr<DiracSlots> m_diracSlots;
     std::unique_ptr<ProfileNodes> m_profileNodes;
     std::unique_ptr<PowerManager> m_powerManager;
+    std::unique_ptr<Player> m_player;
     std::unique_ptr<PlayerVolume> m_playerVolume;
+    std::unique_ptr<Equalizer> m_equalizer;
+    std::unique_ptr<RoonElements> m_roonElements;
     std::unique_ptr<Network> m_network;
     std::unique_ptr<Bluetooth> m_bluetooth;
     std::unique_ptr<NodeSettings> m_nodeSettings;

@@ -24,24 +24,32 @@ void ProfileNodes::createBeforeWorker()
 
 void ProfileNodes::createAfterWorker()
 {
-    const QStringList list = CMNodes::list();
-    const QSet<QString> standing(list.begin(), list.end());
     const QMap<CMPath, VornValue>& values = m_profile.values();
     for (auto entry = values.begin(); entry != values.end(); ++entry) {
-        if (m_created.contains(entry.key())) {
-            continue;
+        if (!m_done.contains(entry.key())) {
+            create(entry.key(), entry.value());
         }
-        if (standing.contains(entry.key().toString())) {
-            LOG4CPLUS_WARN(s_logger, entry.key().toString().toStdString()
-                                         << " has an owner in the module; the profile's value is not used");
-            continue;
-        }
-        create(entry.key(), entry.value());
     }
 }
 
 void ProfileNodes::create(const CMPath& path, const VornValue& value)
 {
-    CMValueNode::create(nodes(), path)->setValue(value);
-    m_created.insert(path);
+    m_done.insert(path);
+    if (CMNodes::list(path.toString()).contains(path.toString())) {
+        write(path, value);
+    } else {
+        CMValueNode::create(nodes(), path)->setValue(value);
+    }
+}
+
+/// Writes a node of another owner as anybody would; a refusal leaves it as it is.
+void ProfileNodes::write(const CMPath& path, const VornValue& value)
+{
+    const CMReply<QVariant> reply;
+    CMRoot()->setValue(path, value, reply);
+    reply.wait();
+    if (reply.error().isError()) {
+        LOG4CPLUS_WARN(s_logger,
+                       "the profile's value is not used: " << reply.error().Message().toStdString());
+    }
 }

@@ -5,23 +5,24 @@
 #include "platform/sdk/CMWorker.h"
 #include "services/Profile.h"
 
-/// Owns the nodes of a profile that no other part of the module creates.
+/// Gives the nodes of a profile their first values, and owns those of them that no other part of the module
+/// creates.
 class ProfileNodes : public CMNodesWorker
 {
     Q_OBJECT
 public:
     explicit ProfileNodes(Profile profile);
 
-    /// Creates what a worker's constructor reads or writes. To be called before worker_create.
+    /// For what a worker's constructor reads or writes. To be called before worker_create.
     void createBeforeWorker();
 
-    /// Creates the rest, but for paths where a node of another owner stands by now, which the log tells. To
-    /// be called after worker_create.
+    /// For the rest. To be called after worker_create and after all services.
     void createAfterWorker();
 
 private:
     void create(const CMPath& path, const VornValue& value);
+    static void write(const CMPath& path, const VornValue& value);
 
     Profile m_profile;
-    QSet<CMPath> m_created;
+    QSet<CMPath> m_done;
 };

@@ -14,8 +14,13 @@ enum class ProxyClass : std::uint8_t {
     ValueItemProxy,
     HostCommandProxy,
     VolumeItemProxy,
+    PowerItemProxy,
+    PlayControlProxy,
+    PlaybackItemProxy,
     NetworkItemProxy,
+    RoonSignalPathProxy,
     BluetoothItemProxy,
+    PostprocessorItemProxy,
 };
 
 constexpr std::string_view proxyClassName(ProxyClass proxy)
@@ -24,8 +29,13 @@ constexpr std::string_view proxyClassName(ProxyClass proxy)
     case ProxyClass::ValueItemProxy: return "ValueItemProxy";
     case ProxyClass::HostCommandProxy: return "HostCommandProxy";
     case ProxyClass::VolumeItemProxy: return "VolumeItemProxy";
+    case ProxyClass::PowerItemProxy: return "PowerItemProxy";
+    case ProxyClass::PlayControlProxy: return "PlayControlProxy";
+    case ProxyClass::PlaybackItemProxy: return "PlaybackItemProxy";
     case ProxyClass::NetworkItemProxy: return "NetworkItemProxy";
+    case ProxyClass::RoonSignalPathProxy: return "RoonSignalPathProxy";
     case ProxyClass::BluetoothItemProxy: return "BluetoothItemProxy";
+    case ProxyClass::PostprocessorItemProxy: return "PostprocessorItemProxy";
     }
     return {};
 }
@@ -126,7 +136,7 @@ constexpr bool conversionsAgreeWithStates()
     return true;
 }
 static_assert(conversionsAgreeWithStates(), "a converted state has the types of its conversion");
-static_assert(kProxies.size() == 72 && servedStateCount() == 75);
+static_assert(kProxies.size() == 77 && servedStateCount() == 97);
 
 /// The row that owns a state, or nullptr.
 constexpr const ProxyRow* findProxy(State state)

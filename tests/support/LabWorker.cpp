@@ -3,9 +3,12 @@
 #include "modules/hostlink/CheckedConnect.h"
 #include "modules/hostlink/LedApi.h"
 #include "modules/hostlink/proxy/AvsItemProxy.h"
+#include "modules/hostlink/proxy/DiracProxy.h"
 #include "modules/hostlink/proxy/GooglecastProxy.h"
+#include "modules/hostlink/proxy/InputItemProxy.h"
 #include "modules/hostlink/proxy/SystemUpProxy.h"
 #include "modules/hostlink/proxy/TarkoUpgradeProxy.h"
+#include "platform/sdk/Paths.h"
 
 namespace
 {
@@ -24,6 +27,11 @@ LabWorker::LabWorker(const QVariantHash& config) : CMHostLinkWorker(config)
     replaceProxy(new GooglecastProxy(this));
     replaceProxy(new AvsItemProxy(this));
     replaceProxy(new UpgradeStatusProxy(this));
+    replaceProxy(new DiracProxy(this));
+    replaceProxy(new InputItemProxy(STA_InputState, VornHostLinkKestalPrimeInputStatePath(), this));
+    for (const State state : {STA_TarkoAudioInput, STA_TarkoSetSampleRate}) {
+        m_proxies.insert(state, m_proxies.value(STA_PlayState)); // which serves them, and does not own them
+    }
     new LedApi(this, m_transport); // a child of this
 }
 

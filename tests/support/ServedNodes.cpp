@@ -19,10 +19,15 @@ std::optional<Kind> kindOf(const ProxyRow& row)
     return row.proxy == ProxyClass::VolumeItemProxy ? Kind::Uint8VornI32 : row.convert;
 }
 
+/// False for what can only be set, and for the rate of a sound card that may not be there.
+bool hasAValue(State state)
+{
+    return kStates[stateIndex(state)].read != WireType::None && state != STA_TarkoSampleRate;
+}
+
 void appendReadable(std::vector<State>& states, const ProxyRow& row)
 {
-    std::copy_if(row.states.begin(), row.states.end(), std::back_inserter(states),
-                 [](State state) { return state != STA_BluetoothOutgoingCall; });
+    std::copy_if(row.states.begin(), row.states.end(), std::back_inserter(states), hasAValue);
 }
 
 int randomNumber(std::mt19937& random)

@@ -51,7 +51,8 @@ private:
     std::vector<Shown> m_shown;
 };
 
-/// The states of all rows that have a value to get and to subscribe: not the one that can only be set.
+/// The states of all rows that have a value to get and to subscribe: not those that can only be set, nor
+/// the sample rate.
 std::vector<State> servedStates();
 
 /// Value i of a message with its type, "u8:5".

@@ -16,6 +16,11 @@
 #include "modules/hostlink/proxy/HostCommandProxy.h"
 #include "modules/hostlink/proxy/HostStateValueNode.h"
 #include "modules/hostlink/proxy/NetworkItemProxy.h"
+#include "modules/hostlink/proxy/PlayControlProxy.h"
+#include "modules/hostlink/proxy/PlaybackItemProxy.h"
+#include "modules/hostlink/proxy/PostprocessorItemProxy.h"
+#include "modules/hostlink/proxy/PowerItemProxy.h"
+#include "modules/hostlink/proxy/RoonSignalPathProxy.h"
 #include "modules/hostlink/proxy/ValueItemProxy.h"
 #include "modules/hostlink/proxy/VolumeItemProxy.h"
 #include "platform/hostlink/HostLinkCore.h"
@@ -135,8 +140,13 @@ ValueProxy* createProxy(const ProxyRow& row, CMNodesWorker* worker)
         return new ValueItemProxy(row.states.front(), pathOf(*row.node), *row.convert, worker);
     case ProxyClass::HostCommandProxy: return createCommandProxy(row, worker);
     case ProxyClass::VolumeItemProxy: return new VolumeItemProxy(worker);
+    case ProxyClass::PowerItemProxy: return new PowerItemProxy(worker);
+    case ProxyClass::PlayControlProxy: return new PlayControlProxy(worker);
+    case ProxyClass::PlaybackItemProxy: return new PlaybackItemProxy(worker);
     case ProxyClass::NetworkItemProxy: return new NetworkItemProxy(worker);
+    case ProxyClass::RoonSignalPathProxy: return new RoonSignalPathProxy(worker);
     case ProxyClass::BluetoothItemProxy: return new BluetoothItemProxy(worker);
+    case ProxyClass::PostprocessorItemProxy: return new PostprocessorItemProxy(worker);
     }
     return nullptr;
 }

@@ -1,7 +1,19 @@
 #include "platform/sdk/PlayLogicInterface.h"
 
+#include "platform/sdk/CMWorker.h"
+#include "platform/sdk/Paths.h"
+#include "platform/sdk/VornPlayLogicRequests.h"
+
 namespace
 {
+CMVoidReply invoke(const CMPath& path, const VornHash& request = {})
+{
+    const CMVoidReply reply;
+    CMRoot()->invoke(path, request, reply);
+    return reply;
+}
+
+/// The player that stands at the player's nodes, whoever owns them.
 class PlayerInstance : public PlayLogicInterface
 {
 public:
@@ -10,6 +22,25 @@ public:
         return CMPath(
             QString::fromLatin1(kPlayerInstancePath.data(), static_cast<int>(kPlayerInstancePath.size())));
     }
+    CMPath dataPath() const override { return VornPlayLogicDataPath(); }
+    VornPlayLogicData data() const override { return VornHash(CMRoot()->getValue(dataPath()).toHash()); }
+
+    CMVoidReply play(const VornRoles& roles, bool append) override
+    {
+        return invoke(VornPlayLogicPlayPath(), VornPlayLogicPlayRequest().setRoles(roles).setAppend(append));
+    }
+    CMVoidReply pause() override { return invoke(VornPlayLogicPausePath()); }
+    CMVoidReply stop(VornPlayLogicStopReason::Enum reason) override
+    {
+        return invoke(VornPlayLogicStopPath(), VornPlayLogicStopRequest().setReason(reason));
+    }
+    CMVoidReply next() override { return invoke(VornPlayLogicNextPath()); }
+    CMVoidReply previous(bool restart) override
+    {
+        return invoke(VornPlayLogicPreviousPath(), VornPlayLogicPreviousRequest().setRestart(restart));
+    }
+    CMVoidReply like() override { return invoke(VornPlayLogicLikePath()); }
+    CMVoidReply dislike() override { return invoke(VornPlayLogicDislikePath()); }
 };
 } // namespace
 

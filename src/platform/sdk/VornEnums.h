@@ -113,3 +113,23 @@ VORN_ENUM(VornGoogleCastAssistantState, VORN_GOOGLE_CAST_ASSISTANT_STATES)
 /// The part that the module plays among several cast receivers.
 #define VORN_GOOGLE_CAST_MULTICHANNEL_STATUSES(X) X(Number0, 0) X(Number1, 1) X(Number2, 2)
 VORN_ENUM(VornGoogleCastMultichannelStatus, VORN_GOOGLE_CAST_MULTICHANNEL_STATUSES)
+
+/// What the player is at.
+#define VORN_PLAY_LOGIC_STATES(X) X(Stopped, 0) X(Playing, 1) X(Paused, 2)
+VORN_ENUM(VornPlayLogicState, VORN_PLAY_LOGIC_STATES)
+
+/// Why the player is stopped.
+#define VORN_PLAY_LOGIC_STOP_REASONS(X) X(Unset, 0)
+VORN_ENUM(VornPlayLogicStopReason, VORN_PLAY_LOGIC_STOP_REASONS)
+
+/// What the listener thinks of a track.
+#define VORN_PLAY_LOGIC_RATINGS(X) X(None, 0) X(Liked, 1) X(Disliked, 2)
+VORN_ENUM(VornPlayLogicRating, VORN_PLAY_LOGIC_RATINGS)
+
+/// The kind of a media item. Number3 is one that plays.
+#define VORN_ROLES_TYPES(X) X(Unset, 0) X(Number3, 3)
+VORN_ENUM(VornRolesType, VORN_ROLES_TYPES)
+
+/// The kind of its audio. Number2 is a stream without an end.
+#define VORN_ROLES_AUDIO_TYPES(X) X(Unset, 0) X(Number2, 2)
+VORN_ENUM(VornRolesAudioType, VORN_ROLES_AUDIO_TYPES)

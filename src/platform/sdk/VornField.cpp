@@ -64,4 +64,16 @@ std::optional<QVariantHash> read<QVariantHash>(const QVariant& field)
 {
     return jsonKind(field) == JsonKind::Object ? std::optional<QVariantHash>(field.toHash()) : std::nullopt;
 }
+
+template <>
+std::optional<QVariantList> read<QVariantList>(const QVariant& field)
+{
+    return jsonKind(field) == JsonKind::Array ? std::optional<QVariantList>(field.toList()) : std::nullopt;
+}
+
+template <>
+std::optional<QVariant> read<QVariant>(const QVariant& field)
+{
+    return field;
+}
 } // namespace VornField

@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "platform/sdk/VornHash.h"
+#include "platform/sdk/VornList.h"
 
 /// Reading and writing of one field of a record.
 namespace VornField
@@ -29,19 +30,48 @@ template <>
 std::optional<QStringList> read<QStringList>(const QVariant& field); ///< a list of texts only
 template <>
 std::optional<QVariantHash> read<QVariantHash>(const QVariant& field);
+template <>
+std::optional<QVariantList> read<QVariantList>(const QVariant& field);
+template <>
+std::optional<QVariant> read<QVariant>(const QVariant& field); ///< anything, as it is
 
-/// Enumerations travel as their number, records as a hash.
+/// The elements; nothing where one of them is no T.
+template <typename List>
+std::optional<List> readList(const QVariant& field);
+
+/// Enumerations travel as their number, records as a hash, lists of records as a list of hashes.
 template <typename T>
 std::optional<T> read(const QVariant& field)
 {
     if constexpr (std::is_enum_v<T>) {
         const std::optional<qint32> number = read<qint32>(field);
         return number ? std::optional<T>(static_cast<T>(*number)) : std::nullopt;
+    } else if constexpr (IsVornList<T>::value) {
+        return readList<T>(field);
     } else {
-        static_assert(std::is_base_of_v<VornHash, T>, "a field is a plain type, an enumeration or a record");
+        static_assert(std::is_base_of_v<VornHash, T>,
+                      "a field is a plain type, an enumeration, a record or a list of records");
         const std::optional<QVariantHash> hash = read<QVariantHash>(field);
         return hash ? std::optional<T>(VornHash(*hash)) : std::nullopt;
     }
+}
+
+template <typename List>
+std::optional<List> readList(const QVariant& field)
+{
+    const std::optional<QVariantList> elements = read<QVariantList>(field);
+    if (!elements) {
+        return std::nullopt;
+    }
+    List list;
+    for (const QVariant& element : *elements) {
+        const auto record = read<typename List::value_type>(element);
+        if (!record) {
+            return std::nullopt;
+        }
+        list.append(*record);
+    }
+    return list;
 }
 
 /// The field as a hash holds it: an enumeration as int, a record as QVariantHash.
@@ -52,6 +82,12 @@ QVariant write(const T& value)
         return QVariant(static_cast<int>(value));
     } else if constexpr (std::is_base_of_v<QVariantHash, T>) {
         return QVariant(static_cast<const QVariantHash&>(value));
+    } else if constexpr (IsVornList<T>::value) {
+        QVariantList elements;
+        for (const auto& element : value) {
+            elements.append(write(element));
+        }
+        return elements;
     } else {
         return QVariant(value);
     }

@@ -5,6 +5,8 @@
 #include "platform/sdk/VornField.h"
 #include "platform/sdk/VornHash.h"
 #include "platform/sdk/VornNetworkInfo.h"
+#include "platform/sdk/VornPlayerAudioDevice.h"
+#include "platform/sdk/VornPlayerEqualizer.h"
 #include "platform/sdk/VornPlayerVolumeChangeEvent.h"
 #include "platform/sdk/VornPowerManagerTarget.h"
 
@@ -48,10 +50,15 @@ public:
     // Records are no types of their own: a value with one is a plain hash.
     VORN_FIELD(VornBluetoothDevices, alexaConnectedBluetoothDevices, setAlexaConnectedBluetoothDevices,
                AlexaConnectedBluetoothDevices)
+    VORN_FIELD(VornPlayerAudioDevice, audioDevice, setAudioDevice, AudioDevice)
     VORN_FIELD(VornBluetoothState, bluetoothState, setBluetoothState, BluetoothState)
+    VORN_FIELD(VornList<VornPlayerEqualizer>, eqBandList, setEqBandList, EqBandList)
     VORN_FIELD(VornNetworkInfo, networkInfo, setNetworkInfo, NetworkInfo)
     VORN_FIELD(VornPlayerVolumeChangeEvent, volumeChangeEvent, setVolumeChangeEvent, VolumeChangeEvent)
     VORN_FIELD(VornPowerManagerTarget, powerTarget, setPowerTarget, PowerTarget)
+
+    // Nor is what may be of any type.
+    VORN_FIELD(QVariant, variant, setVariant, Variant)
 
     qint32 i32() const { return i32_(); }
     qint64 i64() const { return i64_(); }

@@ -219,7 +219,7 @@ TEST_F(ModuleProcessTest, ABadProfileIsNoStart)
 {
     writeProfile("{");
     ModuleProcess module;
-    EXPECT_EQ(module.start(m_settings, &m_error), ModuleProcess::Start::BadProfile);
+    EXPECT_EQ(module.start(m_settings, &m_error), ModuleProcess::Start::BadFile);
     EXPECT_TRUE(m_error.startsWith(m_settings.profileFile + ": line 1 ")) << m_error.toStdString();
 }
 

@@ -44,22 +44,24 @@ TEST(ProfileNodes, CreatesAllOthersAfterTheWorker)
     }
 }
 
-TEST(ProfileNodes, LeavesNodesThatStandAlready)
+TEST(ProfileNodes, WritesNodesThatStandAlreadyAsAnybodyWould)
 {
     CMNodes other;
     CMValueNode::create(&other, CMPath("/mine"))->setValue(VornValue().setI32(7));
-    CMValueNode::create(&other, CMPath("/without/value"));
+    CMValueNode::create(&other, CMPath("/text"))->setValue(VornValue().setString("a"));
+    CMValueNode* locked = CMValueNode::create(&other, CMPath("/locked"));
+    locked->setReadOnly(true);
     const LogCapture log(log4cplus::WARN_LOG_LEVEL, "Services.Profile");
-    ProfileNodes nodes(
-        profileOf(R"({"/mine": {"i32_": 1}, "/without/value": {"i32_": 2}, "/new": {"i32_": 3}})"));
+    ProfileNodes nodes(profileOf(
+        R"({"/mine": {"i32_": 1}, "/text": {"i32_": 2}, "/locked": {"i32_": 2}, "/new": {"i32_": 3}})"));
     nodes.createAfterWorker();
-    EXPECT_EQ(valueAt(CMPath("/mine")).i32(), 7);
-    EXPECT_TRUE(valueAt(CMPath("/without/value")).isEmpty());
+    EXPECT_EQ(valueAt(CMPath("/mine")).i32(), 1);
+    EXPECT_EQ(valueAt(CMPath("/text")).string(), "a");
+    EXPECT_TRUE(valueAt(CMPath("/locked")).isEmpty());
     EXPECT_EQ(valueAt(CMPath("/new")).i32(), 3);
-    EXPECT_EQ(log.warnings(),
-              std::vector<std::string>(
-                  {"/mine has an owner in the module; the profile's value is not used",
-                   "/without/value has an owner in the module; the profile's value is not used"}));
+    ASSERT_EQ(log.warnings().size(), 2U);
+    EXPECT_EQ(log.warnings()[0].find("the profile's value is not used: /locked"), 0U) << log.warnings()[0];
+    EXPECT_EQ(log.warnings()[1].find("the profile's value is not used: /text"), 0U) << log.warnings()[1];
 }
 
 TEST(ProfileNodes, TakesItsNodesAway)

@@ -78,11 +78,12 @@ TEST(StandardProfile, DoesNotKeepWhatIsMeasuredOrComesFromElsewhere)
     }
 }
 
-TEST(StandardProfile, HasANodeForEverySettingButTheVolume)
+TEST(StandardProfile, HasANodeForEverySettingButThoseOfServices)
 {
     const Profile profile = Profile::standard();
+    const QSet<CMPath> ofServices{VornPlayerVolumePath(), VornPlayerEqualizerConfigurationPath()};
     for (const CMPath& path : profile.settings()) {
-        EXPECT_NE(profile.values().contains(path), path == VornPlayerVolumePath())
+        EXPECT_NE(profile.values().contains(path), ofServices.contains(path))
             << path.toString().toStdString();
     }
 }

@@ -352,9 +352,10 @@ TEST_P(BusyLinkTest, EveryChangeArrivesInOrderThroughALineSlowerThanTheChanges)
 TEST_P(BusyLinkTest, EveryChangeArrivesInOrderThroughALineThatAlsoDamagesAndCutsThem)
 {
     SimulatedLink::Faults line = slowLine(2 * kSerialLine);
-    line.drop = line.flip = line.duplicate = line.insert = line.cutOut = 0.005;
+    line.drop = line.flip = line.duplicate = line.insert = 0.0002;
+    line.burst = 40;
     line.split = line.merge = 0.1;
-    line.cut = 0.001;
+    line.cuts.interval = 3s;
     connect(line);
     change(5000);
     EXPECT_GT(queued(), 32 * 1024U) << "the line is busy";

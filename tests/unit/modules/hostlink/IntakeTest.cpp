@@ -450,10 +450,11 @@ TEST_F(IntakeTest, AGetOfAllServedStatesAnswersEachInOrderOnce)
     for (const ProxyRow& row : kProxies) {
         const bool isCommand = row.proxy == ProxyClass::HostCommandProxy;
         for (const State state : row.states) {
-            const WireType type = isCommand ? WireType::Nil : findState(state)->read;
-            if (type == WireType::None) {
-                continue; // a state that is only written has no value in the reply
+            if (state == STA_BluetoothOutgoingCall || state == STA_TarkoSampleRate) {
+                continue; // without a value: it can only be written, nothing plays
             }
+            const bool isNil = isCommand || findState(state)->read == WireType::None;
+            const WireType type = isNil ? WireType::Nil : findState(state)->read;
             EXPECT_EQ(reply.getTag(i), state);
             EXPECT_EQ(reply.getEnc(i), wireTypeEncoding(type));
             ++i;

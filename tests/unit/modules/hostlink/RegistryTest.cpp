@@ -1,6 +1,8 @@
 #include <QMetaMethod>
 #include <QPointer>
 
+#include "modules/hostlink/proxy/DiracProxy.h"
+#include "modules/hostlink/proxy/ValueItemProxy.h"
 #include "support/WorkerFixture.h"
 #include "vocabulary/Proxies.h"
 
@@ -204,7 +206,7 @@ TEST_F(RegistryTest, EachStateOfTheTableReachesAProxyOfItsOwn)
         EXPECT_EQ(proxy->parent(), m_worker.get());
         proxies.insert(proxy);
     }
-    EXPECT_EQ(proxies.size(), 72);
+    EXPECT_EQ(proxies.size(), 77);
 }
 
 TEST_F(RegistryTest, OneNodeIsServedAsAWordAndAsAByte)
@@ -230,6 +232,64 @@ TEST_F(RegistryTest, ThePlayTimeIsReadBelowThePlayerInstance)
     createNode(CMPath("/player/instance/playTime"), VornValue().setI64(1234567890123));
     EXPECT_EQ(ask(numbers(MSG_GetState, {STA_PlayTime})),
               "MSG_GetStateResponse STA_PlayTime=i64:1234567890123");
+}
+
+TEST_F(RegistryTest, ADiracProxyTakesTheFiltersFromLaterRowsAndLeavesAnswersOut)
+{
+    m_worker->m_proxies.remove(STA_DiracFilterSettings);
+    m_worker->m_proxies.remove(STA_DiracActiveFilter);
+    m_worker->addProxy(new DiracProxy(m_worker.get()));
+    m_log.clear();
+    for (const ProxyRow& row : kProxies) {
+        if (row.states.front() == STA_DiracFilterSettings || row.states.front() == STA_DiracActiveFilter) {
+            m_worker->addProxy(
+                new ValueItemProxy(row.states.front(), CMPath(*row.node), *row.convert, m_worker.get()));
+        }
+    }
+    EXPECT_EQ(m_log.errors(), (Texts{"State: 62215 is already handled", "State: 62216 is already handled"}));
+    EXPECT_EQ(ask(numbers(MSG_GetState, {STA_DiracFilterSettings, STA_DiracActiveFilter})),
+              "MSG_GetStateResponse STA_DiracFilterSettings=nil STA_DiracActiveFilter=nil");
+    HostLinkValueMessage request(MSG_SetState);
+    request.addValueInt32(STA_DiracActiveFilter, 1);
+    request.addValueUint8(kUnknown, 1);
+    EXPECT_EQ(ask(request), "MSG_SetStateResponse 0x7003=nil") << "one value short";
+}
+
+TEST_F(RegistryTest, TheHostsInputIsServedByNobody)
+{
+    EXPECT_EQ(ask(numbers(MSG_GetState, {STA_TarkoAudioInput, STA_TarkoSetSampleRate})),
+              "MSG_GetStateResponse STA_TarkoAudioInput=nil STA_TarkoSetSampleRate=nil");
+    EXPECT_EQ(ask(setBytes({STA_TarkoAudioInput, STA_TarkoSetSampleRate})),
+              "MSG_SetStateResponse STA_TarkoAudioInput=nil STA_TarkoSetSampleRate=nil");
+}
+
+/// Row by row what owns which states, in the order of registration.
+TEST_F(RegistryTest, ThePlayerStatesHaveTheirProxies)
+{
+    const std::pair<const char*, std::vector<int>> owners[] = {
+        {"PowerItemProxy", {3, 54}},
+        {"PlayControlProxy", {4}},
+        {"PlaybackItemProxy", {11, 20, 12, 13, 15, 14, 16, 777, 21, 38}},
+        {"RoonSignalPathProxy", {55}},
+        {"PostprocessorItemProxy", {25, 26, 27, 49, 50, 51, 52, 53}},
+    };
+    for (const auto& [name, states] : owners) {
+        for (const int state : states) {
+            EXPECT_STREQ(m_worker->m_proxies.value(State(state))->metaObject()->className(), name) << state;
+        }
+    }
+    EXPECT_EQ(m_worker->m_proxies.size(), 97);
+}
+
+TEST_F(RegistryTest, AnEmptyListOfChangesIsNoEvent)
+{
+    ask(numbers(MSG_Subscribe, {STA_PlayState, STA_TrackTitle}));
+    receive();
+    CMValueNode* data = createNode(VornPlayLogicDataPath(), VornValue(VornHash{{"state", 0}}));
+    data->setValue(VornHash{{"state", 0}, {"more", 1}});
+    EXPECT_TRUE(nothingSent());
+    data->setValue(VornHash{{"state", 1}});
+    EXPECT_EQ(receive(), "MSG_StateChanged STA_PlayState=u8:1");
 }
 
 TEST_F(RegistryTest, StatesOfProxiesThatAreLeftOutAreNil)

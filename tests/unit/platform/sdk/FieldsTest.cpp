@@ -4,7 +4,9 @@
 #include <limits>
 
 #include "platform/sdk/VornDiracSlotsSettings.h"
+#include "platform/sdk/VornPlayLogicData.h"
 #include "platform/sdk/VornRoles.h"
+#include "platform/sdk/VornServices.h"
 
 namespace
 {
@@ -216,4 +218,66 @@ TEST(Fields, APowerTargetIsARecordInAValue)
     EXPECT_EQ(value.powerTarget().nextTarget(), VornPowerManagerTargets::Number1);
     EXPECT_EQ(value.powerTarget().reason(), VornPowerManagerReasons::Number3);
     EXPECT_EQ(VornValue().powerTarget().target(), VornPowerManagerTargets::Number0);
+}
+
+TEST(Fields, AListOfRecordsIsAListOfHashes)
+{
+    VornPlayerEqualizer low;
+    low.setBand(60).setValue(-1.5);
+    VornPlayerEqualizer high;
+    high.setBand(12000.5);
+    const VornValue value = VornValue().setEqBandList({low, high});
+    EXPECT_EQ(value.toJsonString(), R"({"eqBandList":[{"band":60,"value":-1.5},{"band":12000.5}]})");
+    const VornList<VornPlayerEqualizer> bands = value.eqBandList();
+    ASSERT_EQ(bands.size(), 2);
+    EXPECT_EQ(bands[0].value(), -1.5);
+    EXPECT_EQ(bands[1].band(), 12000.5);
+    EXPECT_EQ(bands[1].value(), 0.0);
+}
+
+TEST(Fields, AListWithAnythingElseReadsAsEmpty)
+{
+    EXPECT_TRUE(VornValue().eqBandList().isEmpty());
+    EXPECT_TRUE(VornValue().setEqBandList({}).eqBandList().isEmpty());
+    EXPECT_TRUE(with("eqBandList", QVariantHash{{"band", 1}}).eqBandList().isEmpty());
+    EXPECT_TRUE(with("eqBandList", 5).eqBandList().isEmpty());
+    EXPECT_TRUE(with("eqBandList", QVariantList{QVariantHash{{"band", 1}}, 5}).eqBandList().isEmpty());
+}
+
+TEST(Fields, AVariantIsKeptAsItIs)
+{
+    const QVariant values[] = {5, "text", true, QVariantList{1, "a"}, QVariantHash{{"a", 1}}, QVariant()};
+    for (const QVariant& held : values) {
+        const VornValue value = VornValue().setVariant(held);
+        EXPECT_EQ(value.variant(), held);
+        EXPECT_EQ(value.size(), 1);
+    }
+    EXPECT_EQ(VornValue().setVariant(1.5).toJsonString(), R"({"variant":1.5})");
+}
+
+TEST(Fields, RecordsOfMediaNestAndTolerateAnything)
+{
+    VornPlayLogicData data;
+    EXPECT_EQ(data.trackRoles().mediaData().metaData().album(), "");
+    EXPECT_EQ(data.status().duration(), 0);
+    EXPECT_FALSE(data.controls().playMode().shuffle());
+    data.insert("trackRoles", "no roles");
+    data.insert("status", QVariantHash{{"duration", "long"}});
+    data.insert("controls", QVariantList{1});
+    EXPECT_EQ(data.trackRoles().title(), "");
+    EXPECT_EQ(data.status().duration(), 0);
+    EXPECT_FALSE(data.controls().next_());
+    const VornMediaData media = VornMediaData().setResources({VornResource().setSampleFrequency(48000)});
+    data.setTrackRoles(VornRoles().setMediaData(media));
+    EXPECT_EQ(data.trackRoles().mediaData().resources().first().sampleFrequency(), 48000);
+}
+
+TEST(Services, HaveEachAnIdOfTheirOwn)
+{
+    QSet<QString> ids;
+#define ID(name) ids.insert(VornService_##name##_Id());
+    VORN_SERVICES(ID)
+#undef ID
+    EXPECT_EQ(ids.size(), 49);
+    EXPECT_FALSE(ids.contains(""));
 }
