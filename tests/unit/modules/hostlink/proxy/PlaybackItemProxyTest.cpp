@@ -621,7 +621,7 @@ TEST_F(PlaybackItemProxyTest, InputsInQuickSuccessionStopEachAndPlayOnce)
     afterwards.setSingleShot(true);
     QObject::connect(&second, &QTimer::timeout, [&] {
         writeByte(STA_TarkoAudioInput, 2);
-        afterwards.start(300);
+        afterwards.start(550); // time for two more, if there were any
     });
     second.start(100);
     bool over = false;
