@@ -158,10 +158,12 @@ private:
         }
     }
 
-    void damage(int percent)
+    void damage(int amount)
     {
         SimulatedLink::Faults faults;
-        faults.flip = faults.cutOut = faults.duplicate = faults.split = 0.02 * percent;
+        faults.flip = faults.drop = faults.duplicate = 0.0005 * amount;
+        faults.split = 0.02 * amount;
+        faults.burst = 40;
         m_link.setFaults(faults);
     }
 

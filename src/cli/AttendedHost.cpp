@@ -8,6 +8,7 @@
 
 #include "cli/HostRequest.h"
 #include "cli/JsonText.h"
+#include "cli/LinkReport.h"
 #include "cli/Output.h"
 #include "cli/Usage.h"
 #include "platform/hostlink/HexText.h"
@@ -56,6 +57,9 @@ void AttendedHost::addCommands()
             send(message);
         });
     }
+    m_commands.add_subcommand("stats", "Print the counters of the link so far")->callback([this] {
+        putStats();
+    });
     m_commands.add_subcommand("help", "Print these commands")->callback([this] {
         const auto formatter = m_commands.get_formatter();
         std::cerr << formatter->make_help(&m_commands, {}, CLI::AppFormatMode::Normal);
@@ -152,6 +156,16 @@ void AttendedHost::putMessage(HostSession::Side side, const ByteArray& message) 
                 + ",\"message\":" + jsonString(hexText(message)) + ",\"text\":" + jsonString(text) + '}');
     } else {
         putLine(timeOfDay() + (host ? " host:   " : " module: ") + text);
+    }
+}
+
+void AttendedHost::putStats() const
+{
+    const HostLinkCounters counters = m_session.counters();
+    if (m_json) {
+        putLine("{\"time\":" + jsonString(timeOfDay()) + ",\"stats\":" + countersJson(counters) + '}');
+    } else {
+        putNote("stats " + counters.text());
     }
 }
 

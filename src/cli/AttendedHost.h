@@ -21,6 +21,7 @@ public:
 private:
     void addCommands();
     void putMessage(HostSession::Side side, const ByteArray& message) const;
+    void putStats() const;
     void putNote(const std::string& note) const;
     void beginSession();
     void readInput();

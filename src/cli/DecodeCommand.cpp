@@ -78,8 +78,27 @@ std::size_t leadingColumns(const std::vector<std::string_view>& columns)
     return is(0, isTime) ? 1 : 0;
 }
 
+/// What a line of a trace is about, behind its time and direction (see HostLinkTrace).
+bool isOfTrace(std::string_view column)
+{
+    constexpr std::string_view borders[] = {"line", "frame", "session", "message"};
+    return std::find(std::begin(borders), std::end(borders), column) != std::end(borders);
+}
+
+/// The columns that hold the message: in a trace, of a line about a message, those behind the last bar.
+std::vector<std::string_view> messageColumns(std::vector<std::string_view> columns, std::size_t leading)
+{
+    columns.erase(columns.begin(), columns.begin() + std::ptrdiff_t(leading));
+    if (!columns.empty() && columns.front() == "message") {
+        const auto bar = std::find(columns.rbegin(), columns.rend(), "|");
+        columns.erase(columns.begin(), bar == columns.rend() ? columns.end() : bar.base());
+    }
+    return columns;
+}
+
 /// Prints one line's message behind its leading columns; returns what is wrong with the line, if
-/// anything. Blank lines and those that begin with # hold no message.
+/// anything. Blank lines, those that begin with # and those of a trace about a border below that of messages
+/// hold no message.
 std::optional<std::string> decodeLine(std::string_view line)
 {
     const std::vector<std::string_view> columns = columnsOf(line);
@@ -89,18 +108,21 @@ std::optional<std::string> decodeLine(std::string_view line)
     std::string text;
     ByteArray message;
     const std::size_t leading = leadingColumns(columns);
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-        if (i < leading) {
-            text += std::string(columns[i]) + ' ';
-            continue;
-        }
-        const std::optional<ByteArray> bytes = parseHex(columns[i]);
+    for (std::size_t i = 0; i < leading; ++i) {
+        text += std::string(columns[i]) + ' ';
+    }
+    if (leading < columns.size() && isOfTrace(columns[leading]) && columns[leading] != "message") {
+        return std::nullopt;
+    }
+    const std::vector<std::string_view> digits = messageColumns(columns, leading);
+    for (const std::string_view each : digits) {
+        const std::optional<ByteArray> bytes = parseHex(each);
         if (!bytes) {
-            return "'" + std::string(columns[i]) + "' is no pairs of hexadecimal digits";
+            return "'" + std::string(each) + "' is no pairs of hexadecimal digits";
         }
         message.insert(message.end(), bytes->begin(), bytes->end());
     }
-    if (leading == columns.size()) {
+    if (digits.empty()) {
         return "there is no message";
     }
     putLine(text + HostLinkPrinter::printMessage(message));
@@ -142,7 +164,9 @@ void addDecodeCommand(CLI::App& app, int* status)
     command->footer(
         "Each line holds one message as pairs of hexadecimal digits, blanks between them allowed,\n"
         "behind a time (12.5, 10:30:01.250) and a direction (>, <-, rx, host) where there are any;\n"
-        "blank lines and lines that begin with # are passed over. A line that cannot be read is\n"
+        "blank lines and lines that begin with # are passed over. Of a trace as --trace prints it the\n"
+        "messages are read back and the lines of frames, sessions and the line passed over. A line that "
+        "cannot be read is\n"
         "named on standard error and left out.\n\n"
         "Examples:\n"
         "  echo 0001 0009 CC 41 | hostlink decode\n"

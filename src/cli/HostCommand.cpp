@@ -11,6 +11,7 @@
 #include "cli/FileReception.h"
 #include "cli/HostRequest.h"
 #include "cli/InterruptSignals.h"
+#include "cli/LinkReport.h"
 #include "cli/LinkUrl.h"
 #include "cli/Output.h"
 #include "cli/StateWatch.h"
@@ -26,6 +27,8 @@ struct Options {
     std::string link = "emulated";
     unsigned timeout = 2000; ///< milliseconds
     bool json = false;
+    bool stats = false;
+    bool trace = false;
     std::vector<std::string> arguments; ///< of the chosen command
     std::optional<unsigned> count;      ///< of watch and receive
     std::optional<double> period;       ///< of watch, seconds
@@ -268,7 +271,7 @@ its sender. The host owns the states given: it pushes them at the start of every
 STA_HostResubscribe, and answers the module's requests for them; it owns no others.
 
 Commands are read from standard input, a line each: those of 'hostlink host' that send messages, without their
-options, unwatch, help and quit. Double quotes keep blanks together. The end of the input ends nothing.
+options, unwatch, stats (the counters of the link so far), help and quit. Double quotes keep blanks together. The end of the input ends nothing.
 
 Examples:
   hostlink host attend
@@ -305,13 +308,11 @@ ExitStatus statusOf(HostError::Cause cause)
     }
 }
 
-/// Does `work` on the link that the options name, and says why when it could not.
-ExitStatus onLink(const Options& options, const std::function<ExitStatus(HostSession&)>& work)
+using Work = std::function<ExitStatus(HostSession&)>;
+
+/// Does `work`, and says why when it could not.
+ExitStatus tryWork(HostSession& session, const LinkUrl& url, const Work& work)
 {
-    const LinkUrl url = LinkUrl::parse(options.link, LinkUrl::Side::Host);
-    const InterruptSignals interrupt;
-    Host host(HostLinkPhysicalLayer::create(url.type, url.properties), interrupt.descriptor());
-    HostSession session(host, std::chrono::milliseconds(options.timeout));
     try {
         const ExitStatus status = work(session);
         session.waitAcknowledged();
@@ -322,11 +323,30 @@ ExitStatus onLink(const Options& options, const std::function<ExitStatus(HostSes
     }
 }
 
+/// Does `work` on the link that the options name.
+ExitStatus onLink(const Options& options, const Work& work)
+{
+    const LinkUrl url = LinkUrl::parse(options.link, LinkUrl::Side::Host);
+    if (options.trace) {
+        printTrace();
+    }
+    const InterruptSignals interrupt;
+    Host host(HostLinkPhysicalLayer::create(url.type, url.properties), interrupt.descriptor());
+    HostSession session(host, std::chrono::milliseconds(options.timeout));
+    const ExitStatus status = tryWork(session, url, work);
+    host.goodbye();
+    if (options.stats) {
+        printStats(url.text, session.counters(), options.json);
+    }
+    return status;
+}
+
 CLI::App* addSubcommand(CLI::App& host, const char* name, const char* description, const char* footer)
 {
     CLI::App* app = host.add_subcommand(name, description);
     app->footer(std::string(footer)
-                + "\nThe options of 'hostlink host' (--link, --timeout, --json) may stand here too.");
+                + "\nThe options of 'hostlink host' (--link, --timeout, --json, --stats, --trace) may stand "
+                  "here too.");
     app->fallthrough();
     return app;
 }
@@ -421,6 +441,8 @@ void addHostCommand(CLI::App& app, int* status)
         ->check(CLI::Range(1u, 86'400'000u))
         ->capture_default_str();
     host->add_flag("--json", options->json, "Print one JSON object a line");
+    host->add_flag("--stats", options->stats, "At the end print the link's counters to standard error");
+    host->add_flag("--trace", options->trace, "Print every frame and message of the link to standard error");
     host->footer(
         "Example:\n  hostlink host get STA_Volume\n\n'hostlink host get --help' and its like tell more.");
     for (const Command& command : kCommands) {

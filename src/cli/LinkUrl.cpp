@@ -5,13 +5,19 @@
 #include <unistd.h>
 
 #include <CLI/Error.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
+#include <iostream>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
+
+#include "cli/Suggestions.h"
+#include "platform/hostlink/FaultSettings.h"
 
 namespace
 {
@@ -28,14 +34,20 @@ bool beginsWith(const std::string& text, const std::string& prefix)
     return text.compare(0, prefix.size(), prefix) == 0;
 }
 
+LinkUrl deviceLine(const std::string& type, const std::string& device)
+{
+    LinkUrl line;
+    line.text = type + ":" + device;
+    line.type = type;
+    line.properties.setString(HostLinkPhysicalLayer::Device, device);
+    return line;
+}
+
 LinkUrl emulatedLine(const std::string& type, const std::string& device, LinkUrl::Side side)
 {
-    LinkUrl url;
-    url.text = type + ":" + device;
-    url.type = type;
-    url.properties.setString(HostLinkPhysicalLayer::Device, device);
-    url.properties.setInt(HostLinkPhysicalLayer::Listen, side == LinkUrl::Side::Module ? 1 : 0);
-    return url;
+    LinkUrl line = deviceLine(type, device);
+    line.properties.setInt(HostLinkPhysicalLayer::Listen, side == LinkUrl::Side::Module ? 1 : 0);
+    return line;
 }
 
 void checkSocketPath(const std::string& path)
@@ -78,6 +90,27 @@ void checkAddress(const std::string& address)
     }
 }
 
+bool isDirectory(const std::string& path)
+{
+    struct stat status {
+    };
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+/// A directory below /tmp could have been put there by someone else, who would then own our sockets.
+void checkOwnDirectory(const std::string& path)
+{
+    struct stat status {
+    };
+    if (lstat(path.c_str(), &status) != 0) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    if (!S_ISDIR(status.st_mode) || status.st_uid != geteuid()
+        || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        throw std::runtime_error(path + " is not a directory that only this user may use; remove it");
+    }
+}
+
 /// NAME=VALUE as it stands in a URL.
 struct Parameter {
     std::string name;
@@ -103,6 +136,32 @@ SplitUrl splitQuery(const std::string& url)
         split.parameters.push_back({pair.substr(0, middle), pair.substr(middle + 1)});
     }
     return split;
+}
+
+std::string joinQuery(const std::vector<Parameter>& parameters)
+{
+    std::string text;
+    for (const Parameter& each : parameters) {
+        text += (text.empty() ? "" : "&") + each.name + '=' + each.value;
+    }
+    return text;
+}
+
+[[noreturn]] void failUnknown(const std::string& name, std::vector<std::string> known, bool isSerial)
+{
+    if (isSerial) {
+        known.insert(known.begin(), {"baud", "parity", "stop"});
+    }
+    const std::string near = suggestions(name, {known.begin(), known.end()});
+    if (!near.empty()) {
+        fail("'" + name + "' is no parameter of this link" + near);
+    }
+    std::string list;
+    for (const std::string& each : known) {
+        list += each.find('.') == std::string::npos ? (list.empty() ? "" : ", ") + each : "";
+    }
+    fail("'" + name + "' is no parameter of this link; there are " + list
+         + ", most faults also with .in or .out for one direction");
 }
 
 int positiveNumber(const Parameter& parameter)
@@ -138,70 +197,73 @@ bool setSerial(const Parameter& parameter, HostLinkPhysicalLayer::Properties& pr
     return true;
 }
 
-LinkUrl serialLine(const std::string& url)
+LinkUrl serialLine(const std::string& device)
 {
-    const SplitUrl split = splitQuery(url);
-    const std::string device = split.line.substr(split.line.find(':') + 1);
     if (device.empty()) {
         fail("serial: needs a device, as in serial:/dev/ttyUSB0?baud=115200");
     }
-    LinkUrl line;
-    line.text = url;
-    line.type = "serial";
-    line.properties.setString(HostLinkPhysicalLayer::Device, device);
-    for (const Parameter& each : split.parameters) {
-        if (!setSerial(each, line.properties)) {
-            fail("'" + each.name + "' is no parameter of a serial line; there are baud, parity and stop");
-        }
-    }
-    return line;
+    return deviceLine("serial", device);
 }
 
-LinkUrl i2cLine(const std::string& url, LinkUrl::Side side)
+LinkUrl i2cLine(const std::string& device, LinkUrl::Side side)
 {
-    const std::string device = url.substr(url.find(':') + 1);
     if (side == LinkUrl::Side::Host) {
         fail("i2c is the module's end of a bus; a host is the bus's slave, and no Linux device makes one");
     }
     if (device.empty()) {
         fail("i2c: needs a device, as in i2c:/dev/i2c-1");
     }
-    LinkUrl line;
-    line.text = url;
-    line.type = "i2c";
-    line.properties.setString(HostLinkPhysicalLayer::Device, device);
-    return line;
+    return deviceLine("i2c", device);
 }
 
-bool isDirectory(const std::string& path)
+/// Makes the line faulty. A seed that is not given is drawn, appended and said, so that the run can be
+/// repeated.
+void addFaults(LinkUrl& link, std::vector<Parameter>& faults)
 {
-    struct stat status {
-    };
-    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    const std::vector<std::string> names = FaultSettings::names();
+    bool hasSeed = false;
+    for (const Parameter& each : faults) {
+        if (std::find(names.begin(), names.end(), each.name) == names.end()) {
+            failUnknown(each.name, names, link.type == "serial");
+        }
+        hasSeed = hasSeed || each.name == "seed";
+    }
+    if (!hasSeed) {
+        faults.push_back({"seed", std::to_string(std::random_device()())});
+    }
+    std::string error;
+    if (!FaultSettings::parse(joinQuery(faults), &error)) {
+        fail(error);
+    }
+    if (!hasSeed) {
+        std::cerr << "hostlink: the faults of this link come from seed=" << faults.back().value << std::endl;
+    }
+    link.properties.setString(HostLinkPhysicalLayer::Faults, joinQuery(faults));
 }
 
-/// A directory below /tmp could have been put there by someone else, who would then own our sockets.
-void checkOwnDirectory(const std::string& path)
+/// Sorts the parameters into those of the line and those of its faults.
+void applyQuery(LinkUrl& link, const std::vector<Parameter>& parameters)
 {
-    struct stat status {
-    };
-    if (lstat(path.c_str(), &status) != 0) {
-        throw std::system_error(errno, std::generic_category(), path);
+    std::vector<Parameter> ofLine;
+    std::vector<Parameter> ofFaults;
+    for (const Parameter& each : parameters) {
+        const bool isOfLine = link.type == "serial" && setSerial(each, link.properties);
+        (isOfLine ? ofLine : ofFaults).push_back(each);
     }
-    if (!S_ISDIR(status.st_mode) || status.st_uid != geteuid()
-        || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        throw std::runtime_error(path + " is not a directory that only this user may use; remove it");
+    if (!ofFaults.empty()) {
+        addFaults(link, ofFaults);
     }
+    ofLine.insert(ofLine.end(), ofFaults.begin(), ofFaults.end());
+    link.text += '?' + joinQuery(ofLine);
 }
-} // namespace
 
-LinkUrl LinkUrl::parse(const std::string& url, Side side)
+LinkUrl parseLine(const std::string& url, LinkUrl::Side side)
 {
     if (url == "emulated") {
-        return parse("unix:" + userFile("link.socket"), side);
+        return parseLine("unix:" + userFile("link.socket"), side);
     }
     if (url == "native") {
-        if (side == Side::Host) {
+        if (side == LinkUrl::Side::Host) {
             fail("native is the module's own end; a host needs serial:DEVICE, unix:PATH, tcp:HOST:PORT or "
                  "emulated");
         }
@@ -218,14 +280,29 @@ LinkUrl LinkUrl::parse(const std::string& url, Side side)
         return emulatedLine("tcp", url.substr(4), side);
     }
     if (beginsWith(url, "serial:")) {
-        return serialLine(url);
+        return serialLine(url.substr(7));
     }
     if (beginsWith(url, "i2c:")) {
-        return i2cLine(url, side);
+        return i2cLine(url.substr(4), side);
     }
-    fail("'" + url + "' is no link; a link is " + (side == Side::Module ? "i2c:DEVICE, " : "")
+    fail("'" + url + "' is no link; a link is " + (side == LinkUrl::Side::Module ? "i2c:DEVICE, " : "")
          + "serial:DEVICE, unix:PATH, tcp:HOST:PORT"
-         + (side == Side::Module ? ", emulated or native" : " or emulated"));
+         + (side == LinkUrl::Side::Module ? ", emulated or native" : " or emulated"));
+}
+} // namespace
+
+LinkUrl LinkUrl::parse(const std::string& url, Side side)
+{
+    const SplitUrl split = splitQuery(url);
+    LinkUrl link = parseLine(split.line, side);
+    if (split.parameters.empty()) {
+        return link;
+    }
+    if (link.type.empty()) {
+        fail("native is the worker's own line and takes no parameters");
+    }
+    applyQuery(link, split.parameters);
+    return link;
 }
 
 std::string userFile(const std::string& name)

@@ -6,11 +6,13 @@
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
 
 /// A link as the command line names it: unix:PATH, tcp:HOST:PORT, serial:DEVICE[?baud=N&parity=P&stop=N],
-/// i2c:DEVICE (module only), emulated, native (module only).
+/// i2c:DEVICE (module only), emulated, native (module only). All but native take faults behind the question
+/// mark, as in unix:PATH?drop=0.001&delay=5 (see FaultSettings); a seed that is not among them is drawn and
+/// said on standard error.
 struct LinkUrl {
     enum class Side { Module, Host }; ///< the module listens on emulated lines, the host connects
 
-    std::string text; ///< the URL with its defaults filled in, as `ready link=` prints it
+    std::string text; ///< the URL with its defaults and the seed filled in, as `ready link=` prints it
     std::string type; ///< physical layer type; empty for native, the worker's own fixed link
     HostLinkPhysicalLayer::Properties properties;
 

@@ -8,8 +8,10 @@
 
 #include "cli/Commands.h"
 #include "cli/InterruptSignals.h"
+#include "cli/LinkReport.h"
 #include "cli/LinkUrl.h"
 #include "cli/Output.h"
+#include "platform/hostlink/HostLinkTransportLayer.h"
 #include "runtime/Logging.h"
 #include "runtime/ModuleProcess.h"
 
@@ -24,6 +26,8 @@ struct Options {
     std::optional<int> tunnelPort;
     std::optional<int> tunnelConnections;
     std::string logLevel = "warn";
+    bool stats = false;
+    bool trace = false;
 };
 
 constexpr int kMostTunnelConnections = 1000;
@@ -62,6 +66,13 @@ ModuleProcess::Settings settingsOf(const Options& options, const LinkUrl& link)
     return settings;
 }
 
+void printAllStats()
+{
+    for (const HostLinkTransportLayer::Live& each : HostLinkTransportLayer::live()) {
+        printStats(each.name, each.counters, false);
+    }
+}
+
 int run(const Options& options)
 {
     const LinkUrl link = LinkUrl::parse(options.link, LinkUrl::Side::Module);
@@ -71,6 +82,9 @@ int run(const Options& options)
     char* argv[] = {name, nullptr};
     const QCoreApplication application(argc, argv);
     setUpLogging(QString::fromStdString(options.logLevel));
+    if (options.trace) {
+        printTrace();
+    }
 
     const ModuleProcess::Settings settings = settingsOf(options, link);
     ModuleProcess module;
@@ -83,7 +97,11 @@ int run(const Options& options)
     QSocketNotifier stop(interrupts.descriptor(), QSocketNotifier::Read);
     QObject::connect(&stop, &QSocketNotifier::activated, &application, &QCoreApplication::quit);
     putLine("ready link=" + link.text + " api=" + QFile::encodeName(settings.apiSocket).toStdString());
-    return QCoreApplication::exec();
+    const int status = QCoreApplication::exec();
+    if (options.stats) {
+        printAllStats();
+    }
+    return status;
 }
 } // namespace
 
@@ -127,6 +145,9 @@ void addModuleCommand(CLI::App& app, int* status)
         ->type_name("LEVEL")
         ->check(CLI::IsMember(logLevels()))
         ->capture_default_str();
+    module->add_flag("--stats", options->stats, "At the end print the link's counters to standard error");
+    module->add_flag("--trace", options->trace,
+                     "Print every frame and message of the link to standard error");
     module->footer(
         "Prints one line once it is up: ready link=URL api=SOCKET\n\n"
         "Examples:\n"

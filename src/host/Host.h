@@ -49,6 +49,9 @@ public:
     /// True while messages flow, also over a line that is cut for the moment.
     bool isInSession() const { return m_port.core().session() == HostLinkCore::Session::Established; }
 
+    /// What the link has done so far.
+    HostLinkCounters counters() const { return m_port.core().counters(); }
+
     /// The next event; a message goes into `message`. Each new session and each end is told once,
     /// between the messages before it and those after it.
     ///

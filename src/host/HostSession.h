@@ -79,6 +79,8 @@ public:
     /// True while the line to the module stands.
     bool isLineUp() const { return m_host.isLineUp(); }
 
+    HostLinkCounters counters() const { return m_host.counters(); }
+
     /// Waits until the module's end of the link has everything; false when it did not get it.
     bool waitAcknowledged();
 

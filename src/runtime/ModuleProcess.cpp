@@ -5,6 +5,7 @@
 #include "platform/sdk/Paths.h"
 #include "platform/sdk/VornHostLinkTcpTunnelingConf.h"
 #include "runtime/EmulatedLine.h"
+#include "runtime/LinkCounters.h"
 #include "services/Bluetooth.h"
 #include "services/Network.h"
 #include "services/NodeSettings.h"
@@ -75,6 +76,7 @@ bool ModuleProcess::createNodes(const Profile& profile, const QString& plugin, Q
     if (!createWorker(plugin, error)) {
         return false;
     }
+    m_linkCounters = std::make_unique<LinkCounters>();
     m_powerManager = std::make_unique<PowerManager>();
     m_playerVolume = std::make_unique<PlayerVolume>();
     m_network = std::make_unique<Network>();

@@ -12,6 +12,7 @@
 #include "runtime/StateDirectory.h"
 
 class Bluetooth;
+class LinkCounters;
 class Network;
 class NodeSettings;
 class PlayerVolume;
@@ -55,6 +56,7 @@ private:
     std::shared_ptr<std::unique_ptr<HostLinkPhysicalLayer>> m_line; ///< open, until the worker takes it
     std::unique_ptr<NodeApi> m_api = std::make_unique<NodeApi>();
     PluginLoader m_plugin;
+    std::unique_ptr<LinkCounters> m_linkCounters;
     std::unique_ptr<ProfileNodes> m_profileNodes;
     std::unique_ptr<PowerManager> m_powerManager;
     std::unique_ptr<PlayerVolume> m_playerVolume;

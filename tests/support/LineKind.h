@@ -57,9 +57,12 @@ inline int freePort()
 }
 
 inline std::unique_ptr<HostLinkPhysicalLayer> makeLayer(const std::string& type, const std::string& device,
-                                                        bool listens)
+                                                        bool listens, const std::string& faults = {})
 {
     HostLinkPhysicalLayer::Properties properties;
+    if (!faults.empty()) {
+        properties.setString(HostLinkPhysicalLayer::Faults, faults);
+    }
     properties.setString(HostLinkPhysicalLayer::Device, device);
     properties.setInt(HostLinkPhysicalLayer::Listen, listens ? 1 : 0);
     return HostLinkPhysicalLayer::create(type, properties);
@@ -82,20 +85,23 @@ public:
 };
 
 /// Every kind of line. An i2c_interrupt is an i2c with an interrupt line; their listening end is the
-/// module's.
-constexpr const char* kAllLines[] = {"unix", "tcp", "memory", "serial", "i2c", "i2c_interrupt"};
+/// module's. A faulty one is a Unix socket that delays what comes in.
+constexpr const char* kAllLines[] = {"unix", "tcp", "memory", "faulty", "serial", "i2c", "i2c_interrupt"};
+
+/// Those that add no time of their own to what they carry.
+constexpr const char* kPromptLines[] = {"unix", "tcp", "memory", "serial", "i2c", "i2c_interrupt"};
 
 /// Those that go down when the other end closes, and are up only while both are open.
-constexpr const char* kLinesWithPeer[] = {"unix", "tcp", "memory"};
+constexpr const char* kLinesWithPeer[] = {"unix", "tcp", "memory", "faulty"};
 
 /// Those that keep what was sent when the end that sent it closes.
-constexpr const char* kLinesThatKeep[] = {"unix", "tcp", "memory", "serial"};
+constexpr const char* kLinesThatKeep[] = {"unix", "tcp", "memory", "faulty", "serial"};
 
 class SocketLine : public LineKind
 {
 public:
-    explicit SocketLine(const std::string& type)
-        : m_type(type),
+    explicit SocketLine(const std::string& type, std::string faults = {})
+        : m_type(type), m_faults(std::move(faults)),
           m_device(type == "unix" ? m_directory.file("link") : "127.0.0.1:" + std::to_string(freePort()))
     {
     }
@@ -109,10 +115,14 @@ public:
     }
 
 private:
-    std::unique_ptr<HostLinkPhysicalLayer> end(bool listens) { return makeLayer(m_type, m_device, listens); }
+    std::unique_ptr<HostLinkPhysicalLayer> end(bool listens)
+    {
+        return makeLayer(m_type, m_device, listens, m_faults);
+    }
 
     const TemporaryDirectory m_directory;
     const std::string m_type;
+    const std::string m_faults;
     const std::string m_device;
 };
 
@@ -179,6 +189,9 @@ inline std::unique_ptr<LineKind> LineKind::make(const std::string& kind)
 {
     if (kind == "memory") {
         return std::make_unique<MemoryLineKind>();
+    }
+    if (kind == "faulty") {
+        return std::make_unique<SocketLine>("unix", "delay.in=1&split.in=0.5&rate.in=1000000");
     }
     if (kind == "serial") {
         return std::make_unique<SerialLine>();

@@ -2,14 +2,15 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
-#include <random>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "platform/hostlink/CutSchedule.h"
+#include "platform/hostlink/FaultEngine.h"
 #include "platform/hostlink/HostLinkCore.h"
 #include "platform/hostlink/HostLinkMessage.h"
 
@@ -18,18 +19,9 @@
 class SimulatedLink
 {
 public:
-    /// What the line does to each frame: probabilities of 0 to 1.
-    struct Faults {
-        double drop = 0;      ///< the whole frame is lost
-        double cutOut = 0;    ///< a run of its bytes is lost
-        double flip = 0;      ///< one bit is turned
-        double duplicate = 0; ///< it arrives twice
-        double insert = 0;    ///< garbage arrives before it
-        double split = 0;     ///< it arrives in parts at different times
-        double merge = 0;     ///< it arrives together with the next one
-        double cut = 0;       ///< the line goes down with all that is on it, for up to 50 ms
-        HostLinkDuration delay = std::chrono::microseconds(100);
-        std::uint64_t bytesPerSecond = 0; ///< 0 for no limit
+    /// What the line does in each direction. In its cuts it goes down with all that is on it.
+    struct Faults : FaultSettings::Direction {
+        Faults() { delay = std::chrono::microseconds(100); }
     };
 
     /// One end, with what its application received.
@@ -49,7 +41,8 @@ public:
     };
 
     explicit SimulatedLink(Faults faults, std::uint32_t seed = 1, HostLinkCore::Settings settings = {})
-        : m_faults(faults), m_random(seed)
+        : m_seed(seed), m_cuts(faults.cuts, seed), m_wires{Wire(ofWire(faults), 2 * seed),
+                                                           Wire(ofWire(faults), 2 * seed + 1)}
     {
         for (End& each : ends) {
             each.settings = settings;
@@ -68,7 +61,15 @@ public:
     /// Sees each frame before the line's faults: true lets it pass.
     std::function<bool(int from, const ByteArray& frame)> filter;
 
-    void setFaults(Faults faults) { m_faults = faults; }
+    void setFaults(Faults faults)
+    {
+        m_cuts = CutSchedule(faults.cuts, m_seed);
+        m_cutsSeen = 0;
+        for (Wire& wire : m_wires) {
+            wire.line.setFaults(ofWire(faults));
+        }
+    }
+
     bool isUp() const { return m_up; }
 
     void lineUp()
@@ -85,7 +86,8 @@ public:
     {
         m_up = false;
         for (int i = 0; i < 2; ++i) {
-            m_wires[i] = {};
+            m_wires[i].line.clear();
+            m_wires[i].injected.clear();
             ends[i]->lineDown(now);
         }
     }
@@ -107,8 +109,12 @@ public:
         settle();
     }
 
-    /// Puts bytes on the line as if `from` had sent them.
-    void inject(int from, ByteArray bytes) { m_wires[from].chunks.push_back({now, std::move(bytes)}); }
+    /// Lets bytes arrive now as if `from` had sent them.
+    void inject(int from, const ByteArray& bytes)
+    {
+        ByteArray& injected = m_wires[from].injected;
+        injected.insert(injected.end(), bytes.begin(), bytes.end());
+    }
 
     /// Handles a message that an end received while it did not handle any.
     void handle(End& end, const ByteArray& message)
@@ -146,7 +152,7 @@ public:
 
     bool settle()
     {
-        restoreLine();
+        followCuts();
         bool any = false;
         for (bool moved = true; moved; any = any || moved) {
             const bool first = step(0);
@@ -156,19 +162,18 @@ public:
     }
 
 private:
-    struct Chunk {
-        HostLinkTime arrival;
-        ByteArray bytes;
-    };
     struct Wire {
-        std::deque<Chunk> chunks;
-        HostLinkTime freeAt = HostLinkTime::min();
+        Wire(const FaultSettings::Direction& faults, std::uint32_t seed) : line(faults, seed) {}
+
+        FaultEngine line;
+        ByteArray injected;
     };
 
-    bool chance(double probability) { return probability > 0 && m_chance(m_random) < probability; }
-    std::size_t below(std::size_t bound)
+    /// Cuts are the line's as a whole here.
+    static FaultSettings::Direction ofWire(FaultSettings::Direction faults)
     {
-        return std::uniform_int_distribution<std::size_t>(0, bound - 1)(m_random);
+        faults.cuts = {};
+        return faults;
     }
 
     /// Delivers to one end what has arrived and puts on the line what it has to say.
@@ -178,21 +183,18 @@ private:
         if (!m_up || end.stuck) {
             return false;
         }
-        bool busy = false;
-        Wire& in = m_wires[1 - i];
-        while (m_up && !in.chunks.empty() && in.chunks.front().arrival <= now) {
-            const ByteArray bytes = std::move(in.chunks.front().bytes);
-            in.chunks.pop_front();
-            end->receive(bytes.data(), bytes.size(), now);
-            deliver(end);
-            busy = true;
-        }
-        while (m_up && m_wires[i].freeAt <= now) {
+        bool busy = receive(end, m_wires[1 - i]);
+        FaultEngine& line = m_wires[i].line;
+        while (line.sentAt() <= now) {
             const HostLinkCore::Bytes frame = end->transmit(now);
             if (frame.size == 0) {
                 break;
             }
-            put(i, ByteArray(frame.data, frame.data + frame.size));
+            ++end.frames;
+            end.bytes += frame.size;
+            if (!filter || filter(i, ByteArray(frame.data, frame.data + frame.size))) {
+                line.put(frame.data, frame.size, now);
+            }
             busy = true;
         }
         if (busy && end.lastWakeUp != now) {
@@ -200,6 +202,20 @@ private:
             ++end.wakeUps;
         }
         return busy;
+    }
+
+    bool receive(End& end, Wire& wire)
+    {
+        const ByteArray injected = std::exchange(wire.injected, {});
+        const FaultEngine::Bytes arrived = wire.line.arrived(now);
+        if (injected.empty() && arrived.size == 0) {
+            return false;
+        }
+        end->receive(injected.data(), injected.size(), now);
+        end->receive(arrived.data, arrived.size, now);
+        wire.line.consume(arrived.size);
+        deliver(end);
+        return true;
     }
 
     void deliver(End& end)
@@ -214,116 +230,40 @@ private:
         }
     }
 
-    void put(int from, ByteArray bytes)
+    void followCuts()
     {
-        ++ends[from].frames;
-        ends[from].bytes += bytes.size();
-        Wire& wire = m_wires[from];
-        HostLinkTime arrival = now + m_faults.delay;
-        if (!wire.chunks.empty()) {
-            arrival = std::max(arrival, wire.chunks.back().arrival);
-        }
-        wire.freeAt = now + onWire(bytes.size());
-        if ((filter && !filter(from, bytes)) || chance(m_faults.drop)) {
-            return;
-        }
-        damage(bytes);
-        if (chance(m_faults.merge)) {
-            arrival += m_faults.delay;
-        }
-        if (chance(m_faults.split) && bytes.size() > 1) {
-            const auto middle = bytes.begin() + std::ptrdiff_t(1 + below(bytes.size() - 1));
-            arrival = carry(wire, ByteArray(bytes.begin(), middle), arrival) + m_faults.delay;
-            bytes.erase(bytes.begin(), middle);
-        }
-        arrival = carry(wire, bytes, arrival);
-        if (chance(m_faults.duplicate)) {
-            carry(wire, bytes, arrival);
-        }
-        if (chance(m_faults.cut)) {
+        m_cuts.advance(now);
+        if (std::exchange(m_cutsSeen, m_cuts.cuts()) != m_cuts.cuts() && m_up) {
             lineDown();
-            m_upAt = now + std::chrono::milliseconds(below(50));
+            m_isCut = true;
         }
-    }
-
-    HostLinkDuration onWire(std::size_t bytes) const
-    {
-        return m_faults.bytesPerSecond == 0
-                   ? HostLinkDuration::zero()
-                   : std::chrono::nanoseconds(bytes * 1'000'000'000ULL / m_faults.bytesPerSecond);
-    }
-
-    /// Puts bytes on the wire, on a slow line in the small portions in which a receiver gets them.
-    HostLinkTime carry(Wire& wire, const ByteArray& bytes, HostLinkTime arrival)
-    {
-        const std::size_t portion = m_faults.bytesPerSecond == 0 ? bytes.size() : 32;
-        for (std::size_t at = 0; at < bytes.size(); at += portion) {
-            const std::size_t size = std::min(portion, bytes.size() - at);
-            const auto begin = bytes.begin() + std::ptrdiff_t(at);
-            arrival += onWire(size);
-            wire.chunks.push_back({arrival, ByteArray(begin, begin + std::ptrdiff_t(size))});
-        }
-        return arrival;
-    }
-
-    void damage(ByteArray& bytes)
-    {
-        if (chance(m_faults.cutOut)) {
-            const std::size_t at = below(bytes.size());
-            const std::size_t size = 1 + below(bytes.size() - at);
-            const auto begin = bytes.begin() + std::ptrdiff_t(at);
-            bytes.erase(begin, begin + std::ptrdiff_t(size));
-        }
-        if (chance(m_faults.flip) && !bytes.empty()) {
-            bytes[below(bytes.size())] ^= std::uint8_t(1U << below(8));
-        }
-        if (chance(m_faults.insert)) {
-            ByteArray garbage(1 + below(40));
-            for (std::uint8_t& byte : garbage) {
-                byte = std::uint8_t(below(256));
-            }
-            bytes.insert(bytes.begin(), garbage.begin(), garbage.end());
-        }
-    }
-
-    void restoreLine()
-    {
-        if (!m_up && m_upAt <= now) {
-            m_upAt = HostLinkTime::max();
-            m_up = true;
-            for (End& each : ends) {
-                each->lineUp(now);
-            }
+        if (m_isCut && !m_cuts.isCut()) {
+            m_isCut = false;
+            lineUp();
         }
     }
 
     HostLinkTime nextEvent()
     {
-        if (!m_up) {
-            return m_upAt;
-        }
-        HostLinkTime next = HostLinkTime::max();
-        for (int i = 0; i < 2; ++i) {
-            const Wire& in = m_wires[1 - i];
-            if (ends[i].stuck) {
-                continue;
+        HostLinkTime next = m_cuts.nextChange();
+        for (int i = 0; m_up && i < 2; ++i) {
+            const FaultEngine& line = m_wires[i].line;
+            if (!ends[i].stuck) {
+                next = std::min(next, std::max(ends[i]->deadline(), line.sentAt()));
+                next = line.sentAt() > now ? std::min(next, line.sentAt()) : next;
             }
-            if (!in.chunks.empty()) {
-                next = std::min(next, in.chunks.front().arrival);
-            }
-            next = std::min(next, std::max(ends[i]->deadline(), m_wires[i].freeAt));
-            if (m_wires[i].freeAt > now) {
-                next = std::min(next, m_wires[i].freeAt);
+            if (!ends[1 - i].stuck) {
+                next = std::min(next, line.nextArrival());
             }
         }
         return next;
     }
 
-    Faults m_faults;
-    std::mt19937 m_random;
-    std::uniform_real_distribution<double> m_chance{0, 1};
-    Wire m_wires[2]; ///< by the end that sends on it
+    std::uint32_t m_seed;
+    CutSchedule m_cuts;
+    std::uint64_t m_cutsSeen = 0;
+    bool m_isCut = false; ///< the line is down because of a cut
+    Wire m_wires[2];      ///< by the end that sends on it
     bool m_up = false;
-    HostLinkTime m_upAt = HostLinkTime::max();
     std::uint64_t m_instances = 100;
 };

@@ -13,6 +13,7 @@
 #include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkReceiver.h"
 #include "platform/hostlink/HostLinkSender.h"
+#include "platform/hostlink/HostLinkTrace.h"
 
 using namespace std::chrono_literals;
 
@@ -57,6 +58,7 @@ struct HostLinkCore::Private {
     void receiveFrame(const HostLinkFrame& frame, HostLinkTime now);
     void receiveHello(const HostLinkFrame& frame, HostLinkTime now);
     void receiveGoodbye(const HostLinkFrame& frame, HostLinkTime now);
+    void receiveRefusal();
     void receiveSequenced(const HostLinkFrame& frame, HostLinkTime now);
     void receiveCredit(const HostLinkFrame& frame);
 
@@ -66,7 +68,9 @@ struct HostLinkCore::Private {
     void endForGood(const char* why, HostLinkTime now);
 
     bool mayQueue(MessageClass messageClass, std::size_t size) const;
+    bool queue(const ByteArray& message, HostLinkTime now);
     void sayIfTooLong(MessageClass messageClass, const ByteArray& message) const;
+    static void sayDown(bool& said, const char* why);
 
     Bytes transmitHello(HostLinkTime now);
     Bytes transmitGoodbye(HostLinkTime now);
@@ -86,6 +90,8 @@ struct HostLinkCore::Private {
     bool goodbyeDue = false;
     bool refused = false;
     bool versionWarned = false;
+    bool silenceSaid = false;    ///< and the peer has not answered since
+    bool noProgressSaid = false; ///< and the peer has acknowledged nothing since
 
     // Greeting: hellos are exchanged and nothing else counts, until the peer has named this instance.
     bool greeting = true;
@@ -123,6 +129,7 @@ HostLinkCore::~HostLinkCore() = default;
 
 void HostLinkCore::lineUp(HostLinkTime now)
 {
+    HostLinkTrace::line("up");
     d->lineIsUp = true;
     d->refused = false;
     d->versionWarned = false;
@@ -133,6 +140,7 @@ void HostLinkCore::lineUp(HostLinkTime now)
 
 void HostLinkCore::lineDown(HostLinkTime)
 {
+    HostLinkTrace::line("down");
     d->lineIsUp = false;
     d->greeting = true;
     d->decoder.reset();
@@ -143,6 +151,7 @@ void HostLinkCore::receive(const std::uint8_t* bytes, std::size_t size, HostLink
     if (!d->lineIsUp || d->closed) {
         return;
     }
+    d->counters.bytesReceived += size;
     d->sender.heard(size, now);
     const std::uint8_t* const end = bytes + size;
     for (;;) {
@@ -151,9 +160,11 @@ void HostLinkCore::receive(const std::uint8_t* bytes, std::size_t size, HostLink
             return;
         }
         if (result == HostLinkFrameDecoder::Result::Frame) {
+            HostLinkTrace::frame(HostLinkTrace::Direction::In, d->decoder.frame());
             d->receiveFrame(d->decoder.frame(), now);
             continue;
         }
+        HostLinkTrace::damaged(d->decoder.damagedSize());
         ++d->counters.framesDamaged;
         if (!d->greeting && d->decoder.damagedSize() > kAckEncodedSize) {
             d->receiver.damaged();
@@ -207,22 +218,15 @@ HostLinkTime HostLinkCore::deadline() const
 
 bool HostLinkCore::send(const ByteArray& message, HostLinkTime now)
 {
-    const MessageClass messageClass = ::messageClass(HostLinkMessage::messageId(message));
-    if (!d->mayQueue(messageClass, message.size())) {
+    const bool taken = d->queue(message, now);
+    if (taken) {
+        ++d->counters.messagesSent;
+        HostLinkTrace::message(HostLinkTrace::Direction::Out, message);
+    } else {
         ++d->counters.messagesRefused;
-        d->sayIfTooLong(messageClass, message);
-        return false;
+        HostLinkTrace::refused(message);
     }
-    if (!d->sender.fits(messageClass, message.size())) {
-        ++d->counters.messagesRefused;
-        if (messageClass == MessageClass::State && d->session == Session::Established) {
-            d->endForGood("the queue of state messages is full", now);
-        }
-        return false;
-    }
-    d->sender.queue(messageClass, message);
-    ++d->counters.messagesSent;
-    return true;
+    return taken;
 }
 
 bool HostLinkCore::writable(MessageClass messageClass, std::size_t size) const
@@ -238,7 +242,11 @@ std::size_t HostLinkCore::queuedBytes(MessageClass messageClass) const
 
 bool HostLinkCore::take(ByteArray& message)
 {
-    return d->receiver.take(message);
+    const bool taken = d->receiver.take(message);
+    if (taken) {
+        HostLinkTrace::message(HostLinkTrace::Direction::In, message);
+    }
+    return taken;
 }
 
 void HostLinkCore::handled(MessageClass messageClass, std::size_t size, HostLinkTime)
@@ -277,11 +285,19 @@ bool HostLinkCore::refused() const
     return d->refused;
 }
 
-const HostLinkCore::Counters& HostLinkCore::counters() const
+HostLinkCounters HostLinkCore::counters() const
 {
-    d->counters.messagesReceived = d->receiver.messages();
-    d->counters.messagesBroken = d->receiver.brokenMessages();
-    return d->counters;
+    Counters counters = d->counters;
+    counters.messagesReceived = d->receiver.messages();
+    counters.messagesBroken = d->receiver.brokenMessages();
+    counters.sessions = d->sessions;
+    counters.stateQueued = d->sender.queuedBytes(MessageClass::State);
+    counters.bulkQueued = d->sender.queuedBytes(MessageClass::Bulk);
+    counters.framesUnacknowledged = d->sender.unacknowledged();
+    counters.messagesUnhandled = d->receiver.unhandledMessages();
+    using Microseconds = std::chrono::duration<std::uint64_t, std::micro>;
+    counters.roundTrip = std::chrono::duration_cast<Microseconds>(d->sender.roundTrip()).count();
+    return counters;
 }
 
 const ByteArray& HostLinkCore::refusalFrame()
@@ -300,6 +316,23 @@ bool HostLinkCore::Private::mayQueue(MessageClass messageClass, std::size_t size
 {
     return !closed && session != Session::Ended && !receiver.answersFormerPeer() && size > 0
            && sender.canHold(messageClass, size);
+}
+
+bool HostLinkCore::Private::queue(const ByteArray& message, HostLinkTime now)
+{
+    const MessageClass messageClass = ::messageClass(HostLinkMessage::messageId(message));
+    if (!mayQueue(messageClass, message.size())) {
+        sayIfTooLong(messageClass, message);
+        return false;
+    }
+    if (!sender.fits(messageClass, message.size())) {
+        if (messageClass == MessageClass::State && session == Session::Established) {
+            endForGood("the queue of state messages is full", now);
+        }
+        return false;
+    }
+    sender.queue(messageClass, message);
+    return true;
 }
 
 /// Nothing else would tell why the peer waits in vain.
@@ -331,11 +364,25 @@ void HostLinkCore::Private::checkTimers(HostLinkTime now)
         return;
     }
     if (now - lastReceived >= kSilence) {
+        sayDown(silenceSaid, "the peer is silent");
         greet(now);
         return;
     }
-    if (now >= sender.deadline() && !sender.expired()) {
+    if (now < sender.deadline()) {
+        return;
+    }
+    ++counters.timeouts;
+    if (!sender.expired()) {
+        sayDown(noProgressSaid, "the peer acknowledges nothing");
         greet(now);
+    }
+}
+
+/// Once for a trouble, however often the peer is greeted in it.
+void HostLinkCore::Private::sayDown(bool& said, const char* why)
+{
+    if (!std::exchange(said, true)) {
+        HostLinkLog::write(HostLinkLog::Level::Warning, std::string("the link is down, ") + why);
     }
 }
 
@@ -345,7 +392,7 @@ void HostLinkCore::Private::receiveFrame(const HostLinkFrame& frame, HostLinkTim
     switch (frame.control) {
     case HostLinkControl::Hello: receiveHello(frame, now); return;
     case HostLinkControl::Goodbye: receiveGoodbye(frame, now); return;
-    case HostLinkControl::Refusal: refused = refused || greeting; return;
+    case HostLinkControl::Refusal: receiveRefusal(); return;
     default: break;
     }
     const bool sequenced = (frame.control & HostLinkControl::Sequenced) != 0;
@@ -356,7 +403,7 @@ void HostLinkCore::Private::receiveFrame(const HostLinkFrame& frame, HostLinkTim
         return;
     }
     lastReceived = now;
-    sender.acknowledged(frame.acknowledgement, now);
+    noProgressSaid = !sender.acknowledged(frame.acknowledgement, now) && noProgressSaid;
     if (sequenced) {
         receiveSequenced(frame, now);
         return;
@@ -374,7 +421,8 @@ void HostLinkCore::Private::receiveSequenced(const HostLinkFrame& frame, HostLin
         receiveCredit(frame);
         return;
     }
-    ++counters.framesIgnored;
+    const bool isDuplicate = verdict == HostLinkReceiver::Verdict::Repeated;
+    ++(isDuplicate ? counters.framesDuplicate : counters.framesIgnored);
     if (verdict == HostLinkReceiver::Verdict::Breach) {
         // It would be repeated for ever: the two ends count differently, and a new session mends that.
         endForGood("the peer sent beyond its credit or what is not known here", now);
@@ -429,6 +477,9 @@ void HostLinkCore::Private::receiveHello(const HostLinkFrame& frame, HostLinkTim
         return;
     }
     greeting = false;
+    if (std::exchange(silenceSaid, false)) {
+        HostLinkLog::write(HostLinkLog::Level::Info, "the link is up again");
+    }
     lastSent = now;
     helloDue = !hello.settled;
 }
@@ -452,6 +503,7 @@ void HostLinkCore::Private::learnPeer(std::uint64_t newInstance, HostLinkTime no
 bool HostLinkCore::Private::joinSession(const HostLinkHello& hello)
 {
     if (joined) {
+        HostLinkTrace::session("resumed");
         receiver.resume();
         return sender.resume(hello.received);
     }
@@ -466,8 +518,10 @@ bool HostLinkCore::Private::joinSession(const HostLinkHello& hello)
                                + " messages are longer than the peer can hold, discarded");
     }
     joined = true;
+    noProgressSaid = false;
     session = Session::Established;
     ++sessions;
+    HostLinkTrace::session("begins");
     return true;
 }
 
@@ -476,6 +530,7 @@ void HostLinkCore::Private::endSession(const char* why, bool forGood)
     if (session != Session::Established) {
         return;
     }
+    HostLinkTrace::session("ended:", why);
     session = Session::Ended;
     joined = false;
     receiver.endSession();
@@ -512,6 +567,14 @@ void HostLinkCore::Private::receiveGoodbye(const HostLinkFrame& frame, HostLinkT
     helloDue = false; // nobody is there to hear it; who comes next greets first, or hears the next one
     helloInterval = kLastHello;
     helloDeadline = now + kLastHello;
+}
+
+void HostLinkCore::Private::receiveRefusal()
+{
+    if (greeting) {
+        refused = true;
+        ++counters.refusals;
+    }
 }
 
 HostLinkCore::Bytes HostLinkCore::Private::transmitHello(HostLinkTime now)
@@ -577,6 +640,7 @@ HostLinkCore::Bytes HostLinkCore::Private::transmitNumbered(HostLinkTime now)
 HostLinkCore::Bytes HostLinkCore::Private::transmitAcknowledgement(std::uint8_t control, bool zeroFirst,
                                                                    HostLinkTime now)
 {
+    counters.resyncs += control == HostLinkControl::Nak ? 1 : 0;
     HostLinkFrame frame;
     frame.control = control;
     frame.sequence = sender.sequence();
@@ -590,8 +654,11 @@ HostLinkCore::Bytes HostLinkCore::Private::transmitFrame(HostLinkFrame frame, bo
         frame.acknowledgement = receiver.acknowledgement();
         receiver.acknowledgementSent(frame.control == HostLinkControl::Nak);
     }
+    const bool again = zeroFirst && (frame.control & HostLinkControl::Sequenced) != 0;
+    HostLinkTrace::frame(HostLinkTrace::Direction::Out, frame, again);
     ++counters.framesSent;
     lastSent = now;
     encoder.encode(frame, zeroFirst);
+    counters.bytesSent += encoder.size();
     return {encoder.data(), encoder.size()};
 }

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "platform/hostlink/ByteArray.h"
+#include "platform/hostlink/HostLinkCounters.h"
 #include "platform/hostlink/HostLinkTime.h"
 #include "vocabulary/MessageIds.h"
 
@@ -36,20 +37,7 @@ public:
         std::size_t size;
     };
 
-    /// What happened so far, of both ends' mistakes too. Numbers only grow.
-    struct Counters {
-        std::uint64_t framesSent = 0;
-        std::uint64_t framesRepeated = 0; ///< of framesSent, those sent again
-        std::uint64_t framesReceived = 0; ///< undamaged
-        std::uint64_t framesDamaged = 0;
-        std::uint64_t framesIgnored = 0;     ///< undamaged, but not what is expected now
-        std::uint64_t messagesSent = 0;      ///< taken by send()
-        std::uint64_t messagesReceived = 0;  ///< put together for take()
-        std::uint64_t messagesRefused = 0;   ///< not taken by send()
-        std::uint64_t messagesDiscarded = 0; ///< taken, but the session they were meant for ended
-        std::uint64_t messagesBroken = 0;    ///< received in parts that do not make a message
-        std::uint64_t greetings = 0;         ///< times the line was greeted
-    };
+    using Counters = HostLinkCounters;
 
     enum class Session {
         Never,       ///< no session yet since construction
@@ -109,7 +97,7 @@ public:
     /// True when the peer refused this end because another one holds the link.
     bool refused() const;
 
-    const Counters& counters() const;
+    Counters counters() const;
 
     /// The frame that tells a newcomer on an occupied line to go away.
     static const ByteArray& refusalFrame();

@@ -3,6 +3,7 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/hostlink/FaultLayer.h"
 #include "platform/hostlink/HostLinkLog.h"
 #include "platform/hostlink/I2cLayer.h"
 #include "platform/hostlink/SerialLayer.h"
@@ -12,17 +13,16 @@
 namespace
 {
 
-/// Stands in for a type that nobody registered.
+/// Stands in for a layer that cannot be made.
 class MissingLayer : public HostLinkPhysicalLayer
 {
 public:
-    explicit MissingLayer(std::string type) : m_type(std::move(type)) {}
+    explicit MissingLayer(std::string problem) : m_problem(std::move(problem)) {}
 
     void open(HostLinkTime) override
     {
         if (!std::exchange(m_said, true)) {
-            HostLinkLog::write(HostLinkLog::Level::Error,
-                               "no physical layer of type \"" + m_type + "\" is known: the link stays down");
+            HostLinkLog::write(HostLinkLog::Level::Error, m_problem + ": the link stays down");
         }
     }
     void close() override {}
@@ -33,7 +33,7 @@ public:
     void waitOn(std::vector<pollfd>&, bool) const override {}
 
 private:
-    std::string m_type;
+    std::string m_problem;
     bool m_said = false;
 };
 
@@ -64,6 +64,17 @@ HostLinkPhysicalLayer::Factory findFactory(const std::string& type)
     const std::lock_guard lock(registry().mutex);
     const auto found = registry().factories.find(type);
     return found == registry().factories.end() ? nullptr : found->second;
+}
+
+std::unique_ptr<HostLinkPhysicalLayer> withFaults(std::unique_ptr<HostLinkPhysicalLayer> layer,
+                                                  const std::string& faults)
+{
+    std::string error;
+    const std::optional<FaultSettings> settings = FaultSettings::parse(faults, &error);
+    if (!settings) {
+        return std::make_unique<MissingLayer>(error);
+    }
+    return std::make_unique<FaultLayer>(std::move(layer), *settings);
 }
 
 template <typename Value>
@@ -100,7 +111,11 @@ std::unique_ptr<HostLinkPhysicalLayer> HostLinkPhysicalLayer::create(const std::
 {
     const Factory factory = findFactory(type);
     std::unique_ptr<HostLinkPhysicalLayer> layer = factory ? factory(properties) : nullptr;
-    return layer ? std::move(layer) : std::make_unique<MissingLayer>(type);
+    if (!layer) {
+        return std::make_unique<MissingLayer>("no physical layer of type \"" + type + "\" is known");
+    }
+    const std::optional<std::string> faults = properties.string(Faults);
+    return faults ? withFaults(std::move(layer), *faults) : std::move(layer);
 }
 
 void HostLinkPhysicalLayer::registerType(const std::string& type, Factory factory)

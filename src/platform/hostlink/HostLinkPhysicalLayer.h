@@ -35,6 +35,7 @@ public:
         StopBits = 7,      ///< int: 1 or 2
         MaxTransfer = 8,   ///< int: bytes of the largest single bus transfer
         Listen = 9,        ///< int: 1 when an emulated line (unix, tcp) listens, else it connects
+        Faults = 10,       ///< string: faults of the line in the text form of FaultSettings
     };
 
     /// Settings of a layer; one that was not set is the layer's default.
@@ -53,8 +54,8 @@ public:
 
     using Factory = std::function<std::unique_ptr<HostLinkPhysicalLayer>(const Properties&)>;
 
-    /// A new layer of a registered type. An unknown type gives a layer whose line never comes up and
-    /// says so once; never nullptr.
+    /// A new layer of a registered type, with property Faults on a faulty line. An unknown type, or faults
+    /// that cannot be read, give a layer whose line never comes up and says so once; never nullptr.
     static std::unique_ptr<HostLinkPhysicalLayer> create(const std::string& type,
                                                          const Properties& properties);
 
@@ -62,6 +63,9 @@ public:
     static void registerType(const std::string& type, Factory factory);
 
     virtual ~HostLinkPhysicalLayer() = default;
+
+    /// What logs and tools call the line, as in "unix:/run/link". Never changes.
+    virtual std::string name() const { return "line"; }
 
     /// Begins to bring the line up; failures are retried from service() with backoff. Neither this nor
     /// close() waits for a device, but that close() may take 20 ms to see the last bytes off.

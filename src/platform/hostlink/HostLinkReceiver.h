@@ -81,6 +81,9 @@ public:
     std::uint64_t brokenMessages() const { return m_brokenMessages; }
     std::uint64_t messages() const { return m_messages; }
 
+    /// Messages put together that were not handled yet.
+    std::uint64_t unhandledMessages() const { return m_unhandledMessages; }
+
 private:
     HostLinkReceiveWindow& window(MessageClass messageClass)
     {

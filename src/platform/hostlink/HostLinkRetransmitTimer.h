@@ -24,6 +24,9 @@ public:
     /// The time from a frame's transmission to its acknowledgement, of a frame that was sent once.
     void sample(HostLinkDuration roundTrip);
 
+    /// The smoothed round trip, zero before the first sample.
+    HostLinkDuration smoothed() const { return m_smoothed; }
+
     /// Something was transmitted or newly acknowledged: the time-out counts from now.
     void start(HostLinkTime now) { m_deadline = now + backedOff(); }
     void stop() { m_deadline = HostLinkTime::max(); }

@@ -74,12 +74,12 @@ bool HostLinkSender::resume(std::uint32_t received)
     return true;
 }
 
-void HostLinkSender::acknowledged(std::uint8_t nextExpected, HostLinkTime now)
+bool HostLinkSender::acknowledged(std::uint8_t nextExpected, HostLinkTime now)
 {
     const std::uint8_t count =
         static_cast<std::uint8_t>(nextExpected - static_cast<std::uint8_t>(m_acknowledged));
     if (count == 0 || count > m_next - m_acknowledged) {
-        return;
+        return false;
     }
     if (m_timing && m_timed - m_acknowledged < count) {
         m_timing = false;
@@ -92,6 +92,7 @@ void HostLinkSender::acknowledged(std::uint8_t nextExpected, HostLinkTime now)
     } else {
         startTimer(now);
     }
+    return true;
 }
 
 void HostLinkSender::startTimer(HostLinkTime now)

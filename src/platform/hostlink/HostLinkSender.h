@@ -45,8 +45,8 @@ public:
     /// received so many, or too few.
     bool resume(std::uint32_t received);
 
-    /// Takes an acknowledgement; one for what was never sent is ignored.
-    void acknowledged(std::uint8_t nextExpected, HostLinkTime now);
+    /// Takes an acknowledgement; true when it is for something new. One for what was never sent is ignored.
+    bool acknowledged(std::uint8_t nextExpected, HostLinkTime now);
 
     /// The peer misses this frame: sends it and everything behind it again. One that was acknowledged
     /// or never sent is not to be had; the time-out finds out whether the two ends disagree.
@@ -72,6 +72,10 @@ public:
     std::uint8_t sequence() const { return static_cast<std::uint8_t>(m_cursor); }
 
     bool allAcknowledged(MessageClass messageClass) const;
+
+    /// Frames that were sent and not acknowledged, and how long that takes; zero before it was measured.
+    std::uint32_t unacknowledged() const { return m_next - m_acknowledged; }
+    HostLinkDuration roundTrip() const { return m_timer.smoothed(); }
 
     /// The line can take a frame: what was transmitted before is on the wire by now.
     void lineFree(HostLinkTime now);

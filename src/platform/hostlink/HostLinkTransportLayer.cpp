@@ -77,17 +77,20 @@ void pollUntil(std::vector<pollfd>& descriptors, HostLinkTime until)
 struct HostLinkTransportLayer::Private {
     enum class Phase { New, Running, Stopping, Stopped };
 
+    using Transports = std::vector<std::shared_ptr<Private>>;
+
     /// The running transports of the process.
-    struct Live {
+    struct Registry {
         std::mutex mutex;
-        std::vector<std::shared_ptr<Private>> transports;
+        Transports transports;
     };
-    static Live& live();
+    static Registry& registry();
+    static Transports allLive();
     static void addLive(const std::shared_ptr<Private>& transport);
     static void removeLive(const std::shared_ptr<Private>& transport);
 
     Private(std::unique_ptr<HostLinkPhysicalLayer> layer, const HostLinkCore::Settings& settings)
-        : port(std::move(layer), settings),
+        : name(layer->name()), port(std::move(layer), settings),
           drainedBytes((settings.queueBytes[std::size_t(MessageClass::Bulk)] - settings.bulkReserve) / 2)
     {
     }
@@ -118,6 +121,7 @@ struct HostLinkTransportLayer::Private {
     void noteFull(MessageClass messageClass);
     bool hasBulkRoom() const;
 
+    const std::string name;
     std::mutex mutex;
     std::condition_variable stopped;
     HostLinkPort port;
@@ -213,34 +217,51 @@ bool HostLinkTransportLayer::writable(MessageClass messageClass, std::size_t siz
     return writable;
 }
 
+HostLinkCounters HostLinkTransportLayer::counters() const
+{
+    const std::lock_guard lock(d->mutex);
+    return d->port.core().counters();
+}
+
+std::vector<HostLinkTransportLayer::Live> HostLinkTransportLayer::live()
+{
+    std::vector<Live> all;
+    for (const std::shared_ptr<Private>& transport : Private::allLive()) {
+        const std::lock_guard lock(transport->mutex);
+        all.push_back({transport->name, transport->port.core().counters()});
+    }
+    return all;
+}
+
 void HostLinkTransportLayer::stopAll()
 {
-    std::vector<std::shared_ptr<Private>> transports;
-    {
-        const std::lock_guard lock(Private::live().mutex);
-        transports = Private::live().transports;
-    }
-    for (const std::shared_ptr<Private>& transport : transports) {
+    for (const std::shared_ptr<Private>& transport : Private::allLive()) {
         Private::stop(transport);
     }
 }
 
-HostLinkTransportLayer::Private::Live& HostLinkTransportLayer::Private::live()
+HostLinkTransportLayer::Private::Registry& HostLinkTransportLayer::Private::registry()
 {
-    static auto& instance = *new Live; // never destroyed: transports may outlive static objects
+    static auto& instance = *new Registry; // never destroyed: transports may outlive static objects
     return instance;
+}
+
+HostLinkTransportLayer::Private::Transports HostLinkTransportLayer::Private::allLive()
+{
+    const std::lock_guard lock(registry().mutex);
+    return registry().transports;
 }
 
 void HostLinkTransportLayer::Private::addLive(const std::shared_ptr<Private>& transport)
 {
-    const std::lock_guard lock(live().mutex);
-    live().transports.push_back(transport);
+    const std::lock_guard lock(registry().mutex);
+    registry().transports.push_back(transport);
 }
 
 void HostLinkTransportLayer::Private::removeLive(const std::shared_ptr<Private>& transport)
 {
-    const std::lock_guard lock(live().mutex);
-    auto& list = live().transports;
+    const std::lock_guard lock(registry().mutex);
+    auto& list = registry().transports;
     list.erase(std::remove(list.begin(), list.end(), transport), list.end());
 }
 

@@ -2,8 +2,11 @@
 
 #include <functional>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "platform/hostlink/ByteArray.h"
+#include "platform/hostlink/HostLinkCounters.h"
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
 #include "vocabulary/MessageIds.h"
 
@@ -45,6 +48,17 @@ public:
     /// Calls `observer` on the transport's thread each time a full bulk queue has drained to half of what
     /// is not reserved.
     void addBulkDrainedObserver(std::function<void()> observer);
+
+    /// What it has done so far.
+    HostLinkCounters counters() const;
+
+    struct Live {
+        std::string name; ///< of its line
+        HostLinkCounters counters;
+    };
+
+    /// The transports of the process that run now, in the order of their starts.
+    static std::vector<Live> live();
 
     /// Stops every transport of the process that still runs. What observers point at may be destroyed
     /// afterwards.

@@ -29,6 +29,7 @@ public:
                       std::shared_ptr<DeviceCalls> calls = DeviceCalls::system(),
                       std::shared_ptr<Gpio> gpio = Gpio::system());
 
+    std::string name() const override { return m_retry.name(); }
     void open(HostLinkTime now) override;
     void close() override;
     void service(HostLinkTime now) override;

@@ -18,6 +18,7 @@ public:
                          std::shared_ptr<DeviceCalls> calls = DeviceCalls::system());
     ~SerialLayer() override { close(); }
 
+    std::string name() const override { return m_retry.name(); }
     void open(HostLinkTime now) override;
     void close() override;
     void service(HostLinkTime now) override;

@@ -12,6 +12,7 @@
 class SocketLayer : public HostLinkPhysicalLayer
 {
 public:
+    std::string name() const override { return m_retry.name(); }
     void open(HostLinkTime now) override;
     void close() override;
     void service(HostLinkTime now) override;
@@ -54,8 +55,6 @@ protected:
 
     /// Called by close() while the listening sockets are still open.
     virtual void unlisten() {}
-
-    const std::string& name() const { return m_retry.name(); }
 
     /// "cannot ACTION: the text of errno".
     static std::string problem(const std::string& action);

@@ -47,6 +47,18 @@ void CMValueNode::setValue(const VornValue& value)
     CMTree::instance().notify(path()); // last: a handler may destroy this node
 }
 
+void CMValueNode::refresh()
+{
+    if (m_source) {
+        setValue(m_source());
+    }
+}
+
+bool CMValueNode::isWatched() const
+{
+    return CMTree::instance().isWatched(path());
+}
+
 bool CMValueNode::accepts(const VornValue& value) const
 {
     return type() == VornValue::Type::Hash || value.type() == type();

@@ -68,6 +68,15 @@ public:
     /// An equal value does nothing.
     void setValue(const VornValue& value);
 
+    /// Where the value of a node that changes all the time comes from: asked each time that the node is read
+    /// by its path, and what it gives is then set. It must not destroy the node.
+    using Source = std::function<VornValue()>;
+    void setSource(Source source) { m_source = std::move(source); }
+    void refresh();
+
+    /// True while somebody watches the node's value.
+    bool isWatched() const;
+
     /// Hash as long as there was no value.
     VornValue::Type type() const { return m_type.value_or(VornValue::Type::Hash); }
 
@@ -96,6 +105,7 @@ private:
     std::optional<VornValue::Type> m_type;
     VornRoles m_roles;
     Check m_check;
+    Source m_source;
     bool m_readOnly = false;
 };
 

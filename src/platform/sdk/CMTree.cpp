@@ -119,6 +119,12 @@ void CMTree::deliver(Item* item)
     }
 }
 
+bool CMTree::isWatched(const CMPath& path) const
+{
+    const auto entry = m_entries.constFind(path);
+    return entry != m_entries.constEnd() && !entry->valueItems.empty();
+}
+
 QStringList CMTree::list(const QString& prefix) const
 {
     QStringList paths;

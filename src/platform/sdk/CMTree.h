@@ -29,6 +29,8 @@ public:
     /// Tells the watchers of a path that its node's value or roles may have changed.
     void notify(const CMPath& path);
 
+    bool isWatched(const CMPath& path) const;
+
     QStringList list(const QString& prefix) const;
 
     void add(CMNode* node);

@@ -8,8 +8,12 @@ namespace
 {
 QVariant readNode(const CMPath& path)
 {
-    const CMValueNode* const node = CMTree::instance().valueNode(path);
-    return node == nullptr ? QVariant() : QVariant(static_cast<const QVariantHash&>(node->value()));
+    CMValueNode* const node = CMTree::instance().valueNode(path);
+    if (node == nullptr) {
+        return {};
+    }
+    node->refresh();
+    return QVariant(static_cast<const QVariantHash&>(node->value()));
 }
 
 void postWrite(const CMPath& path, const VornValue& value, const CMReply<QVariant>& reply)

@@ -13,6 +13,7 @@ namespace
 {
 constexpr auto kDevice = HostLinkPhysicalLayer::Device;
 constexpr auto kListen = HostLinkPhysicalLayer::Listen;
+constexpr auto kFaults = HostLinkPhysicalLayer::Faults;
 constexpr std::size_t kLongestPath = sizeof(sockaddr_un::sun_path) - 1;
 
 std::string errorOf(const std::string& url, LinkUrl::Side side = LinkUrl::Side::Host)
@@ -194,6 +195,94 @@ TEST(LinkUrl, AnythingElseIsAnsweredWithTheKnownForms)
         EXPECT_TRUE(contains(errorOf(url), "unix:PATH, tcp:HOST:PORT or emulated")) << url;
         EXPECT_TRUE(contains(errorOf(url, LinkUrl::Side::Module), "emulated or native")) << url;
     }
+}
+
+TEST(LinkUrl, FaultsStandBehindAQuestionMark)
+{
+    const LinkUrl url =
+        LinkUrl::parse("unix:/tmp/a.socket?drop=0.001&delay.in=5&seed=7", LinkUrl::Side::Host);
+    EXPECT_EQ(url.type, "unix");
+    EXPECT_EQ(url.text, "unix:/tmp/a.socket?drop=0.001&delay.in=5&seed=7");
+    EXPECT_EQ(url.properties.string(kDevice), "/tmp/a.socket");
+    EXPECT_EQ(url.properties.string(kFaults), "drop=0.001&delay.in=5&seed=7");
+    EXPECT_EQ(LinkUrl::parse("tcp:[::1]:7000?seed=1", LinkUrl::Side::Module).properties.string(kDevice),
+              "[::1]:7000");
+    EXPECT_EQ(LinkUrl::parse("unix:/tmp/a.socket", LinkUrl::Side::Host).properties.string(kFaults),
+              std::nullopt);
+}
+
+TEST(LinkUrl, LinesOfDevicesTakeFaultsBesideTheirOwnParameters)
+{
+    const LinkUrl serial =
+        LinkUrl::parse("serial:/dev/ttyS1?drop=0.001&baud=9600&seed=7&stop=2", LinkUrl::Side::Host);
+    EXPECT_EQ(serial.text, "serial:/dev/ttyS1?baud=9600&stop=2&drop=0.001&seed=7");
+    EXPECT_EQ(serial.properties.string(kDevice), "/dev/ttyS1");
+    EXPECT_EQ(serial.properties.integer(HostLinkPhysicalLayer::BitRate), 9600);
+    EXPECT_EQ(serial.properties.string(kFaults), "drop=0.001&seed=7");
+    EXPECT_EQ(LinkUrl::parse("serial:/dev/ttyS1?baud=9600", LinkUrl::Side::Host).properties.string(kFaults),
+              std::nullopt);
+    const LinkUrl bus = LinkUrl::parse("i2c:/dev/i2c-1?flip=0.1&seed=1", LinkUrl::Side::Module);
+    EXPECT_EQ(bus.properties.string(kDevice), "/dev/i2c-1");
+    EXPECT_EQ(bus.properties.string(kFaults), "flip=0.1&seed=1");
+    EXPECT_TRUE(contains(errorOf("serial:/dev/ttyS1?bad=9600"), "did you mean baud"));
+    EXPECT_TRUE(contains(errorOf("i2c:/dev/i2c-1?baud=9600", LinkUrl::Side::Module),
+                         "'baud' is no parameter of this link"));
+}
+
+TEST(LinkUrl, SeedThatIsNotGivenIsDrawnAndSaid)
+{
+    testing::internal::CaptureStderr();
+    const LinkUrl url = LinkUrl::parse("unix:/tmp/a.socket?drop=0.001", LinkUrl::Side::Host);
+    const std::string said = testing::internal::GetCapturedStderr();
+    const std::string faults = url.properties.string(kFaults).value_or("");
+    ASSERT_EQ(faults.find("drop=0.001&seed="), 0u) << faults;
+    EXPECT_EQ(said, "hostlink: the faults of this link come from " + faults.substr(11) + "\n");
+    EXPECT_EQ(url.text, "unix:/tmp/a.socket?" + faults);
+}
+
+TEST(LinkUrl, SeedThatIsGivenIsNotSaid)
+{
+    testing::internal::CaptureStderr();
+    LinkUrl::parse("unix:/tmp/a.socket?drop=0.001&seed=7", LinkUrl::Side::Host);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(LinkUrl, WrongFaultIsAnsweredWithWhatIsRight)
+{
+    EXPECT_TRUE(
+        contains(errorOf("unix:/a?drop=1.5"), "drop is a probability per byte, a number from 0 to 1"));
+    EXPECT_TRUE(contains(errorOf("unix:/a?rate=-1"), "rate is bytes per second, a whole number from 1"));
+    EXPECT_TRUE(contains(errorOf("unix:/a?seed=x"), "seed is what all chance comes from"));
+    EXPECT_TRUE(contains(errorOf("unix:/a?drop=0&drop=0"), "drop is given twice"));
+}
+
+TEST(LinkUrl, UnknownParameterIsAnsweredWithTheNearestOnes)
+{
+    EXPECT_TRUE(
+        contains(errorOf("unix:/a?drp=0.1"), "'drp' is no parameter of this link; did you mean drop"));
+    EXPECT_TRUE(contains(errorOf("unix:/a?delay.inn=1"), "did you mean delay.in"));
+    EXPECT_TRUE(contains(errorOf("unix:/a?frobnicate=1"),
+                         "there are drop, flip, dup, insert, burst, split, merge, delay, rate, cut, outage, "
+                         "seed, most faults also with .in or .out"));
+}
+
+TEST(LinkUrl, ParameterWithoutAValueIsRefused)
+{
+    EXPECT_TRUE(contains(errorOf("unix:/a?drop"), "'drop' is no NAME=VALUE"));
+    EXPECT_TRUE(contains(errorOf("unix:/a?drop=0&&flip=0"), "'' is no NAME=VALUE"));
+    EXPECT_EQ(errorOf("unix:/a?"), "");
+}
+
+TEST(LinkUrl, NativeTakesNoParameters)
+{
+    EXPECT_TRUE(contains(errorOf("native?drop=0.1", LinkUrl::Side::Module), "takes no parameters"));
+}
+
+TEST_F(UserFile, EmulatedTakesFaultsToo)
+{
+    const LinkUrl url = LinkUrl::parse("emulated?flip=0.1&seed=3", LinkUrl::Side::Host);
+    EXPECT_EQ(url.text, "unix:" + m_directory + "/hostlink/link.socket?flip=0.1&seed=3");
+    EXPECT_EQ(url.properties.string(kFaults), "flip=0.1&seed=3");
 }
 
 TEST_F(UserFile, EmulatedIsTheSameUnixSocketForBothSides)

@@ -205,6 +205,25 @@ TEST(DecodeCommand, NamesBadLinesAndGoesOn)
     EXPECT_EQ(outcome.status, Refused);
 }
 
+TEST(DecodeCommand, ReadsTheMessagesOfATraceBack)
+{
+    const Outcome outcome =
+        run({"decode"}, "10:30:01.250001 - line up\n"
+                        "10:30:01.250100 > frame hello instance=01 knows=nobody received=0 credit=0+0\n"
+                        "10:30:01.250200 - session begins\n"
+                        "10:30:01.260001 > message MSG_GetState STA_Volume | 00020009\n"
+                        "10:30:01.260002 > frame data seq=0 ack=0 state whole MSG_GetState STA_Volume\n"
+                        "10:30:01.270000 < message MSG_StateChanged STA_DeviceName=str:\"a | b\" | "
+                        "00020009\n"
+                        "10:30:01.280000 > message refused MSG_GetState STA_Volume | 00020009\n"
+                        "10:30:01.290000 < message cut of\n");
+    EXPECT_EQ(outcome.out, "10:30:01.260001 > MSG_GetState STA_Volume\n"
+                           "10:30:01.270000 < MSG_GetState STA_Volume\n"
+                           "10:30:01.280000 > MSG_GetState STA_Volume\n");
+    EXPECT_EQ(outcome.err, "hostlink decode: line 8: there is no message\n");
+    EXPECT_EQ(outcome.status, Refused);
+}
+
 TEST(DecodeCommand, NeverTakesBrokenBytesForATime)
 {
     EXPECT_EQ(run({"decode"}, "0002 00:09 0007\n").status, Refused);

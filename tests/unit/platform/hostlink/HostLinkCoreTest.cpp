@@ -3,15 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <optional>
+#include <random>
 #include <string>
 
 #include "platform/hostlink/BigEndian.h"
 #include "platform/hostlink/HostLinkFrame.h"
 #include "platform/hostlink/HostLinkHello.h"
 #include "platform/hostlink/HostLinkLog.h"
+#include "support/LinkLogCapture.h"
+#include "support/LinkMessages.h"
+#include "support/ScriptedPeer.h"
 #include "support/SimulatedLink.h"
+#include "support/SlowLineRun.h"
+#include "support/TestSeeds.h"
 
 using namespace std::chrono_literals;
 
@@ -22,147 +27,6 @@ using Session = HostLinkCore::Session;
 
 constexpr MessageClass kState = MessageClass::State;
 constexpr MessageClass kBulk = MessageClass::Bulk;
-
-/// A message of `size` bytes that begins with its id and its number, so that no two are alike.
-ByteArray message(MessageId id, std::uint32_t number, std::size_t size = 6)
-{
-    ByteArray bytes;
-    appendBigEndian(bytes, static_cast<std::uint16_t>(id));
-    appendBigEndian(bytes, number);
-    bytes.resize(std::max(size, bytes.size()), static_cast<std::uint8_t>(number | 1));
-    return bytes;
-}
-
-ByteArray state(std::uint32_t number, std::size_t size = 6)
-{
-    return message(MSG_StateChanged, number, size);
-}
-
-ByteArray bulk(std::uint32_t number, std::size_t size = 6)
-{
-    return message(MSG_DataTransfer, number, size);
-}
-
-std::vector<ByteArray> ofClass(const std::vector<ByteArray>& messages, MessageClass wanted)
-{
-    std::vector<ByteArray> found;
-    std::copy_if(messages.begin(), messages.end(), std::back_inserter(found),
-                 [wanted](const ByteArray& bytes) {
-                     return messageClass(HostLinkMessage::messageId(bytes)) == wanted;
-                 });
-    return found;
-}
-
-/// Reads frames back from what an end put on the line.
-std::optional<HostLinkFrame> decoded(HostLinkFrameDecoder& decoder, const ByteArray& bytes)
-{
-    const std::uint8_t* at = bytes.data();
-    if (decoder.next(at, bytes.data() + bytes.size()) != HostLinkFrameDecoder::Result::Frame) {
-        return std::nullopt;
-    }
-    return decoder.frame();
-}
-
-ByteArray encoded(const HostLinkFrame& frame)
-{
-    HostLinkFrameEncoder encoder;
-    encoder.encode(frame, true);
-    return ByteArray(encoder.data(), encoder.data() + encoder.size());
-}
-
-/// One core against a peer that the test plays by hand.
-class ScriptedPeer
-{
-public:
-    explicit ScriptedPeer(HostLinkCore::Settings settings = {})
-        : core(withInstances(std::move(settings), this))
-    {
-        core.lineUp(now);
-    }
-
-    void receive(const ByteArray& bytes) { core.receive(bytes.data(), bytes.size(), now); }
-
-    void receive(std::uint8_t control, std::uint8_t sequence, std::uint8_t acknowledgement,
-                 const ByteArray& payload = {})
-    {
-        HostLinkFrame frame;
-        frame.control = control;
-        frame.sequence = sequence;
-        frame.acknowledgement = acknowledgement;
-        frame.payload = payload.data();
-        frame.size = payload.size();
-        receive(encoded(frame));
-    }
-
-    void receive(const HostLinkHello& hello)
-    {
-        const HostLinkHello::Payload payload = hello.payload();
-        receive(HostLinkControl::Hello, 0, 0, ByteArray(payload.begin(), payload.end()));
-    }
-
-    /// A hello of a peer that begins a session.
-    HostLinkHello hello(std::uint64_t instance = 7) const
-    {
-        HostLinkHello hello;
-        hello.settled = true;
-        hello.instance = instance;
-        hello.peer = instances;
-        hello.credit[0] = hello.credit[1] = 65600;
-        hello.largest[0] = hello.largest[1] = 65600;
-        return hello;
-    }
-
-    /// Everything that the core has to say now.
-    std::vector<HostLinkFrame> transmitted()
-    {
-        std::vector<HostLinkFrame> frames;
-        for (;;) {
-            const HostLinkCore::Bytes bytes = core.transmit(now);
-            if (bytes.size == 0) {
-                return frames;
-            }
-            HostLinkFrameDecoder decoder;
-            const auto frame = decoded(decoder, ByteArray(bytes.data, bytes.data + bytes.size));
-            EXPECT_TRUE(frame);
-            payloads.emplace_back(frame->payload, frame->payload + frame->size);
-            frames.push_back(*frame);
-            frames.back().payload = payloads.back().data();
-        }
-    }
-
-    void establish()
-    {
-        transmitted();
-        receive(hello());
-        transmitted();
-        ASSERT_EQ(core.session(), Session::Established);
-    }
-
-    std::uint64_t instances = 40;
-    HostLinkTime now{1h};
-    std::deque<ByteArray> payloads;
-    HostLinkCore core;
-
-private:
-    static HostLinkCore::Settings withInstances(HostLinkCore::Settings settings, ScriptedPeer* self)
-    {
-        settings.drawInstance = [self] { return ++self->instances; };
-        return settings;
-    }
-};
-
-/// What the library says while this lives.
-class LogLines
-{
-public:
-    LogLines()
-    {
-        HostLinkLog::setSink([this](HostLinkLog::Level, const std::string& text) { lines.push_back(text); });
-    }
-    ~LogLines() { HostLinkLog::setSink({}); }
-
-    std::vector<std::string> lines;
-};
 
 // Handshake and sessions
 
@@ -253,7 +117,7 @@ TEST(HostLinkCore, ACutLineLosesAndRepeatsNothing)
 
 TEST(HostLinkCore, ANewPeerIsANewSessionAndGetsNothingMeantForTheFormerOne)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     SimulatedLink link;
     link.lineUp();
     link.run(10ms);
@@ -266,8 +130,8 @@ TEST(HostLinkCore, ANewPeerIsANewSessionAndGetsNothingMeantForTheFormerOne)
     EXPECT_TRUE(link.b.received.empty());
     EXPECT_EQ(link.a->sessionNumber(), 2U);
     EXPECT_EQ(link.a->counters().messagesDiscarded, 2U);
-    EXPECT_EQ(log.lines, std::vector<std::string>{"session ended, the peer is a new one: "
-                                                  "2 messages meant for the former session discarded"});
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"session ended, the peer is a new one: "
+                                                    "2 messages meant for the former session discarded"});
     ASSERT_TRUE(link.a->send(state(3), link.now));
     link.run(10ms);
     EXPECT_EQ(link.b.received, std::vector<ByteArray>{state(3)});
@@ -463,7 +327,7 @@ TEST(HostLinkCore, AnEchoOfItselfIsNoPeer)
 
 TEST(HostLinkCore, AnUnknownVersionIsSaidOnceAndNotAnswered)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     ScriptedPeer peer;
     peer.transmitted();
     const HostLinkHello::Payload payload = peer.hello().payload();
@@ -474,7 +338,7 @@ TEST(HostLinkCore, AnUnknownVersionIsSaidOnceAndNotAnswered)
     }
     EXPECT_TRUE(peer.transmitted().empty());
     EXPECT_EQ(peer.core.session(), Session::Never);
-    EXPECT_EQ(log.lines,
+    EXPECT_EQ(log.lines(),
               std::vector<std::string>{"the peer speaks version 2 of the link, which is not known here"});
 }
 
@@ -571,12 +435,17 @@ TEST(HostLinkCore, ADamagedLastFrameIsRepairedAtOnce)
     SimulatedLink link;
     link.lineUp();
     link.run(10ms);
-    SimulatedLink::Faults damage;
-    damage.flip = 1;
-    link.setFaults(damage);
+    bool damage = true;
+    link.filter = [&](int from, const ByteArray& frame) {
+        if (from != 0 || !std::exchange(damage, false)) {
+            return true;
+        }
+        ByteArray damaged = frame;
+        damaged[100] ^= 0x80;
+        link.inject(from, damaged);
+        return false;
+    };
     ASSERT_TRUE(link.a->send(state(1, 300), link.now));
-    link.settle();
-    link.setFaults({});
     ASSERT_TRUE(link.runUntil([&] { return !link.b.received.empty(); }, 5ms));
 }
 
@@ -879,6 +748,17 @@ TEST(HostLinkCore, BulkUsesAtLeast97PercentOfASlowLine)
     EXPECT_GE(60 * 4 * 501 / seconds, 0.97 * 11520);
 }
 
+TEST(HostLinkCore, BulkFillsASlowAndFarLineWhileGetsAreAnsweredBehindOneSegment)
+{
+    for (const HostLinkDuration delay : {HostLinkDuration(100us), HostLinkDuration(5ms)}) {
+        SlowLineRun run(delay);
+        run.run(200);
+        EXPECT_GE(run.bulkRate(), 0.97 * SlowLineRun::kLineRate);
+        EXPECT_LE(run.slowGet(), 60ms);
+        EXPECT_EQ(run.repeated(), 0U);
+    }
+}
+
 TEST(HostLinkCore, AWaitingBulkSegmentGoesAfterEightStateSegments)
 {
     ScriptedPeer peer;
@@ -925,7 +805,7 @@ TEST(HostLinkCore, AnEmptyMessageIsRefusedAndAOneByteMessageArrives)
 
 TEST(HostLinkCore, AMessageTooLongForTheFirstPeerIsDiscardedAndSaid)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     SimulatedLink link;
     link.b.settings.creditBytes[0] = 100;
     link.b.core = std::make_unique<HostLinkCore>(link.b.settings);
@@ -936,7 +816,7 @@ TEST(HostLinkCore, AMessageTooLongForTheFirstPeerIsDiscardedAndSaid)
     link.run(1s);
     EXPECT_EQ(link.b.received, (std::vector<ByteArray>{state(1), state(3, 100)}));
     EXPECT_EQ(link.a->counters().messagesDiscarded, 1U);
-    EXPECT_EQ(log.lines.size(), 1U);
+    EXPECT_EQ(log.lines().size(), 1U);
 }
 
 // Credit and bounds
@@ -977,9 +857,9 @@ TEST(HostLinkCore, CreditSurvivesLostFrames)
 {
     HostLinkCore::Settings settings;
     settings.creditBytes[0] = settings.creditBytes[1] = 3000;
-    SimulatedLink::Faults faults;
-    faults.drop = 0.2;
-    SimulatedLink link(faults, 5, settings);
+    SimulatedLink link({}, 1, settings);
+    std::mt19937 random(5);
+    link.filter = [&](int, const ByteArray&) { return random() % 5 != 0; };
     link.lineUp();
     link.run(1s);
     std::uint32_t sent = 0;
@@ -1091,7 +971,7 @@ TEST(HostLinkCore, WhileTheBulkReserveIsInUseThePeerGetsNoBulkCredit)
 
 TEST(HostLinkCore, AFullStateQueueEndsTheSessionForBoth)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     HostLinkCore::Settings settings;
     settings.queueBytes[0] = 1000;
     SimulatedLink link({}, 1, settings);
@@ -1109,7 +989,7 @@ TEST(HostLinkCore, AFullStateQueueEndsTheSessionForBoth)
     EXPECT_FALSE(link.a->send(state(1), link.now));
     EXPECT_FALSE(link.a->writable(kState, 6));
     EXPECT_FALSE(link.a->send(bulk(1), link.now));
-    EXPECT_EQ(log.lines.size(), 1U);
+    EXPECT_EQ(log.lines().size(), 1U);
 
     link.b.stuck = false;
     link.run(1s);
@@ -1123,7 +1003,7 @@ TEST(HostLinkCore, AFullStateQueueEndsTheSessionForBoth)
 
 TEST(HostLinkCore, APeerThatSendsBeyondItsCreditIsNotHeardAndTheSessionEnds)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     HostLinkCore::Settings settings;
     settings.creditBytes[0] = 20;
     ScriptedPeer peer(settings);
@@ -1142,7 +1022,7 @@ TEST(HostLinkCore, APeerThatSendsBeyondItsCreditIsNotHeardAndTheSessionEnds)
     const auto frames = peer.transmitted();
     ASSERT_EQ(frames.size(), 1U);
     EXPECT_EQ(frames[0].control, HostLinkControl::Hello);
-    EXPECT_EQ(log.lines.size(), 1U);
+    EXPECT_EQ(log.lines().size(), 1U);
 }
 
 TEST(HostLinkCore, ASequencedFrameOfAnUnknownKindEndsTheSession)
@@ -1292,7 +1172,7 @@ TEST(HostLinkCore, GoodbyeEndsTheSessionForBoth)
 
 TEST(HostLinkCore, AGoodbyeAcknowledgesWhatCameBeforeIt)
 {
-    const LogLines log;
+    const LinkLogCapture log;
     SimulatedLink link;
     link.lineUp();
     link.run(50ms);
@@ -1301,7 +1181,7 @@ TEST(HostLinkCore, AGoodbyeAcknowledgesWhatCameBeforeIt)
     link.a->goodbye(link.now);
     link.run(10ms);
     EXPECT_EQ(link.b->counters().messagesDiscarded, 0U);
-    EXPECT_TRUE(log.lines.empty());
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(HostLinkCore, WhatWasAcknowledgedIsHandledAlthoughThePeerSaidGoodbye)
@@ -1359,20 +1239,15 @@ class HostLinkCoreFaults : public ::testing::TestWithParam<std::uint32_t>
 {
 };
 
-std::uint32_t firstSeed()
-{
-    const char* given = std::getenv("HOSTLINK_TEST_SEED");
-    return given ? static_cast<std::uint32_t>(std::strtoul(given, nullptr, 10)) : 1;
-}
-
 TEST_P(HostLinkCoreFaults, EveryMessageArrivesOnceAndInOrder)
 {
     const std::uint32_t seed = GetParam();
-    SCOPED_TRACE("HOSTLINK_TEST_SEED=" + std::to_string(seed));
+    SCOPED_TRACE(replayWith(seed));
     SimulatedLink::Faults faults;
-    faults.drop = faults.cutOut = faults.flip = faults.duplicate = faults.insert = 0.02;
+    faults.drop = faults.flip = faults.duplicate = faults.insert = 0.0005;
+    faults.burst = 40;
     faults.split = faults.merge = 0.2;
-    faults.cut = 0.003;
+    faults.cuts.interval = 100ms;
     faults.bytesPerSecond = seed % 2 == 0 ? 1'000'000 : 0;
     HostLinkCore::Settings settings;
     if (seed % 3 == 0) {
@@ -1421,11 +1296,12 @@ TEST_P(HostLinkCoreFaults, EveryMessageArrivesOnceAndInOrder)
 TEST_P(HostLinkCoreFaults, RestartsLoseOnlyWholeSessions)
 {
     const std::uint32_t seed = GetParam();
-    SCOPED_TRACE("HOSTLINK_TEST_SEED=" + std::to_string(seed));
+    SCOPED_TRACE(replayWith(seed));
     SimulatedLink::Faults faults;
-    faults.drop = faults.flip = faults.duplicate = faults.insert = 0.02;
+    faults.drop = faults.flip = faults.duplicate = faults.insert = 0.0005;
+    faults.burst = 40;
     faults.split = 0.1;
-    faults.cut = 0.003;
+    faults.cuts.interval = 100ms;
     SimulatedLink link(faults, seed);
     link.lineUp();
     std::mt19937 random(seed);
@@ -1457,6 +1333,6 @@ TEST_P(HostLinkCoreFaults, RestartsLoseOnlyWholeSessions)
     EXPECT_EQ(link.a.received, std::vector<ByteArray>{state(2)});
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, HostLinkCoreFaults, ::testing::Range(firstSeed(), firstSeed() + 6));
+INSTANTIATE_TEST_SUITE_P(Seeds, HostLinkCoreFaults, testSeeds(6));
 
 } // namespace

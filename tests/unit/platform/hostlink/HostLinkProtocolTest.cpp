@@ -132,6 +132,78 @@ TEST(HostLinkProtocol, TheDocumentedConversationIsWhatTheLinkSays)
     EXPECT_EQ(documentedBytes("module", "host"), link.frames);
 }
 
+ByteArray stateChanged(State state, std::uint8_t value)
+{
+    HostLinkValueMessage message(MSG_StateChanged);
+    message.addValueUint8(state, value);
+    return message.serialize();
+}
+
+TEST(HostLinkProtocol, TheDocumentedRepairsAreWhatTheLinkDoes)
+{
+    HostLinkCore::Settings small = settingsOf(kHost);
+    small.creditBytes[0] = small.creditBytes[1] = 64;
+    HostLinkCore module(settingsOf(kModule));
+    HostLinkCore host(small);
+    HostLinkTime now(1h);
+    std::vector<std::string> frames;
+    bool isLossy = false;
+    const auto carry = [&](HostLinkCore& from, HostLinkCore& to) {
+        const HostLinkCore::Bytes frame = from.transmit(now);
+        if (frame.size == 0) {
+            return false;
+        }
+        frames.push_back((&from == &module ? "sender " : "receiver ")
+                         + hexText(ByteArray(frame.data, frame.data + frame.size)));
+        if (!isLossy) {
+            to.receive(frame.data, frame.size, now);
+        }
+        return true;
+    };
+    const auto exchange = [&] {
+        while (carry(module, host) || carry(host, module)) {
+        }
+    };
+    const auto take = [&](const ByteArray& expected) {
+        ByteArray message;
+        EXPECT_TRUE(host.take(message));
+        EXPECT_EQ(message, expected);
+        host.handled(MessageClass::State, message.size(), now);
+    };
+    module.lineUp(now);
+    host.lineUp(now);
+    exchange();
+    frames.clear();
+
+    isLossy = true;
+    ASSERT_TRUE(module.send(stateChanged(STA_Volume, 41), now));
+    exchange();
+    isLossy = false;
+    ASSERT_TRUE(module.send(stateChanged(STA_Mute, 1), now));
+    exchange();
+    take(stateChanged(STA_Volume, 41));
+    take(stateChanged(STA_Mute, 1));
+    exchange();
+    now += 5ms;
+    exchange();
+
+    isLossy = true;
+    ASSERT_TRUE(module.send(stateChanged(STA_Volume, 42), now));
+    exchange();
+    isLossy = false;
+    EXPECT_EQ(module.deadline(), now + 200ms);
+    now = module.deadline();
+    exchange();
+    take(stateChanged(STA_Volume, 42));
+    exchange();
+    now += 5ms;
+    exchange();
+    now += 1250ms;
+    exchange();
+
+    EXPECT_EQ(documentedBytes("sender", "receiver"), frames);
+}
+
 TEST(HostLinkProtocol, TheDocumentedTransfersAreWhatGoesOverABus)
 {
     const auto bus = std::make_shared<I2cBus>();

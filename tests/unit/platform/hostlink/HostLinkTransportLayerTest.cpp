@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "platform/hostlink/HostLinkPort.h"
+#include "platform/hostlink/HostLinkTrace.h"
 #include "support/LineKind.h"
 #include "support/LinkLogCapture.h"
 
@@ -654,6 +655,79 @@ TEST_F(TransportTest, StopAllStopsEveryTransportOfTheProcess)
     EXPECT_EQ(second.send(stateMessage(10, 1)), 0);
     EXPECT_NE(notStarted.send(stateMessage(10, 1)), 0);
     HostLinkTransportLayer::stopAll();
+}
+
+TEST(LiveTransports, AreListedWithNamesAndCountersWhileTheyRun)
+{
+    EXPECT_TRUE(HostLinkTransportLayer::live().empty());
+    const TemporaryDirectory directory;
+    const std::string path = directory.file("link");
+    End module(makeLayer("unix", path, true));
+    End host(makeLayer("unix", path, false, "flip=0"));
+    EXPECT_TRUE(HostLinkTransportLayer::live().empty());
+    module.transport.start();
+    host.transport.start();
+    ASSERT_NE(host.transport.send(stateMessage(10, 1)), 0);
+    ASSERT_EQ(module.inbox.next(), stateMessage(10, 1));
+
+    const std::vector<HostLinkTransportLayer::Live> both = HostLinkTransportLayer::live();
+    ASSERT_EQ(both.size(), 2U);
+    EXPECT_EQ(both[0].name, "unix:" + path);
+    EXPECT_EQ(both[1].name, "unix:" + path);
+    EXPECT_EQ(both[0].counters.messagesReceived, 1U);
+    EXPECT_EQ(both[0].counters.messagesSent, 0U);
+    EXPECT_EQ(both[1].counters.messagesSent, 1U);
+    EXPECT_EQ(both[1].counters.sessions, 1U);
+
+    module.transport.stop();
+    ASSERT_EQ(HostLinkTransportLayer::live().size(), 1U);
+    EXPECT_EQ(module.transport.counters().messagesReceived, 1U); // they stay readable
+    host.transport.stop();
+    EXPECT_TRUE(HostLinkTransportLayer::live().empty());
+}
+
+TEST(LiveTransports, CanBeReadWhileOthersWorkStartAndStop)
+{
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        std::uint64_t seen = 0;
+        while (!done) {
+            for (const HostLinkTransportLayer::Live& each : HostLinkTransportLayer::live()) {
+                seen += each.counters.messagesReceived + each.name.size();
+            }
+        }
+        EXPECT_GT(seen, 0U);
+    });
+    for (int i = 0; i < 5; ++i) {
+        auto [moduleEnd, hostEnd] = memoryLayerPair();
+        End module(std::move(moduleEnd));
+        End host(std::move(hostEnd));
+        module.transport.start();
+        host.transport.start();
+        for (std::uint8_t n = 0; n < 100; ++n) {
+            ASSERT_NE(host.transport.send(stateMessage(20, n)), 0);
+            ASSERT_EQ(module.inbox.next(), stateMessage(20, n));
+        }
+    }
+    done = true;
+    reader.join();
+}
+
+TEST(LiveTransports, CanBeTracedWhileTheyWorkAndTheTraceTurnedOff)
+{
+    auto [moduleEnd, hostEnd] = memoryLayerPair();
+    End module(std::move(moduleEnd));
+    End host(std::move(hostEnd));
+    module.transport.start();
+    host.transport.start();
+    for (std::uint8_t n = 0; n < 50; ++n) {
+        std::size_t lines = 0; // only while it listens, and by one thread at a time
+        HostLinkTrace::setSink([&lines](const std::string& line) { lines += line.empty() ? 0 : 1; });
+        ASSERT_NE(host.transport.send(stateMessage(20, n)), 0);
+        ASSERT_EQ(module.inbox.next(), stateMessage(20, n));
+        HostLinkTrace::setSink({});
+        EXPECT_GE(lines, 2U);
+    }
 }
 
 TEST_F(TransportTest, AnObserverMayStopAll)

@@ -109,7 +109,7 @@ private:
     bool wakeForBytes(IdleEnd& to, IdleEnd& from) { return wakeForBytes(to, from, m_now); }
 };
 
-INSTANTIATE_TEST_SUITE_P(Kinds, IdleLine, ::testing::ValuesIn(kAllLines),
+INSTANTIATE_TEST_SUITE_P(Kinds, IdleLine, ::testing::ValuesIn(kPromptLines),
                          [](const auto& kind) { return std::string(kind.param); });
 
 TEST_P(IdleLine, WakesTwiceASecondOrThirtyTimesWhereItPolls)

@@ -88,6 +88,38 @@ TEST(Node, ListIsSorted)
     EXPECT_EQ(CMNodes::list("/list/"), expected);
 }
 
+TEST(Node, SourceIsAskedWheneverTheNodeIsReadByItsPath)
+{
+    CMNodes nodes;
+    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    int asked = 0;
+    node->setSource([&] { return i32(++asked); });
+    EXPECT_TRUE(node->value().isEmpty());
+    EXPECT_EQ(CMRoot()->getValue(kPath).toHash(), (QVariantHash{{"i32_", 1}}));
+    EXPECT_EQ(CMRoot()->getValue(kPath).toHash(), (QVariantHash{{"i32_", 2}}));
+    CMValueItem item(nullptr, kPath);
+    Record<CMValueItem, VornValue> record(&item);
+    EXPECT_EQ(asked, 2);
+    node->refresh();
+    EXPECT_EQ(asked, 3);
+    ASSERT_EQ(record.count(), 1U);
+    EXPECT_EQ(record.value(0).i32(), 3);
+    EXPECT_EQ(record.previous(0).i32(), 2);
+}
+
+TEST(Node, KnowsWhetherItIsWatched)
+{
+    CMNodes nodes;
+    const CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    EXPECT_FALSE(node->isWatched());
+    {
+        const CMValueItem first(nullptr, kPath);
+        const CMValueItem second(nullptr, kPath);
+        EXPECT_TRUE(node->isWatched());
+    }
+    EXPECT_FALSE(node->isWatched());
+}
+
 TEST(Node, GoesWithItsOwner)
 {
     auto nodes = std::make_unique<CMNodes>();

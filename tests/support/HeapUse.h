@@ -1,0 +1,6 @@
+#pragma once
+
+#include <cstddef>
+
+/// Bytes that operator new has given out in this process and not got back yet.
+std::size_t heapInUse();
