@@ -116,6 +116,18 @@ TEST_F(FilePush, AFileArrivesIdenticalOverABadLine)
     EXPECT_GT(relay.faults(), 20U);
 }
 
+TEST_F(FilePush, AFileArrivesIdenticalOverALinkThatMakesFaults)
+{
+    makeFile(3'000'000);
+    const auto host =
+        startHost({"--link", "unix:" + directory() + "/hostlink/link.socket?drop=0.0001&cut=0.05&seed=7",
+                   "--timeout", "10000"});
+    EXPECT_EQ(start(R"(,"crc":true)").status, 0);
+    const ProgramResult result = host->wait();
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(contentOf(received() + "/song.flac") == m_content);
+}
+
 TEST_F(FilePush, AHostThatAnswersMinusOneEndsIt)
 {
     makeFile(20'000);
