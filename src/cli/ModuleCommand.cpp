@@ -112,7 +112,9 @@ void addModuleCommand(CLI::App& app, int* status)
         ->add_option("--profile", options->profile,
                      "Nodes and their first values, in place of the standard ones")
         ->type_name("FILE");
-    module->add_option("--plugin", options->plugin, "The worker's plug-in [hostlinkworker.so beside the program's libraries]")
+    module
+        ->add_option("--plugin", options->plugin,
+                     "The worker's plug-in [hostlinkworker.so beside the program's libraries]")
         ->type_name("FILE");
     module
         ->add_option("--tunnel-port", options->tunnelPort,
