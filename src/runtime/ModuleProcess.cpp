@@ -3,6 +3,7 @@
 #include "platform/hostlink/HostLinkTransportLayer.h"
 #include "platform/sdk/MetaTypes.h"
 #include "platform/sdk/Paths.h"
+#include "platform/sdk/VornHostLinkTcpTunnelingConf.h"
 #include "runtime/EmulatedLine.h"
 #include "services/Bluetooth.h"
 #include "services/Network.h"
@@ -22,12 +23,12 @@ constexpr const char* kSettingsFile = "settings.json";
 
 void applyTunnelSettings(const ModuleProcess::Settings& settings, Profile* profile)
 {
-    VornValue conf = profile->values().value(VornHostLinkTcpTunnelingConfPath());
+    VornHostLinkTcpTunnelingConf conf = profile->values().value(VornHostLinkTcpTunnelingConfPath());
     if (settings.tunnelPort) {
-        conf["port"] = *settings.tunnelPort;
+        conf.setPort(*settings.tunnelPort);
     }
     if (settings.tunnelConnections) {
-        conf["maxOpenConnections"] = *settings.tunnelConnections;
+        conf.setMaxOpenConnections(*settings.tunnelConnections);
     }
     profile->set(VornHostLinkTcpTunnelingConfPath(), conf);
 }

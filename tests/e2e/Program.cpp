@@ -8,6 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 extern char** environ;
 
 namespace
@@ -28,9 +30,11 @@ void drain(int* descriptor, std::string* text)
 }
 } // namespace
 
-Program::Program(const Arguments& arguments, Input input)
+Program::Program(const Arguments& arguments, Input input) : Program(HOSTLINK_PROGRAM, arguments, input) {}
+
+Program::Program(const std::string& executable, const Arguments& arguments, Input input)
 {
-    std::vector<std::string> words{HOSTLINK_PROGRAM};
+    std::vector<std::string> words{executable};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (std::string& word : words) {
@@ -49,12 +53,13 @@ Program::Program(const Arguments& arguments, Input input)
     posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-    EXPECT_EQ(posix_spawn(&m_pid, HOSTLINK_PROGRAM, &actions, nullptr, argv.data(), environ), 0);
+    EXPECT_EQ(posix_spawn(&m_pid, executable.c_str(), &actions, nullptr, argv.data(), environ), 0);
     posix_spawn_file_actions_destroy(&actions);
     close(in[0]);
     close(out[1]);
     close(err[1]);
     m_in = in[1];
+    fcntl(m_in, F_SETFL, O_NONBLOCK);
     m_out = out[0];
     m_err = err[0];
     if (input == Input::Empty) {
@@ -75,10 +80,17 @@ Program::~Program()
 
 bool Program::readSome(std::chrono::steady_clock::time_point deadline)
 {
+    return (m_out >= 0 || m_err >= 0) && waitFor(-1, deadline);
+}
+
+/// Waits until there is something to read, or `writable` takes more where it is a descriptor, and reads.
+/// False when that did not come in time.
+bool Program::waitFor(int writable, std::chrono::steady_clock::time_point deadline)
+{
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-    pollfd descriptors[] = {{m_out, POLLIN, 0}, {m_err, POLLIN, 0}};
-    if ((m_out < 0 && m_err < 0) || left.count() <= 0 || poll(descriptors, 2, int(left.count())) <= 0) {
+    pollfd descriptors[] = {{m_out, POLLIN, 0}, {m_err, POLLIN, 0}, {writable, POLLOUT, 0}};
+    if (left.count() <= 0 || poll(descriptors, 3, int(left.count())) <= 0) {
         return false;
     }
     if (descriptors[0].revents != 0) {
@@ -122,10 +134,14 @@ std::string Program::findLine(std::size_t* from, const std::string& what, Wanted
 
 void Program::type(const std::string& text)
 {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
     for (std::size_t done = 0; done < text.size();) {
         const ssize_t size = write(m_in, text.data() + done, text.size() - done);
-        ASSERT_GT(size, 0);
-        done += std::size_t(size);
+        if (size > 0) {
+            done += std::size_t(size);
+            continue;
+        }
+        ASSERT_TRUE(errno == EAGAIN && waitFor(m_in, deadline)) << "the program does not read its input";
     }
 }
 

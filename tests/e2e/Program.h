@@ -13,7 +13,8 @@ struct ProgramResult {
     std::string err; ///< standard error
 };
 
-/// A running hostlink command. What it does not do in time is a failed test, never a hanging one.
+/// A running hostlink command, for one thread. What it does not do in time is a failed test, never a hanging
+/// one.
 class Program
 {
 public:
@@ -23,6 +24,10 @@ public:
 
     /// Starts `hostlink ARGUMENTS...`; what it reads is empty, or comes with type().
     explicit Program(const Arguments& arguments, Input input = Input::Empty);
+
+    /// Starts another executable.
+    Program(const std::string& executable, const Arguments& arguments, Input input);
+
     ~Program(); ///< kills it where it still runs
 
     Program(const Program&) = delete;
@@ -36,7 +41,7 @@ public:
     /// and returns it without its end; empty when it never came.
     std::string nextLineWith(const std::string& part);
 
-    /// Puts text on its standard input; waits while the program does not read.
+    /// Puts text on its standard input; reads what it writes while it does not read.
     void type(const std::string& text);
 
     /// Ends its standard input.
@@ -60,6 +65,7 @@ private:
     template <typename Wanted>
     std::string findLine(std::size_t* from, const std::string& what, Wanted wanted);
     bool readSome(std::chrono::steady_clock::time_point deadline);
+    bool waitFor(int writable, std::chrono::steady_clock::time_point deadline);
 
     pid_t m_pid = -1;
     int m_in = -1;

@@ -1,6 +1,7 @@
 #include "support/LabWorker.h"
 
 #include "modules/hostlink/CheckedConnect.h"
+#include "modules/hostlink/LedApi.h"
 #include "modules/hostlink/proxy/AvsItemProxy.h"
 #include "modules/hostlink/proxy/GooglecastProxy.h"
 #include "modules/hostlink/proxy/SystemUpProxy.h"
@@ -23,6 +24,7 @@ LabWorker::LabWorker(const QVariantHash& config) : CMHostLinkWorker(config)
     replaceProxy(new GooglecastProxy(this));
     replaceProxy(new AvsItemProxy(this));
     replaceProxy(new UpgradeStatusProxy(this));
+    new LedApi(this, m_transport); // a child of this
 }
 
 void LabWorker::replaceProxy(ValueProxy* proxy)

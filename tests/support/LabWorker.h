@@ -2,8 +2,8 @@
 
 #include "modules/hostlink/HostLinkWorker.h"
 
-/// The worker with the proxies that it leaves out put over the rows that own their states, so that a host
-/// can be shown them.
+/// The worker with the proxies that it leaves out put over the rows that own their states, and with the
+/// lights, so that a host can be shown them.
 class LabWorker : public CMHostLinkWorker
 {
 public:

@@ -8,13 +8,17 @@
 #include <vector>
 
 #include "modules/hostlink/CheckedConnect.h"
+#include "modules/hostlink/DataTransfer.h"
 #include "modules/hostlink/Log.h"
+#include "modules/hostlink/TcpTunneling.h"
+#include "modules/hostlink/UInputHandler.h"
 #include "modules/hostlink/proxy/BluetoothItemProxy.h"
 #include "modules/hostlink/proxy/HostCommandProxy.h"
 #include "modules/hostlink/proxy/HostStateValueNode.h"
 #include "modules/hostlink/proxy/NetworkItemProxy.h"
 #include "modules/hostlink/proxy/ValueItemProxy.h"
 #include "modules/hostlink/proxy/VolumeItemProxy.h"
+#include "platform/hostlink/HostLinkCore.h"
 #include "platform/hostlink/HostLinkPhysicalLayer.h"
 #include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkTransportLayer.h"
@@ -26,6 +30,7 @@
 #include "platform/sdk/Paths.h"
 #include "platform/sdk/PlayLogicInterface.h"
 #include "platform/sdk/VornDiracSlotsSettings.h"
+#include "platform/sdk/VornHostLinkTcpTunnelingConf.h"
 #include "vocabulary/HostNodes.h"
 #include "vocabulary/Proxies.h"
 
@@ -95,12 +100,24 @@ CMPath pathOf(Node node)
         QString::fromLatin1(path.data(), static_cast<int>(path.size())));
 }
 
+/// What the bulk queue keeps free for messages that are sent without a look at its room: the answers to all
+/// tunnel requests for which the peer has credit, a chunk of a file, and notices of closed connections. The
+/// smallest request, of 2 bytes, has the largest answer for its size: 2 bytes, and 4 that the queue adds.
+std::size_t bulkReserve()
+{
+    constexpr std::size_t kMostAnswerPerByte = 3;
+    constexpr std::size_t kChunkAndNotices = 36 * 1024;
+    const HostLinkCore::Settings settings;
+    return kMostAnswerPerByte * settings.creditBytes[static_cast<std::size_t>(MessageClass::Bulk)]
+           + kChunkAndNotices;
+}
+
 /// A transport on the fixed link. It is never released, but stays in reach to the end of the process.
 HostLinkTransportLayer* createTransport()
 {
     static auto& transports = *new std::vector<std::unique_ptr<HostLinkTransportLayer>>;
     transports.push_back(std::make_unique<HostLinkTransportLayer>(
-        HostLinkPhysicalLayer::create(kPhysicalLayer, linkProperties())));
+        HostLinkPhysicalLayer::create(kPhysicalLayer, linkProperties()), bulkReserve()));
     return transports.back().get();
 }
 
@@ -159,7 +176,7 @@ CMHostLinkWorker::CMHostLinkWorker(const QVariantHash& config) : CMNodesWorker(c
     restoreDiracFilter();
     registerProxies();
     registerHostStateValueNodes();
-    m_handlers.append(this);
+    createHandlers();
     notifySystemUp();
     configureSubscriptions(true);
     notifyPowerUp();
@@ -208,6 +225,19 @@ void CMHostLinkWorker::registerHostStateValueNodes()
     for (const HostNodeRow& row : kHostNodes) {
         m_hostStateNodes.insert(row.state, new HostStateValueNode(this, CMPath(row.node), row.convert));
     }
+}
+
+void CMHostLinkWorker::createHandlers()
+{
+    const VornHostLinkTcpTunnelingConf tunneling =
+        VornHash(CMRoot()->getValue(VornHostLinkTcpTunnelingConfPath()).toHash());
+    m_handlers.append(new UInputHandler(this));
+    if (tunneling.port() >= 1) {
+        m_handlers.append(
+            new TcpTunneling(this, m_transport, tunneling.port(), tunneling.maxOpenConnections()));
+    }
+    m_handlers.append(new DataTransfer(this, m_transport));
+    m_handlers.append(this);
 }
 
 void CMHostLinkWorker::createActivateNodes()

@@ -77,6 +77,7 @@ private:
     void restoreDiracFilter();
     void registerProxies();
     void registerHostStateValueNodes();
+    void createHandlers();
     void createActivateNodes();
     void createValueNodes();
     void notifySystemUp();

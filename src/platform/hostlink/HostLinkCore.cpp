@@ -227,7 +227,8 @@ bool HostLinkCore::send(const ByteArray& message, HostLinkTime now)
 
 bool HostLinkCore::writable(MessageClass messageClass, std::size_t size) const
 {
-    return d->mayQueue(messageClass, size) && d->sender.fits(messageClass, size);
+    const std::size_t reserve = messageClass == MessageClass::Bulk ? d->settings.bulkReserve : 0;
+    return d->mayQueue(messageClass, size) && d->sender.fits(messageClass, size + reserve);
 }
 
 std::size_t HostLinkCore::queuedBytes(MessageClass messageClass) const
@@ -557,6 +558,9 @@ HostLinkCore::Bytes HostLinkCore::Private::transmitNumbered(HostLinkTime now)
     }
     if (!sender.canNumber()) {
         return {nullptr, 0};
+    }
+    if (settings.bulkReserve > 0) {
+        receiver.holdCredit(MessageClass::Bulk, !sender.fits(MessageClass::Bulk, settings.bulkReserve));
     }
     if (receiver.grantDue()) {
         std::uint8_t payload[8];

@@ -20,6 +20,11 @@ public:
         HostLinkDuration pollTime{};                          ///< see HostLinkPhysicalLayer::pollTime()
         std::size_t queueBytes[2] = {256 * 1024, 256 * 1024}; ///< send queue bound, by MessageClass
         std::size_t creditBytes[2] = {64 * 1024 + 64, 64 * 1024 + 64}; ///< receive window, by MessageClass
+
+        /// Bytes of the bulk queue for messages that have to go whatever writable() says, as answers do.
+        /// While less is free the peer gets no more bulk credit, so that answers stay bounded by its window.
+        /// For one side of a link only: two that wait for each other would wait for ever.
+        std::size_t bulkReserve = 0;
     };
 
     /// A peer that lives is never silent for so long: each end says at shorter intervals that it is there.
@@ -76,7 +81,7 @@ public:
     /// state queue of a session ends that session.
     bool send(const ByteArray& message, HostLinkTime now);
 
-    /// True while send() takes a message of this class and size.
+    /// True while send() takes a message of this class and size and leaves Settings::bulkReserve free.
     bool writable(MessageClass messageClass, std::size_t size) const;
 
     /// Bytes of this class in the send queue, of at most Settings::queueBytes.

@@ -52,7 +52,7 @@ void HostLinkReceiveWindow::handled(std::size_t size)
 
 bool HostLinkReceiveWindow::takeQuantum()
 {
-    if (m_free < kQuantum) {
+    if (m_held || m_free < kQuantum) {
         return false;
     }
     m_free -= kQuantum;
@@ -62,7 +62,7 @@ bool HostLinkReceiveWindow::takeQuantum()
 
 bool HostLinkReceiveWindow::grantDue() const
 {
-    if (m_free == 0 || m_credit >= std::max(m_window / 2, HostLinkFrame::kMaxPayload)) {
+    if (m_held || m_free == 0 || m_credit >= std::max(m_window / 2, HostLinkFrame::kMaxPayload)) {
         return false;
     }
     return m_free >= m_window / 8 || m_inUse == m_partial.size();
@@ -70,6 +70,9 @@ bool HostLinkReceiveWindow::grantDue() const
 
 std::uint32_t HostLinkReceiveWindow::takeGrant()
 {
+    if (m_held) {
+        return 0;
+    }
     const auto granted = static_cast<std::uint32_t>(m_free);
     m_credit += m_free;
     m_free = 0;

@@ -31,6 +31,9 @@ public:
     /// A message has been handled.
     void handled(std::size_t size);
 
+    /// While held, nothing is granted; what becomes free stays free.
+    void hold(bool held) { m_held = held; }
+
     /// Takes one quantum out of what is free, when there is one.
     bool takeQuantum();
 
@@ -47,4 +50,5 @@ private:
     std::size_t m_free = 0;
     ByteArray m_partial; ///< the beginning of a message
     bool m_collecting = false;
+    bool m_held = false;
 };

@@ -68,6 +68,9 @@ public:
     /// A frame with the acknowledgement goes out; `nak` when it asks for the missing frames.
     void acknowledgementSent(bool nak);
 
+    /// While held, the peer gets no more credit of this class.
+    void holdCredit(MessageClass messageClass, bool held) { window(messageClass).hold(held); }
+
     /// Credit bits for a data frame about to be numbered; the credit is then granted.
     std::uint8_t takeCreditBits();
     bool grantDue() const { return m_windows[0].grantDue() || m_windows[1].grantDue(); }

@@ -34,7 +34,12 @@ constexpr HostLinkDuration kObserverPoll = 5ms;
 constexpr HostLinkDuration kShortSleep = 20ms;
 constexpr HostLinkDuration kBusyAfterSend = 250ms;
 
-const std::size_t kHalfBulkQueue = HostLinkCore::Settings{}.queueBytes[std::size_t(MessageClass::Bulk)] / 2;
+HostLinkCore::Settings settingsWith(std::size_t bulkReserve)
+{
+    HostLinkCore::Settings settings;
+    settings.bulkReserve = bulkReserve;
+    return settings;
+}
 
 /// Blocks all signals for the threads that are made in its life: they are the program's, not ours.
 class SignalsBlocked
@@ -81,7 +86,11 @@ struct HostLinkTransportLayer::Private {
     static void addLive(const std::shared_ptr<Private>& transport);
     static void removeLive(const std::shared_ptr<Private>& transport);
 
-    explicit Private(std::unique_ptr<HostLinkPhysicalLayer> layer) : port(std::move(layer)) {}
+    Private(std::unique_ptr<HostLinkPhysicalLayer> layer, const HostLinkCore::Settings& settings)
+        : port(std::move(layer), settings),
+          drainedBytes((settings.queueBytes[std::size_t(MessageClass::Bulk)] - settings.bulkReserve) / 2)
+    {
+    }
     ~Private()
     {
         if (thread.joinable()) {
@@ -112,6 +121,7 @@ struct HostLinkTransportLayer::Private {
     std::mutex mutex;
     std::condition_variable stopped;
     HostLinkPort port;
+    const std::size_t drainedBytes; ///< a bulk queue of no more has drained
     Phase phase = Phase::New;
     std::thread thread;
     std::thread::id threadId;
@@ -125,13 +135,14 @@ struct HostLinkTransportLayer::Private {
     bool bulkFull = false;     ///< somebody was told that the bulk queue is full
     bool observing = false;    ///< the thread is in an observer
     FileDescriptor wakeUp;     ///< an eventfd, constant from start() on
-    std::vector<MessageReceivedObserver> observers;      ///< constant from start() on
-    std::vector<std::function<void()>> drainedObservers; ///< constant from start() on
-    std::vector<pollfd> descriptors;                     ///< the thread's own
+    std::vector<MessageReceivedObserver> observers; ///< constant from start() on
+    std::vector<std::function<void()>> drainedObservers;
+    std::vector<pollfd> descriptors; ///< the thread's own
 };
 
-HostLinkTransportLayer::HostLinkTransportLayer(std::unique_ptr<HostLinkPhysicalLayer> layer)
-    : d(std::make_shared<Private>(std::move(layer)))
+HostLinkTransportLayer::HostLinkTransportLayer(std::unique_ptr<HostLinkPhysicalLayer> layer,
+                                               std::size_t bulkReserve)
+    : d(std::make_shared<Private>(std::move(layer), settingsWith(bulkReserve)))
 {
 }
 
@@ -353,7 +364,8 @@ void HostLinkTransportLayer::Private::reportDrained(Lock& lock)
         return;
     }
     bulkFull = false;
-    for (const std::function<void()>& observer : drainedObservers) {
+    const auto called = drainedObservers; // more may come while one runs
+    for (const std::function<void()>& observer : called) {
         call(lock, observer);
     }
 }
@@ -453,9 +465,9 @@ void HostLinkTransportLayer::Private::noteFull(MessageClass messageClass)
     bulkFull = bulkFull || (messageClass == MessageClass::Bulk && !hasBulkRoom());
 }
 
-/// True when the bulk queue is at most half full and open to new messages at all.
+/// True when the bulk queue has drained and is open to new messages at all.
 bool HostLinkTransportLayer::Private::hasBulkRoom() const
 {
-    return port.core().queuedBytes(MessageClass::Bulk) <= kHalfBulkQueue
+    return port.core().queuedBytes(MessageClass::Bulk) <= drainedBytes
            && port.core().writable(MessageClass::Bulk, 1);
 }

@@ -14,7 +14,9 @@ class HostLinkTransportLayer
 public:
     using MessageReceivedObserver = std::function<void(const ByteArray& message)>;
 
-    explicit HostLinkTransportLayer(std::unique_ptr<HostLinkPhysicalLayer> layer);
+    /// `bulkReserve` as in HostLinkCore::Settings, less than the bulk queue.
+    explicit HostLinkTransportLayer(std::unique_ptr<HostLinkPhysicalLayer> layer,
+                                    std::size_t bulkReserve = 0);
     virtual ~HostLinkTransportLayer();
 
     HostLinkTransportLayer(const HostLinkTransportLayer&) = delete;
@@ -37,11 +39,11 @@ public:
     /// Reports that a message which an observer got has been handled, so that the peer may send more.
     void messageHandled(const ByteArray& message);
 
-    /// True while send() takes a message of this class and size.
+    /// True while send() takes a message of this class and size and leaves the reserve free.
     bool writable(MessageClass messageClass, std::size_t size) const;
 
-    /// Calls `observer` on the transport's thread each time a full bulk queue has drained to half.
-    /// To be called before start().
+    /// Calls `observer` on the transport's thread each time a full bulk queue has drained to half of what
+    /// is not reserved.
     void addBulkDrainedObserver(std::function<void()> observer);
 
     /// Stops every transport of the process that still runs. What observers point at may be destroyed

@@ -15,6 +15,7 @@
     FIELD(qint64, i64_, setI64_, I64)                                                                        \
     FIELD(double, double_, setDouble_, Double)                                                               \
     FIELD(QString, string_, setString_, String)                                                              \
+    FIELD(QStringList, stringList_, setStringList_, StringList)                                              \
     FIELD(VornKestalPrimeOutputType::Enum, outputType, setOutputType, OutputType)                            \
     FIELD(VornKestalPrimeMqaState::Enum, mqaState, setMqaState, MqaState)                                    \
     FIELD(VornKestalPrimeVolumeMode::Enum, volumeMode, setVolumeMode, VolumeMode)                            \
@@ -55,10 +56,12 @@ public:
     qint32 i32() const { return i32_(); }
     qint64 i64() const { return i64_(); }
     QString string() const { return string_(); }
+    QStringList stringList() const { return stringList_(); }
     VornValue& setBool(bool value) { return setBool_(value); }
     VornValue& setI32(qint32 value) { return setI32_(value); }
     VornValue& setI64(qint64 value) { return setI64_(value); }
     VornValue& setString(const QString& value) { return setString_(value); }
+    VornValue& setStringList(const QStringList& value) { return setStringList_(value); }
 
 #define VORN_VALUE_TYPE(type, getter, setter, Key) Key,
     enum class Type { Hash, VORN_VALUE_FIELDS(VORN_VALUE_TYPE) };

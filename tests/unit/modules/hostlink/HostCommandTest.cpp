@@ -80,6 +80,7 @@ TEST_F(HostCommandTest, ASubscribedHostGetsTheCommandAsAChange)
 
 TEST_F(HostCommandTest, TheHostCannotWriteACommand)
 {
+    m_log.clear();
     command(5);
     HostLinkValueMessage request(MSG_SetState);
     request.addValueUint8(STA_BtCommand, 9);

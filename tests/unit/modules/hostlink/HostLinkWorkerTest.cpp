@@ -1,5 +1,9 @@
 #include <QMetaMethod>
 
+#include "modules/hostlink/DataTransfer.h"
+#include "modules/hostlink/TcpTunneling.h"
+#include "modules/hostlink/UInputHandler.h"
+#include "platform/sdk/VornHostLinkTcpTunnelingConf.h"
 #include "support/WorkerFixture.h"
 #include "vocabulary/Proxies.h"
 
@@ -78,14 +82,72 @@ TEST_F(WorkerFixture, TracesItsConstruction)
 
 TEST_F(WorkerFixture, NoStateIsClaimedTwice)
 {
-    EXPECT_EQ(m_log.errors(), std::vector<std::string>());
+    for (const std::string& error : m_log.errors()) {
+        EXPECT_EQ(error.find("Uinput not available"), 0U) << error;
+    }
     EXPECT_EQ(m_worker->m_proxies.size(), static_cast<int>(servedStateCount()));
 }
 
-TEST_F(WorkerFixture, HandlesMessagesItselfLast)
+/// A worker that finds its tunnel configured when it starts.
+class TunnelWorker : public LinkFixture
 {
-    ASSERT_FALSE(m_worker->m_handlers.isEmpty());
-    EXPECT_EQ(m_worker->m_handlers.last(), static_cast<HostLinkMessageHandler*>(m_worker.get()));
+protected:
+    ~TunnelWorker() override { HostLinkTransportLayer::stopAll(); }
+
+    OpenWorker& make(const VornHash& conf)
+    {
+        CMValueNode::create(&m_nodes, VornHostLinkTcpTunnelingConfPath())->setValue(conf);
+        m_worker = std::make_unique<OpenWorker>(QVariantHash());
+        return *m_worker;
+    }
+
+    std::unique_ptr<OpenWorker> m_worker;
+};
+
+template <typename Handler>
+bool is(HostLinkMessageHandler* handler)
+{
+    const auto* object = dynamic_cast<Handler*>(handler);
+    return object != nullptr && object->metaObject() == &Handler::staticMetaObject;
+}
+
+TEST_F(WorkerFixture, WithoutATunnelKeysComeBeforeDataTransferBeforeItself)
+{
+    const auto& handlers = m_worker->m_handlers;
+    ASSERT_EQ(handlers.size(), 3);
+    EXPECT_TRUE(is<UInputHandler>(handlers[0]));
+    EXPECT_TRUE(is<DataTransfer>(handlers[1]));
+    EXPECT_EQ(handlers[2], static_cast<HostLinkMessageHandler*>(m_worker.get()));
+    EXPECT_EQ(dynamic_cast<QObject*>(handlers[0])->parent(), m_worker.get());
+    EXPECT_EQ(dynamic_cast<QObject*>(handlers[1])->parent(), m_worker.get());
+}
+
+TEST_F(TunnelWorker, ATunnelComesSecond)
+{
+    const OpenWorker& worker = make(VornHostLinkTcpTunnelingConf().setPort(34571).setMaxOpenConnections(50));
+    ASSERT_EQ(worker.m_handlers.size(), 4);
+    EXPECT_TRUE(is<UInputHandler>(worker.m_handlers[0]));
+    EXPECT_TRUE(is<TcpTunneling>(worker.m_handlers[1]));
+    EXPECT_TRUE(is<DataTransfer>(worker.m_handlers[2]));
+    EXPECT_EQ(dynamic_cast<QObject*>(worker.m_handlers[1])->parent(), &worker);
+    EXPECT_EQ(m_log.count(log4cplus::DEBUG_LOG_LEVEL,
+                          "Starting TCP tunneling server at port: 34571, max allowed connections: 50"),
+              1U);
+}
+
+TEST_F(TunnelWorker, APortOf0IsNoTunnel)
+{
+    EXPECT_EQ(make(VornHostLinkTcpTunnelingConf().setPort(0)).m_handlers.size(), 3);
+}
+
+TEST_F(TunnelWorker, ANegativePortIsNoTunnel)
+{
+    EXPECT_EQ(make(VornHostLinkTcpTunnelingConf().setPort(-1)).m_handlers.size(), 3);
+}
+
+TEST_F(TunnelWorker, AnEmptyConfigurationIsNoTunnel)
+{
+    EXPECT_EQ(make({}).m_handlers.size(), 3);
 }
 
 TEST_F(WorkerFixture, ItsSlotsStandInTheirOrder)

@@ -61,6 +61,7 @@ TEST_F(VolumeTest, AVolumeAboveAByteIsReadAsItsLowByte)
 
 TEST_F(VolumeTest, TheHighestVolumeIsTakenAndOneMoreIsRefused)
 {
+    m_log.clear();
     EXPECT_EQ(ask(set(101)), "MSG_SetStateResponse STA_Volume=u8:0");
     EXPECT_TRUE(nothingSent());
     EXPECT_EQ(volume(), 30);

@@ -1019,6 +1019,76 @@ TEST(HostLinkCore, AFullBulkQueueIsSeenBeforeItRefuses)
     EXPECT_EQ(link.b.received.size(), 2U);
 }
 
+TEST(HostLinkCore, TheBulkReserveIsForThoseWhoDoNotAsk)
+{
+    HostLinkCore::Settings settings;
+    settings.queueBytes[1] = 3012;
+    settings.bulkReserve = 1004;
+    SimulatedLink link({}, 1, settings);
+    link.b.settings.creditBytes[1] = 1000;
+    link.b.settings.bulkReserve = 0;
+    link.b.core = std::make_unique<HostLinkCore>(link.b.settings);
+    link.b.handles = false;
+    link.lineUp();
+    link.run(10ms);
+    ASSERT_TRUE(link.a->send(bulk(0, 1000), link.now)); // takes all the credit
+    link.run(10ms);
+    for (std::uint32_t i = 1; i < 3; ++i) {
+        EXPECT_TRUE(link.a->writable(kBulk, 1000));
+        EXPECT_TRUE(link.a->send(bulk(i, 1000), link.now));
+    }
+    EXPECT_FALSE(link.a->writable(kBulk, 6));
+    EXPECT_TRUE(link.a->writable(kState, 1000)) << "it is the bulk queue's alone";
+    EXPECT_TRUE(link.a->send(bulk(3, 1000), link.now));
+    EXPECT_FALSE(link.a->send(bulk(4, 1000), link.now));
+}
+
+TEST(HostLinkCore, WhileTheBulkReserveIsInUseThePeerGetsNoBulkCredit)
+{
+    constexpr std::size_t kCredit = 4000;
+    constexpr std::size_t kReserve = 2 * kCredit;
+    HostLinkCore::Settings settings;
+    settings.creditBytes[1] = kCredit;
+    SimulatedLink link({}, 1, settings);
+    link.a.settings.bulkReserve = kReserve;
+    link.a.settings.queueBytes[1] = kReserve + 1000;
+    link.a.core = std::make_unique<HostLinkCore>(link.a.settings);
+    link.lineUp();
+    link.run(10ms);
+    link.a.handles = false;
+    link.b.handles = false; // so a's answers soon stay in its queue
+
+    std::uint32_t asked = 0;
+    std::uint32_t answered = 0;
+    const auto exchange = [&] {
+        if (asked < 100 && link.b->writable(kBulk, 500)) {
+            ASSERT_TRUE(link.b->send(bulk(asked++, 500), link.now));
+        }
+        link.run(1ms);
+        while (answered < link.a.received.size()) {
+            const ByteArray request = link.a.received[answered];
+            ASSERT_TRUE(link.a->send(bulk(answered, 500), link.now)) << answered << " finds no room";
+            link.handle(link.a, request);
+            ++answered;
+        }
+    };
+    for (int i = 0; i < 300 && !testing::Test::HasFatalFailure(); ++i) {
+        exchange();
+    }
+    EXPECT_LT(answered, 30U) << "the requests were held back";
+    EXPECT_GT(answered, 8U) << "what was free went out as credit";
+    EXPECT_EQ(link.a->session(), Session::Established);
+
+    // The peer takes answers again, and everything goes on.
+    for (std::size_t handled = 0; answered < 100 && handled < 1000; ++handled) {
+        if (handled < link.b.received.size()) {
+            link.handle(link.b, link.b.received[handled]);
+        }
+        exchange();
+    }
+    EXPECT_EQ(answered, 100U);
+}
+
 TEST(HostLinkCore, AFullStateQueueEndsTheSessionForBoth)
 {
     const LogLines log;

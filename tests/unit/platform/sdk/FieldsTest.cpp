@@ -49,6 +49,15 @@ TEST(Fields, AliasesUseTheSameFields)
     EXPECT_EQ(value.string(), "s");
 }
 
+TEST(Fields, AListOfTextsHoldsTextsOnly)
+{
+    EXPECT_EQ(VornValue().setStringList({"a", ""}).stringList(), (QStringList{"a", ""}));
+    EXPECT_EQ(VornValue().setStringList({"a"}).stringList_(), QStringList{"a"});
+    EXPECT_EQ(with(VornValue::StringList(), QVariantList{"a", 5}).stringList(), QStringList());
+    EXPECT_EQ(with(VornValue::StringList(), "a").stringList(), QStringList());
+    EXPECT_EQ(VornValue().stringList(), QStringList());
+}
+
 TEST(Fields, KeysAreTheGettersNames)
 {
     EXPECT_EQ(VornValue::Bool(), "bool_");

@@ -33,6 +33,20 @@ TEST(Reply, FailsWithItsError)
     EXPECT_FALSE(reply.value().isValid());
 }
 
+TEST(Reply, AnErrorOfAnOwnerHasNameAndTitle)
+{
+    const CMError plain(TrString(QStringLiteral("no such file")));
+    EXPECT_TRUE(plain.isError());
+    EXPECT_EQ(plain.Message(), "no such file");
+    EXPECT_EQ(plain.Name(), "Error");
+    EXPECT_EQ(plain.Title(), "Error");
+    const CMError named(TrString(QStringLiteral("no")), QStringLiteral("Busy"), QStringLiteral("Not now"));
+    EXPECT_EQ(named.Name(), "Busy");
+    EXPECT_EQ(named.Title(), "Not now");
+    EXPECT_EQ(kRefused.Name(), CMError::defaultName());
+    EXPECT_FALSE(CMError().isError());
+}
+
 TEST(Reply, FirstCompletionCounts)
 {
     const CMReply<QVariant> completed;

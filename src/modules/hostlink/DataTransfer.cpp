@@ -1,0 +1,285 @@
+#include "modules/hostlink/DataTransfer.h"
+
+#include <QFileInfo>
+#include <sstream>
+
+#include "modules/hostlink/CheckedConnect.h"
+#include "modules/hostlink/Log.h"
+#include "platform/hostlink/DataTransferCrc32.h"
+#include "platform/hostlink/HostLinkTransportLayer.h"
+#include "platform/sdk/CMNode.h"
+#include "platform/sdk/CMSetDataRequest.h"
+#include "platform/sdk/CMWorker.h"
+#include "platform/sdk/Paths.h"
+
+namespace
+{
+
+enum Tag : std::uint16_t { Name = 0, Index = 1, Data = 2, LastChunk = 3, Crc = 4, Abort = 5 };
+
+// The host's answers below 0.
+constexpr int kBlockFailed = -1;
+constexpr int kSendAgain = -2;
+
+constexpr qint64 kSmallestChunk = 128;
+constexpr qint64 kLargestChunk = 32768;
+constexpr qint64 kDefaultChunk = 4096;
+constexpr int kDefaultTimeoutMs = 3000;
+
+bool isChunkSize(qint64 size)
+{
+    return static_cast<quint64>(size - kSmallestChunk) < quint64{kLargestChunk - kSmallestChunk + 1};
+}
+
+} // namespace
+
+DataTransfer::DataTransfer(CMNodesWorker* worker, HostLinkTransportLayer* transport)
+    : QObject(worker), m_transport(transport), m_timer(new QTimer(this)),
+      m_crc32Table(static_cast<std::uint16_t>(dataTransferCrc32TableSize()))
+{
+    auto* action =
+        CMActivateNode::create(worker->nodes(), VornHostLinkDataTransferPath(), this,
+                               &DataTransfer::on_hostlinkDataTransfer_activated, Qt::QueuedConnection);
+    action->setPermission(VornPermission::Number9999);
+    m_statusNode = CMValueNode::create(worker->nodes(), VornHostLinkDataTransferStatusPath());
+    m_statusNode->setReadOnly(true);
+    m_statusNode->setValue(Status().setActive(false));
+    m_timer->setSingleShot(true);
+    m_timer->setInterval(kDefaultTimeoutMs);
+    connectChecked(m_timer, &QTimer::timeout, this, &DataTransfer::on_dataTransferTimer_timeout);
+    genDataTransferCrc32Table(m_crc32Table.data(), static_cast<std::uint16_t>(m_crc32Table.size()));
+}
+
+DataTransfer::Status DataTransfer::status() const
+{
+    return m_statusNode->value();
+}
+
+bool DataTransfer::handleMessage(MessageId id, const ByteArray& bytes)
+{
+    if (id != MSG_DataTransferResponse) {
+        return false;
+    }
+    const HostLinkValueMessage response(bytes);
+    LOG4CPLUS_DEBUG(hostLinkLogger, "size: " << response.size() << " tag: " << response.getTag(0));
+    sendFileChunk(response.getInt32(0));
+    return true;
+}
+
+void DataTransfer::on_hostlinkDataTransfer_activated(const CMSetDataRequest& request)
+{
+    const VornHash data = request.data().toHash();
+    HOSTLINK_TRACE_FUNCTION_WITH("params: " << data.toJsonString().toStdString());
+    const Parameters params = data;
+    Status status = this->status();
+    QString error;
+    if (status.active() && params.action() != Parameters::Stop) {
+        error = "Data transfer is already in progress!";
+    } else if (params.action() == Parameters::Stop) {
+        stop(status);
+    } else if (params.action() == Parameters::Start) {
+        error = start(params, status);
+    } else {
+        error = "Operation not implemented!";
+    }
+    if (!error.isEmpty()) {
+        request.fail(CMError(TrString(error)));
+        return;
+    }
+    m_statusNode->setValue(status);
+    if (params.action() == Parameters::Start) {
+        LOG4CPLUS_INFO(hostLinkLogger, "Starting data transfer of '" << fileName() << "' with chunk size "
+                                                                     << status.params().chunkSize());
+        QMetaObject::invokeMethod(this, "sendFileChunk", Qt::QueuedConnection, Q_ARG(int, 0));
+    }
+    request.complete(QVariant(static_cast<const QVariantHash&>(status)));
+}
+
+void DataTransfer::stop(Status& status)
+{
+    status.setActive(false).setError("Stopped by API request");
+    m_fileToSend.close();
+    m_timer->stop();
+    HostLinkValueMessage message(MSG_DataTransfer);
+    message.addValueNil(Abort);
+    sendMessage(message);
+}
+
+/// Returns why it does not start, or nothing. After a wrong chunk size the file stays open; the next start
+/// opens another one.
+QString DataTransfer::start(Parameters params, Status& status)
+{
+    m_fileToSend.close();
+    m_fileToSend.setFileName(params.fileName());
+    if (!m_fileToSend.open(QIODevice::ReadOnly)) {
+        return QStringLiteral("Failed to open file '%1'").arg(m_fileToSend.fileName());
+    }
+    if (!params.contains(Parameters::ChunkSize())) {
+        params.setChunkSize(kDefaultChunk);
+    } else if (!isChunkSize(params.chunkSize())) {
+        return QStringLiteral("128 <= chunkSize <= 32768");
+    }
+    if (!params.contains(Parameters::Timeout())) {
+        params.setTimeout(kDefaultTimeoutMs);
+    }
+    m_timer->setInterval(params.timeout());
+    const qint64 size = m_fileToSend.size();
+    status = Status()
+                 .setParams(params)
+                 .setBytesTotal(size)
+                 .setChunksTotal((size + params.chunkSize() - 1) / params.chunkSize())
+                 .setActive(true);
+    return {};
+}
+
+void DataTransfer::sendFileChunk(int statusResponse)
+{
+    HOSTLINK_TRACE_FUNCTION_WITH("statusResponse: " << statusResponse);
+    Status status = this->status();
+    if (!status.active()) {
+        LOG4CPLUS_WARN(
+            hostLinkLogger,
+            "Data transfer: sendFileChunk requested but there is no active data transfer, ignoring...");
+        return;
+    }
+    const Next next = interpret(statusResponse, status);
+    if (next == Next::End) {
+        finish(status);
+    } else {
+        sendChunk(status, next == Next::Resend);
+    }
+    m_statusNode->setValue(status);
+}
+
+/// The answer counts by the index of the last chunk alone, not by the chunk that was sent. So the start,
+/// which comes as an answer 0, completes a file of at most one chunk.
+DataTransfer::Next DataTransfer::interpret(int statusResponse, Status& status)
+{
+    if (statusResponse == kBlockFailed) {
+        status.setError("Block failed");
+        return Next::End;
+    }
+    if (statusResponse == kSendAgain) {
+        return Next::Resend;
+    }
+    if (statusResponse < kSendAgain) {
+        status.setError(QStringLiteral("Invalid response from host (%1)").arg(statusResponse));
+        return Next::End;
+    }
+    if (statusResponse < status.chunksTotal() - 1) {
+        return Next::Chunk;
+    }
+    LOG4CPLUS_INFO(hostLinkLogger, "Data transfer: Last chunk send OK!");
+    status.setActive(false).remove(Status::Error());
+    return Next::End;
+}
+
+void DataTransfer::finish(Status& status)
+{
+    if (status.contains(Status::Error())) {
+        LOG4CPLUS_ERROR(hostLinkLogger, "Data transfer: " << status.error().toStdString());
+        status.setActive(false);
+    }
+    m_fileToSend.close();
+}
+
+/// A chunk that is sent again begins one chunk size before the end of what was sent: a short last chunk
+/// does not begin there.
+void DataTransfer::sendChunk(Status& status, bool resend)
+{
+    const Parameters params = status.params();
+    const qint64 index = resend ? status.chunksSent() - 1 : status.chunksSent();
+    const qint64 offset = resend ? status.bytesSent() - params.chunkSize() : status.bytesSent();
+    if (!m_fileToSend.isOpen()) {
+        logUnsendable("m_fileToSend.isOpen() == true");
+        return;
+    }
+    if (offset < 0 || !m_fileToSend.seek(offset)) {
+        logUnsendable("m_fileToSend.seek(bytesSent) == true");
+        return;
+    }
+    const QByteArray data = m_fileToSend.read(params.chunkSize());
+    if (!resend) {
+        status.setBytesSent(offset + data.size()).setChunksSent(index + 1);
+    }
+    HostLinkValueMessage message = chunkMessage(index, data, params, resend);
+    logProgress(index, status.chunksTotal() - 1);
+    logChunk(index, status.chunksTotal() - 1, data.size(), resend);
+    if (m_fileToSend.atEnd()) {
+        message.addValueNil(LastChunk);
+        LOG4CPLUS_INFO(hostLinkLogger, "Data transfer: '" << fileName() << "': This was the last chunk");
+    }
+    sendMessage(message);
+    m_timer->start();
+}
+
+HostLinkValueMessage DataTransfer::chunkMessage(qint64 index, const QByteArray& data,
+                                                const Parameters& params, bool resend) const
+{
+    const ByteArray bytes(data.begin(), data.end());
+    HostLinkValueMessage message(MSG_DataTransfer);
+    if (index == 0 && !resend) {
+        message.addValueString(Name, QFileInfo(m_fileToSend).fileName().toStdString());
+    }
+    message.addValueUint32(Index, static_cast<std::uint32_t>(index));
+    message.addValueBin16(Data, bytes);
+    if (params.crc()) {
+        const auto tableSize = static_cast<std::uint16_t>(m_crc32Table.size());
+        message.addValueUint32(Crc, dataTransferCalcCrc32(m_crc32Table.data(), tableSize, bytes.data(),
+                                                          static_cast<std::uint32_t>(bytes.size())));
+    }
+    return message;
+}
+
+void DataTransfer::logProgress(qint64 index, qint64 last)
+{
+    const auto percent = static_cast<qint32>(last == 0 ? 0 : index * 100 / last);
+    if (percent != m_loggedPercent) {
+        m_loggedPercent = percent;
+        LOG4CPLUS_INFO(hostLinkLogger, "Data transfer: '" << fileName() << "': " << percent << "%");
+    }
+}
+
+void DataTransfer::logChunk(qint64 index, qint64 last, int size, bool resend) const
+{
+    const log4cplus::LogLevel level = resend ? log4cplus::WARN_LOG_LEVEL : log4cplus::TRACE_LOG_LEVEL;
+    if (hostLinkLogger.isEnabledFor(level)) {
+        std::ostringstream line;
+        line << "Data transfer: '" << fileName() << "': sending chunk " << index << " / " << last << ", size "
+             << size;
+        hostLinkLogger.log(level, line.str());
+    }
+}
+
+/// A host that asks for a chunk again before there was one gets none; that ends nothing.
+void DataTransfer::logUnsendable(const char* condition) const
+{
+    LOG4CPLUS_ERROR(hostLinkLogger,
+                    "Data transfer: '" << fileName() << "': " << condition << " does not hold, ignoring...");
+}
+
+void DataTransfer::on_dataTransferTimer_timeout()
+{
+    HOSTLINK_TRACE_FUNCTION();
+    Status status = this->status();
+    if (!status.active()) {
+        return;
+    }
+    m_fileToSend.close();
+    status.setError("Timeout").setActive(false);
+    m_statusNode->setValue(status);
+    LOG4CPLUS_ERROR(hostLinkLogger, "Data transfer: timeout");
+}
+
+void DataTransfer::shutdown()
+{
+    Status status = this->status();
+    status.setActive(false).setError("System is shutting down.");
+    m_statusNode->setValue(status);
+    m_fileToSend.close();
+}
+
+void DataTransfer::sendMessage(const HostLinkMessageSerializable& message)
+{
+    m_transport->send(message.serialize());
+}

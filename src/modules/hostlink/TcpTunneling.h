@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QAbstractSocket>
+#include <QHash>
+#include <QList>
+#include <QObject>
+
+#include "modules/hostlink/HostLinkMessageHandler.h"
+
+class HostLinkTransportLayer;
+class HostLinkValueMessage;
+class QTcpServer;
+class QTcpSocket;
+
+/// Carries the bytes of TCP clients over the host link: a server takes clients, and the host talks to each
+/// by the id of its connection.
+///
+/// Neither side can fill the other's memory: clients are not read while the link has no room for bulk
+/// messages, and a client that does not read is written for only up to kMostUnsent.
+class TcpTunneling : public QObject, public HostLinkMessageHandler
+{
+    Q_OBJECT
+public:
+    /// Bytes that may wait for one client beyond what the system's socket takes. The host's data that would
+    /// exceed them is not written at all, and answered with code 3.
+    static constexpr qint64 kMostUnsent = 128 * 1024;
+
+    /// Listens on all addresses at `port`. At most `maxConnections` clients are taken, 10 when that is below
+    /// 1, and never more than the 256 that have an id. `transport` has to stop before this is destroyed.
+    TcpTunneling(QObject* parent, HostLinkTransportLayer* transport, int port, int maxConnections);
+
+    bool handleMessage(MessageId id, const ByteArray& bytes) override;
+
+    /// Takes no more clients and closes all connections.
+    void shutdown() override;
+
+public slots:
+    void on_tcpServer_newConnection();
+    void on_socket_readyRead();
+    void on_client_disconnected();
+    void on_socket_error(QAbstractSocket::SocketError error);
+
+private:
+    using ConnectionId = signed char;
+    enum Result : std::uint8_t {
+        Done = 0,
+        Invalid = 1,
+        NoConnection = 2,
+        NotWritten = 3,
+        UnknownCommand = 4,
+    };
+
+    bool findFreeId(ConnectionId* id) const;
+    QTcpSocket* findSocket(ConnectionId id) const;
+    Result handleValue(const HostLinkValueMessage& message, int i);
+    Result handleData(const HostLinkValueMessage& message, int i);
+    Result handleCommand(const HostLinkValueMessage& message, int i);
+    static Result noConnection(ConnectionId id);
+
+    bool mustWait(QTcpSocket* socket);
+    void resume();
+    void forward(QTcpSocket* socket);
+    void remove(QTcpSocket* socket);
+    void send(const HostLinkValueMessage& message);
+
+    HostLinkTransportLayer* m_transport;
+    int m_port;
+    int m_maxConnections;
+    QTcpServer* m_server;
+    QHash<QTcpSocket*, ConnectionId> m_connections;
+    QList<QTcpSocket*> m_waiting; ///< for room on the link, to be read or, if gone, to be removed
+};
