@@ -47,9 +47,12 @@ QString fileName(const std::string& name)
     return QFile::decodeName(name.c_str());
 }
 
+/// As it was built, or as a package has installed it.
 QString standardPlugin()
 {
-    return QCoreApplication::applicationDirPath() + "/../lib/hostlinkworker.so";
+    const QString programs = QCoreApplication::applicationDirPath() + '/';
+    const QString installed = programs + HOSTLINK_INSTALLED_PLUGIN;
+    return QFile::exists(installed) ? installed : programs + "../lib/hostlinkworker.so";
 }
 
 ModuleProcess::Settings settingsOf(const Options& options, const LinkUrl& link)
@@ -131,7 +134,9 @@ void addModuleCommand(CLI::App& app, int* status)
         ->type_name("FILE");
     module->add_option("--playlist", options->playlist, "Tracks of the player, in place of the standard ones")
         ->type_name("FILE");
-    module->add_option("--plugin", options->plugin, "The worker's plug-in [../lib/hostlinkworker.so]")
+    module
+        ->add_option("--plugin", options->plugin,
+                     "The worker's plug-in [hostlinkworker.so beside the program's libraries]")
         ->type_name("FILE");
     module
         ->add_option("--tunnel-port", options->tunnelPort,

@@ -11,14 +11,12 @@
 
 namespace
 {
-constexpr const char* kVersion = "0.1.0";
-
 int run(int argc, char** argv)
 {
     int status = Done;
     CLI::App app("A streaming module's host link on a PC: run a module, be its host, look at both.",
                  "hostlink");
-    app.set_version_flag("--version", std::string("hostlink ") + kVersion);
+    app.set_version_flag("--version", "hostlink " HOSTLINK_VERSION);
     app.require_subcommand(1);
     app.footer("Examples:\n"
                "  hostlink module                          run a module; it waits for its host\n"

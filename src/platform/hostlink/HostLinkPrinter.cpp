@@ -38,11 +38,12 @@ void appendQuoted(std::string& line, std::string_view text)
     while (!text.empty()) {
         const std::size_t length = utf8SequenceLength(text);
         const std::string_view character = text.substr(0, length == 0 ? 1 : length);
-        const bool control = text[0] == 0x7F || (text[0] >= 0 && text[0] < ' ')
-                             || (length == 2 && text[0] == '\xC2' && text[1] < '\xA0');
+        const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+        const bool control =
+            byte(0) == 0x7F || byte(0) < ' ' || (length == 2 && byte(0) == 0xC2 && byte(1) < 0xA0);
         if (length == 0 || control) {
-            for (const char byte : character) {
-                line += "\\x" + hexText({static_cast<std::uint8_t>(byte)});
+            for (const char each : character) {
+                line += "\\x" + hexText({static_cast<std::uint8_t>(each)});
             }
         } else {
             if (text[0] == '"' || text[0] == '\\') {
