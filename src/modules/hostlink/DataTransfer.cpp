@@ -28,7 +28,7 @@ constexpr int kDefaultTimeoutMs = 3000;
 
 bool isChunkSize(qint64 size)
 {
-    return static_cast<quint64>(size - kSmallestChunk) < quint64{kLargestChunk - kSmallestChunk + 1};
+    return static_cast<quint64>(size) - quint64{kSmallestChunk} < quint64{kLargestChunk - kSmallestChunk + 1};
 }
 
 } // namespace
