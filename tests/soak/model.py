@@ -161,10 +161,6 @@ class Histories:
     def add(self, number, value):
         self._values[number].append(value)
 
-    def note_done(self, number):
-        """The latest value is known to be there: an older one would be wrong from now on."""
-        self._oldest[number] = len(self._values[number]) - 1
-
     def newest(self, number):
         return len(self._values[number]) - 1
 

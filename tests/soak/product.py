@@ -26,14 +26,15 @@ def expect(what, expected, found):
 
 
 def wait_until(what, condition, seconds=PATIENCE):
-    """Looks until condition() is true; returns its value."""
+    """Looks until condition() is true; returns its value. `what` is a text, or a function that says it at the end."""
     deadline = time.monotonic() + seconds
     while True:
         value = condition()
         if value:
             return value
         if time.monotonic() > deadline:
-            raise Failure(f"this did not happen within {seconds:.0f} s: {what}")
+            text = what() if callable(what) else what
+            raise Failure(f"this did not happen within {seconds:.0f} s: {text}")
         time.sleep(0.002)
 
 
@@ -46,6 +47,7 @@ class Program:
                                          stderr=subprocess.PIPE, text=True, bufsize=1, errors="replace")
         self.pid = self._process.pid
         self._log = log
+        log.add(self.pid, "(started) " + " ".join(self.arguments[1:]))
         self._lines = collections.deque()
         self._errors = collections.deque(maxlen=1000)
         self.errors_seen = collections.Counter()
@@ -257,6 +259,9 @@ class TunnelClient:
         if not data:
             self.is_cut = True
             return
+        self.take(data)
+
+    def take(self, data):
         place = self.received
         if data != self._content[place:place + len(data)]:
             raise Failure(f"the tunnel's echo differs within the {len(data)} bytes behind byte {place}")
@@ -266,6 +271,21 @@ class TunnelClient:
 
     def close(self):
         self.socket.close()
+
+
+class TunnelProbe(TunnelClient):
+    """A client that takes what is still under way to an earlier client of its number, which may come before its own
+    bytes are back: the protocol says so."""
+
+    def __init__(self, port, seed):
+        super().__init__(port, seed, 16)
+        self._found = b""
+
+    def is_done(self):
+        return self.is_cut or self._found.endswith(self._content)
+
+    def take(self, data):
+        self._found += data
 
 
 def run_clients(clients, is_over, seconds=2 * PATIENCE):
