@@ -1,7 +1,5 @@
 #include "cli/KeyNames.h"
 
-#include <linux/input-event-codes.h>
-
 #include <algorithm>
 #include <cctype>
 #include <charconv>
@@ -18,7 +16,7 @@ struct KeyRow {
 };
 
 constexpr KeyRow kKeys[] = {
-#define KEY(name) {#name, name},
+#define KEY(name, code) {#name, code},
 #include "cli/KeyNames.inc"
 #undef KEY
 };
