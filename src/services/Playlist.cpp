@@ -1,6 +1,5 @@
 #include "services/Playlist.h"
 
-#include <QFile>
 #include <array>
 
 #include "platform/sdk/VornJson.h"
@@ -192,14 +191,8 @@ std::optional<Playlist::Tracks> Playlist::parse(const QString& text, QString* er
 
 std::optional<Playlist::Tracks> Playlist::load(const QString& file, QString* error)
 {
-    QFile source(file);
-    if (!source.open(QIODevice::ReadOnly)) {
-        *error = file + ": " + source.errorString();
-        return std::nullopt;
-    }
-    const std::optional<QString> text = fromUtf8(source.readAll());
+    const std::optional<QString> text = readUtf8File(file, error);
     if (!text) {
-        *error = file + " is not UTF-8";
         return std::nullopt;
     }
     QString problem;

@@ -1,7 +1,5 @@
 #include "services/Profile.h"
 
-#include <QFile>
-
 #include "platform/sdk/VornJson.h"
 #include "services/NodeNames.h"
 #include "services/Utf8.h"
@@ -140,14 +138,8 @@ std::optional<Profile> Profile::parse(const QString& text, QString* error)
 
 std::optional<Profile> Profile::load(const QString& file, QString* error)
 {
-    QFile source(file);
-    if (!source.open(QIODevice::ReadOnly)) {
-        *error = file + ": " + source.errorString();
-        return std::nullopt;
-    }
-    const std::optional<QString> text = fromUtf8(source.readAll());
+    const std::optional<QString> text = readUtf8File(file, error);
     if (!text) {
-        *error = file + " is not UTF-8";
         return std::nullopt;
     }
     QString problem;

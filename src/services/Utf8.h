@@ -6,3 +6,6 @@
 
 /// The text of UTF-8 bytes; nothing where they are no UTF-8.
 std::optional<QString> fromUtf8(const QByteArray& bytes);
+
+/// The text of a file in UTF-8. Without one, *error names the file and says why.
+std::optional<QString> readUtf8File(const QString& file, QString* error);
