@@ -2,7 +2,9 @@ include(GoogleTest)
 
 # Tests are run once and compiled often: what optimises them costs more than it brings.
 function(hostlink_test_options name)
-    target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
+    if(CMAKE_BUILD_TYPE STREQUAL Release OR HOSTLINK_SANITIZE)
+        target_compile_options(${name} PRIVATE -O0)
+    endif()
     target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
 endfunction()
 

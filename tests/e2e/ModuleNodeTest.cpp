@@ -349,7 +349,7 @@ TEST_F(ModuleNode, StatesOfProxiesThatTheWorkerLeavesOutAnswerWithTheLabWorkerOn
 {
     const Arguments served{"--json", "get", "32", "33", "37", "46", "47"};
     const Arguments never{"--json", "get", "41", "42", "43", "44", "45", "48"};
-    const auto nils = [this](const Arguments& arguments) {
+    const auto nils = [](const Arguments& arguments) {
         const std::string answer = host(arguments).out;
         std::size_t count = 0;
         for (std::size_t at = 0; (at = answer.find("\"nil\"", at)) != std::string::npos; ++at) {

@@ -5,6 +5,7 @@
 #include <log4cplus/spi/loggingevent.h>
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -79,10 +80,25 @@ private:
     protected:
         void append(const log4cplus::spi::InternalLoggingEvent& event) override
         {
-            m_lines.push_back({event.getLogLevel(), event.getMessage()});
+            m_lines.push_back({event.getLogLevel(), asGccSpells(event.getMessage())});
         }
 
     private:
+        /// A trace has a function's name in it, in which compilers differ.
+        static std::string asGccSpells(std::string text)
+        {
+#ifdef __clang__
+            constexpr const char* kSpellings[][2] = {
+                {"(anonymous namespace)", "{anonymous}"}, {" &", "&"}, {" *", "*"}};
+            for (const auto& [clang, gcc] : kSpellings) {
+                for (std::size_t at = 0; (at = text.find(clang, at)) != std::string::npos;) {
+                    text.replace(at, std::strlen(clang), gcc);
+                }
+            }
+#endif
+            return text;
+        }
+
         std::vector<Line>& m_lines;
     };
 
