@@ -5,19 +5,13 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "FuzzInput.h"
 #include "host/FileReceiver.h"
 #include "host/TunnelHost.h"
 #include "platform/hostlink/HostLinkMessage.h"
 
 namespace
 {
-
-void require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
 
 const std::string& directory()
 {

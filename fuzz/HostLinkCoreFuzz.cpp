@@ -1,6 +1,6 @@
-#include <cstdlib>
 #include <set>
 
+#include "FuzzInput.h"
 #include "platform/hostlink/BigEndian.h"
 #include "platform/hostlink/HostLinkFrame.h"
 #include "platform/hostlink/HostLinkLog.h"
@@ -15,33 +15,6 @@ constexpr std::size_t kQueueBytes = 8000;
 constexpr std::size_t kCreditBytes = 3000;
 constexpr std::size_t kMaxScript = 600;
 
-void require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
-
-/// The input as a sequence of choices; zeros when it is used up.
-class Script
-{
-public:
-    Script(const std::uint8_t* data, std::size_t size) : m_at(data), m_end(data + size) {}
-
-    bool empty() const { return m_at == m_end; }
-    std::uint8_t byte() { return empty() ? 0 : *m_at++; }
-    ByteArray bytes(std::size_t size)
-    {
-        const std::size_t taken = std::min<std::size_t>(size, m_end - m_at);
-        m_at += taken;
-        return ByteArray(m_at - taken, m_at);
-    }
-
-private:
-    const std::uint8_t* m_at;
-    const std::uint8_t* m_end;
-};
-
 HostLinkCore::Settings smallSettings()
 {
     HostLinkCore::Settings settings;
@@ -55,7 +28,7 @@ HostLinkCore::Settings smallSettings()
 class Player
 {
 public:
-    explicit Player(Script script) : m_script(script), m_link({}, 1, smallSettings()) {}
+    explicit Player(FuzzScript script) : m_script(script), m_link({}, 1, smallSettings()) {}
 
     void play()
     {
@@ -249,7 +222,7 @@ private:
         require(m_link.a.frames + m_link.b.frames - before <= 24);
     }
 
-    Script m_script;
+    FuzzScript m_script;
     SimulatedLink m_link;
     std::uint32_t m_number = 0;
     std::set<std::uint32_t> m_sent[2];
@@ -266,6 +239,6 @@ private:
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     HostLinkLog::setSink([](HostLinkLog::Level, const std::string&) {});
-    Player(Script(data, std::min(size, kMaxScript))).play();
+    Player(FuzzScript(data, std::min(size, kMaxScript))).play();
     return 0;
 }

@@ -1,6 +1,6 @@
 #include <algorithm>
-#include <cstdlib>
 
+#include "FuzzInput.h"
 #include "platform/hostlink/ByteArray.h"
 #include "platform/hostlink/HostLinkFrame.h"
 
@@ -8,13 +8,6 @@ namespace
 {
 
 using Result = HostLinkFrameDecoder::Result;
-
-void require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
 
 /// Encodes a frame behind garbage and requires that exactly it comes out again.
 void requireRoundTrip(const HostLinkFrame& frame)

@@ -1,20 +1,8 @@
 #include <algorithm>
-#include <cstdlib>
 
+#include "FuzzInput.h"
 #include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
-
-namespace
-{
-
-void require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

@@ -1,18 +1,11 @@
 #include <algorithm>
-#include <cstdlib>
 
+#include "FuzzInput.h"
 #include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
 
 namespace
 {
-
-void require(bool condition)
-{
-    if (!condition) {
-        std::abort();
-    }
-}
 
 /// Reads value i by its own reader, checks that it is the only one that accepts it, and writes it again.
 void copyValue(const HostLinkValueMessage& from, int i, HostLinkValueMessage* to)

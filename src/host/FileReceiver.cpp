@@ -64,6 +64,7 @@ FileReceiver::FileReceiver(std::string directory, Observer observer)
       m_crc32Table(static_cast<std::uint16_t>(dataTransferCrc32TableSize()))
 {
     genDataTransferCrc32Table(m_crc32Table.data(), static_cast<std::uint16_t>(m_crc32Table.size()));
+    ReceivedFile::removeAbandoned(m_directory);
 }
 
 bool FileReceiver::take(const ByteArray& message, HostLinkTime)

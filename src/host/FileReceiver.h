@@ -30,6 +30,7 @@ public:
 
     using Observer = std::function<void(const Report&)>;
 
+    /// Removes from the directory what receivers have left there that were killed.
     FileReceiver(std::string directory, Observer observer);
 
     /// An answer in place of the right one, or none.

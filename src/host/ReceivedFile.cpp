@@ -1,15 +1,21 @@
 #include "host/ReceivedFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 namespace
 {
+constexpr std::string_view kPartPrefix = ".hostlink-";
+constexpr std::string_view kPartSuffix = ".part";
+
 bool failed(const std::string& what, std::string* error)
 {
     *error = what + ": " + std::strerror(errno);
@@ -29,7 +35,33 @@ bool isFileName(const std::string& name)
 std::string nextPartName()
 {
     static unsigned number = 0;
-    return ".hostlink-" + std::to_string(::getpid()) + '-' + std::to_string(++number) + ".part";
+    return std::string(kPartPrefix) + std::to_string(::getpid()) + '-' + std::to_string(++number)
+           + std::string(kPartSuffix);
+}
+
+bool isPartName(std::string_view name)
+{
+    if (name.size() <= kPartPrefix.size() + kPartSuffix.size()
+        || name.substr(0, kPartPrefix.size()) != kPartPrefix
+        || name.substr(name.size() - kPartSuffix.size()) != kPartSuffix) {
+        return false;
+    }
+    name.remove_prefix(kPartPrefix.size());
+    name.remove_suffix(kPartSuffix.size());
+    return name.find_first_not_of("0123456789-") == std::string_view::npos;
+}
+
+/// Who writes a file holds its lock, which ends with the process. Where the file system has no locks nothing
+/// is known to be abandoned.
+void removeIfAbandoned(int directory, const char* name)
+{
+    const FileDescriptor file(::openat(directory, name, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {
+    };
+    if (file && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode)
+        && ::flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
+        ::unlinkat(directory, name, 0);
+    }
 }
 } // namespace
 
@@ -47,6 +79,20 @@ std::unique_ptr<ReceivedFile> ReceivedFile::create(const std::string& directory,
     }
     std::unique_ptr<ReceivedFile> file(new ReceivedFile(std::move(descriptor), name));
     return file->open(error) ? std::move(file) : nullptr;
+}
+
+void ReceivedFile::removeAbandoned(const std::string& directory)
+{
+    DIR* const entries = ::opendir(directory.c_str());
+    if (entries == nullptr) {
+        return;
+    }
+    while (const dirent* entry = ::readdir(entries)) {
+        if (isPartName(entry->d_name)) {
+            removeIfAbandoned(::dirfd(entries), entry->d_name);
+        }
+    }
+    ::closedir(entries);
 }
 
 ReceivedFile::ReceivedFile(FileDescriptor directory, std::string name)
@@ -67,12 +113,24 @@ bool ReceivedFile::open(std::string* error)
     do {
         m_partName = nextPartName();
         m_file = FileDescriptor(::openat(m_directory.get(), m_partName.c_str(), kFlags, 0666));
-    } while (!m_file && errno == EEXIST);
+    } while (m_file ? !isSafe() : errno == EEXIST);
     if (!m_file) {
         m_partName.clear();
         return failed("cannot create a file", error);
     }
     return true;
+}
+
+/// Takes the file's lock. False when removeAbandoned() of another process came before that, and has removed
+/// the file or is about to.
+bool ReceivedFile::isSafe() const
+{
+    if (::flock(m_file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        return false;
+    }
+    struct stat status {
+    };
+    return ::fstat(m_file.get(), &status) == 0 && status.st_nlink > 0;
 }
 
 bool ReceivedFile::write(std::uint64_t offset, const std::uint8_t* bytes, std::size_t size,

@@ -17,6 +17,10 @@ public:
                                                 std::string* error);
     ~ReceivedFile();
 
+    /// Removes from `directory` what processes have left there that were killed amid a file. What somebody is
+    /// still writing stays.
+    static void removeAbandoned(const std::string& directory);
+
     ReceivedFile(const ReceivedFile&) = delete;
     ReceivedFile& operator=(const ReceivedFile&) = delete;
 
@@ -32,6 +36,7 @@ public:
 private:
     ReceivedFile(FileDescriptor directory, std::string name);
     bool open(std::string* error);
+    bool isSafe() const;
 
     const FileDescriptor m_directory;
     const std::string m_name;

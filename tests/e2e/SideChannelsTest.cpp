@@ -56,10 +56,10 @@ protected:
         std::ofstream(pushed(), std::ios::binary) << m_content;
     }
 
-    /// A host that takes one file into received().
-    std::unique_ptr<Program> startHost(const Program::Arguments& more = {})
+    /// A host that takes one file, or so many, into received().
+    std::unique_ptr<Program> startHost(const Program::Arguments& more = {}, int count = 1)
     {
-        Program::Arguments arguments{"host", "receive", received(), "--count", "1"};
+        Program::Arguments arguments{"host", "receive", received(), "--count", std::to_string(count)};
         arguments.insert(arguments.end(), more.begin(), more.end());
         auto host = std::make_unique<Program>(arguments);
         EXPECT_TRUE(host->waitForError("ready for files"));
@@ -73,7 +73,22 @@ protected:
             {"node", "invoke", kTransfer, R"({"action":0,"fileName":")" + pushed() + "\"" + more + "}"});
     }
 
+    /// Returns when the host has got some of the file, and most of it is still to come.
+    void startAndAwaitAChunk() const
+    {
+        Program watch({"node", "watch", kStatus});
+        EXPECT_NE(watch.waitForLine("{\"active\":false"), "");
+        EXPECT_EQ(start(R"(,"chunkSize":128)").status, 0);
+        EXPECT_NE(watch.nextLineWith(R"("chunksSent":2,)"), "");
+    }
+
     static std::string status() { return Program::run({"node", "get", kStatus}).out; }
+
+    /// Whatever their names are.
+    int filesReceived() const
+    {
+        return int(std::distance(std::filesystem::directory_iterator(received()), {}));
+    }
 
     std::string m_content;
 };
@@ -151,6 +166,47 @@ TEST_F(FilePush, ChunksThatAreAskedForAgainStillMakeTheFile)
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_TRUE(contentOf(received() + "/song.flac") == m_content);
     EXPECT_FALSE(contains(status(), "error")) << status();
+}
+
+TEST_F(FilePush, AHostKilledAmidAFileLeavesNoHalfOneAndTheNextGetsItWhole)
+{
+    makeFile(10 * 1024 * 1024);
+    const auto host = startHost();
+    startAndAwaitAChunk();
+    host->signal(SIGKILL);
+    host->wait();
+    EXPECT_EQ(filesReceived(), 1) << "only what the kill has left of the file";
+    EXPECT_FALSE(std::filesystem::exists(received() + "/song.flac"));
+    EXPECT_EQ(Program::run({"node", "invoke", kTransfer, R"({"action":1})"}).status, 0);
+
+    makeFile(100'000);
+    const auto next = startHost();
+    EXPECT_EQ(filesReceived(), 0) << "the next host removes it";
+    EXPECT_EQ(start().status, 0);
+    const ProgramResult result = next->wait();
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(contentOf(received() + "/song.flac") == m_content);
+    EXPECT_EQ(filesReceived(), 1);
+}
+
+TEST_F(FilePush, AModuleKilledAmidAFileLeavesNoHalfOneAndTheNextSendsItWhole)
+{
+    makeFile(10 * 1024 * 1024);
+    const auto host = startHost({}, 2);
+    startAndAwaitAChunk();
+    m_module->signal(SIGKILL);
+    m_module->wait();
+    EXPECT_FALSE(std::filesystem::exists(received() + "/song.flac"));
+
+    makeFile(100'000);
+    startModule();
+    EXPECT_TRUE(host->waitForError("\"song.flac\" was not received: a new session began"));
+    EXPECT_EQ(filesReceived(), 0);
+    EXPECT_EQ(start().status, 0);
+    const ProgramResult result = host->wait();
+    EXPECT_EQ(result.status, 1) << "one of the two was not received";
+    EXPECT_EQ(result.out, "song.flac\t100000\n");
+    EXPECT_TRUE(contentOf(received() + "/song.flac") == m_content);
 }
 
 TEST_F(FilePush, AHostThatAnswersMinusThreeEndsIt)

@@ -181,16 +181,20 @@ class ReceivePhase:
         return file
 
     def _expect_whole_or_none(self, file):
-        """Under its final name; what was begun may lie beside after a kill."""
-        for name in os.listdir(self._world.received):
-            found = self._world.received / name
-            if name == file.name:
-                if found.read_bytes() != file.read_bytes():
-                    raise Failure(f"a half file under the final name {name}")
-            elif not (name.startswith(".hostlink-") and name.endswith(".part")):
-                raise Failure(f"a file of an unexpected name: {name}")
+        """Under its final name; what was begun may lie beside after a kill, until the next host begins."""
+        found = self._world.received / file.name
+        if found.exists():
+            if found.read_bytes() != file.read_bytes():
+                raise Failure(f"a half file under the final name {file.name}")
             found.unlink()
         file.unlink()
+        for name in os.listdir(self._world.received):
+            if not (name.startswith(".hostlink-") and name.endswith(".part")):
+                raise Failure(f"a file of an unexpected name: {name}")
+
+    def _expect_nothing_left(self):
+        wait_until(lambda: f"nothing is left of a file that was begun: {os.listdir(self._world.received)}",
+                   lambda: not os.listdir(self._world.received))
 
     def _kill_host(self):
         self._world.tally["restarts"] += 1
@@ -200,6 +204,7 @@ class ReceivePhase:
         self._world.api.invoke(TRANSFER, {"action": 1})
         expect("activity of a transfer that was stopped", False, self._status()["active"])
         self._start_host()
+        self._expect_nothing_left()
 
     def _kill_module(self):
         world = self._world
@@ -212,6 +217,7 @@ class ReceivePhase:
         if not self._host.next_line():
             self._status_at_end = 1  # it says that a file was not received
         self._expect_whole_or_none(file)
+        self._expect_nothing_left()
 
     def _is_met(self):
         counters = self._world.api.link_counters()

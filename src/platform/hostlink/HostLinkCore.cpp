@@ -113,7 +113,7 @@ struct HostLinkCore::Private {
 
 HostLinkCore::Private::Private(Settings given)
     : settings(std::move(given)), sender(settings.queueBytes, settings.pollTime),
-      receiver(settings.creditBytes), instance(drawInstance())
+      receiver(settings.creditBytes, settings.pollTime), instance(drawInstance())
 {
 }
 
@@ -167,7 +167,7 @@ void HostLinkCore::receive(const std::uint8_t* bytes, std::size_t size, HostLink
         HostLinkTrace::damaged(d->decoder.damagedSize());
         ++d->counters.framesDamaged;
         if (!d->greeting && d->decoder.damagedSize() > kAckEncodedSize) {
-            d->receiver.damaged();
+            d->receiver.damaged(now);
         }
     }
 }
@@ -408,7 +408,7 @@ void HostLinkCore::Private::receiveFrame(const HostLinkFrame& frame, HostLinkTim
         receiveSequenced(frame, now);
         return;
     }
-    receiver.expectNext(frame.sequence);
+    receiver.expectNext(frame.sequence, now);
     if (frame.control == HostLinkControl::Nak) {
         sender.askedFor(frame.acknowledgement);
     }
@@ -652,7 +652,7 @@ HostLinkCore::Bytes HostLinkCore::Private::transmitFrame(HostLinkFrame frame, bo
 {
     if (!greeting && frame.control != HostLinkControl::Hello) {
         frame.acknowledgement = receiver.acknowledgement();
-        receiver.acknowledgementSent(frame.control == HostLinkControl::Nak);
+        receiver.acknowledgementSent(frame.control == HostLinkControl::Nak, now);
     }
     const bool again = zeroFirst && (frame.control & HostLinkControl::Sequenced) != 0;
     HostLinkTrace::frame(HostLinkTrace::Direction::Out, frame, again);

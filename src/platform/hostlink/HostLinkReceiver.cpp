@@ -14,8 +14,9 @@ MessageClass classOf(const HostLinkFrame& frame)
 }
 } // namespace
 
-HostLinkReceiver::HostLinkReceiver(const std::size_t (&windowBytes)[2])
-    : m_windows{HostLinkReceiveWindow(windowBytes[0]), HostLinkReceiveWindow(windowBytes[1])}
+HostLinkReceiver::HostLinkReceiver(const std::size_t (&windowBytes)[2], HostLinkDuration pollTime)
+    : m_windows{HostLinkReceiveWindow(windowBytes[0]), HostLinkReceiveWindow(windowBytes[1])},
+      m_nakTimer(pollTime)
 {
 }
 
@@ -31,13 +32,21 @@ void HostLinkReceiver::resume()
 {
     m_acknowledgedTo = m_expected;
     m_ackDeadline = HostLinkTime::max();
+    endGap();
+}
+
+void HostLinkReceiver::endGap()
+{
     m_nakDue = false;
     m_asked = false;
+    m_naks = 0;
+    m_nakTimer.stop();
+    m_nakTimer.progress();
 }
 
 HostLinkReceiver::Verdict HostLinkReceiver::accept(const HostLinkFrame& frame, HostLinkTime now)
 {
-    const Verdict verdict = judge(frame);
+    const Verdict verdict = judge(frame, now);
     if (verdict == Verdict::Repeated) {
         m_ackDeadline = HostLinkTime::min(); // the acknowledgement was lost or late
     }
@@ -45,8 +54,8 @@ HostLinkReceiver::Verdict HostLinkReceiver::accept(const HostLinkFrame& frame, H
         return verdict;
     }
     ++m_expected;
-    m_asked = false;
-    m_nakDue = false;
+    noteRepair(now);
+    endGap();
     if (m_expected - m_acknowledgedTo >= kAckEvery) {
         m_ackDeadline = HostLinkTime::min();
     } else if (m_ackDeadline == HostLinkTime::max()) {
@@ -58,7 +67,16 @@ HostLinkReceiver::Verdict HostLinkReceiver::accept(const HostLinkFrame& frame, H
     return verdict;
 }
 
-HostLinkReceiver::Verdict HostLinkReceiver::judge(const HostLinkFrame& frame)
+/// How long it takes from a nak to the frame, where that was asked for once. What comes late was not missing:
+/// there was garbage on an idle line.
+void HostLinkReceiver::noteRepair(HostLinkTime now)
+{
+    if (m_naks == 1 && now - m_nakAt <= HostLinkRetransmitTimer::kCeiling) {
+        m_nakTimer.sample(now - m_nakAt);
+    }
+}
+
+HostLinkReceiver::Verdict HostLinkReceiver::judge(const HostLinkFrame& frame, HostLinkTime now)
 {
     const auto ahead = static_cast<std::uint8_t>(frame.sequence - acknowledgement());
     if (ahead >= 256 - HostLinkSender::kMaxInFlight) {
@@ -70,7 +88,7 @@ HostLinkReceiver::Verdict HostLinkReceiver::judge(const HostLinkFrame& frame)
     if (ahead > 0) {
         // Frames come in the order of transmission: one that lies no further ahead than an earlier one
         // shows that the peer went back already and that the missing frame was lost again.
-        if (!m_asked || ahead <= m_reach) {
+        if (mayAsk(now) || ahead <= m_reach) {
             askAgain(ahead);
         }
         m_reach = ahead;
@@ -88,17 +106,17 @@ void HostLinkReceiver::askAgain(std::uint32_t reach)
     m_reach = reach;
 }
 
-void HostLinkReceiver::expectNext(std::uint8_t sequence)
+void HostLinkReceiver::expectNext(std::uint8_t sequence, HostLinkTime now)
 {
     const auto ahead = static_cast<std::uint8_t>(sequence - acknowledgement());
-    if (ahead > 0 && ahead <= HostLinkSender::kMaxInFlight && !m_asked) {
+    if (ahead > 0 && ahead <= HostLinkSender::kMaxInFlight && mayAsk(now)) {
         askAgain(ahead - 1U);
     }
 }
 
-void HostLinkReceiver::damaged()
+void HostLinkReceiver::damaged(HostLinkTime now)
 {
-    if (!m_asked) {
+    if (mayAsk(now)) {
         askAgain(0);
     }
 }
@@ -143,8 +161,15 @@ void HostLinkReceiver::handled(MessageClass messageClass, std::size_t size)
     }
 }
 
-void HostLinkReceiver::acknowledgementSent(bool nak)
+void HostLinkReceiver::acknowledgementSent(bool nak, HostLinkTime now)
 {
+    if (nak) {
+        if (m_naks++ > 0) {
+            m_nakTimer.expire();
+        }
+        m_nakAt = now;
+        m_nakTimer.start(now);
+    }
     m_acknowledgedTo = m_expected;
     m_ackDeadline = HostLinkTime::max();
     m_nakDue = m_nakDue && !nak;

@@ -7,6 +7,7 @@
 #include "platform/hostlink/ByteArray.h"
 #include "platform/hostlink/HostLinkFrame.h"
 #include "platform/hostlink/HostLinkReceiveWindow.h"
+#include "platform/hostlink/HostLinkRetransmitTimer.h"
 #include "platform/hostlink/HostLinkTime.h"
 #include "vocabulary/MessageIds.h"
 
@@ -29,8 +30,8 @@ public:
         Breach,   ///< the next one, but of an unknown kind or beyond the peer's credit
     };
 
-    /// Bytes of the windows, by MessageClass.
-    explicit HostLinkReceiver(const std::size_t (&windowBytes)[2]);
+    /// Bytes of the windows, by MessageClass; `pollTime` as in HostLinkRetransmitTimer.
+    HostLinkReceiver(const std::size_t (&windowBytes)[2], HostLinkDuration pollTime);
 
     /// Begins a session at frame 0; the peer's credit is what unhandled messages leave.
     void beginSession();
@@ -49,10 +50,10 @@ public:
     Verdict accept(const HostLinkFrame& frame, HostLinkTime now);
 
     /// An unnumbered frame said which number comes next: frames before it are lost when it is ahead.
-    void expectNext(std::uint8_t sequence);
+    void expectNext(std::uint8_t sequence, HostLinkTime now);
 
     /// Something arrived that could have been a sequenced frame.
-    void damaged();
+    void damaged(HostLinkTime now);
 
     bool take(ByteArray& message);
     void handled(MessageClass messageClass, std::size_t size);
@@ -66,7 +67,7 @@ public:
     HostLinkTime ackDeadline() const { return m_ackDeadline; }
 
     /// A frame with the acknowledgement goes out; `nak` when it asks for the missing frames.
-    void acknowledgementSent(bool nak);
+    void acknowledgementSent(bool nak, HostLinkTime now);
 
     /// While held, the peer gets no more credit of this class.
     void holdCredit(MessageClass messageClass, bool held) { window(messageClass).hold(held); }
@@ -89,9 +90,13 @@ private:
     {
         return m_windows[static_cast<std::size_t>(messageClass)];
     }
-    Verdict judge(const HostLinkFrame& frame);
+    Verdict judge(const HostLinkFrame& frame, HostLinkTime now);
     void deliver(const HostLinkFrame& frame);
+    /// Not while what was asked for can still be on its way.
+    bool mayAsk(HostLinkTime now) const { return !m_asked || now >= m_nakTimer.deadline(); }
     void askAgain(std::uint32_t reach);
+    void noteRepair(HostLinkTime now);
+    void endGap();
 
     HostLinkReceiveWindow m_windows[2];
     std::uint32_t m_expected = 0; ///< number of the next frame
@@ -101,6 +106,9 @@ private:
     bool m_nakDue = false;
     bool m_asked = false;      ///< for frame m_expected, again
     std::uint32_t m_reach = 0; ///< how far behind it the frames came that the peer sent before it knew
+    int m_naks = 0;            ///< sent for it
+    HostLinkTime m_nakAt;      ///< when the latest one was sent
+    HostLinkRetransmitTimer m_nakTimer; ///< until when the frame should have come
 
     std::deque<ByteArray> m_inbox;
     ByteArray m_spare; ///< memory of a message that was taken

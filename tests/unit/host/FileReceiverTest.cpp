@@ -321,6 +321,32 @@ TEST_F(FileReceiverTest, ItsEndLeavesNothingHalfBehind)
     EXPECT_EQ(files(), Texts{});
 }
 
+TEST_F(FileReceiverTest, WhatAKilledOneHasLeftIsRemovedByTheNext)
+{
+    const Texts others{".hostlink-1-1.part.gz", ".hostlink-a.part", ".hostlink-.part", "hostlink-1-1.part"};
+    for (const std::string& name : others) {
+        std::ofstream(m_directory + '/' + name) << "half of a song";
+    }
+    std::ofstream(m_directory + "/.hostlink-1-1.part") << "half of a song";
+    std::ofstream(m_directory + "/.hostlink-4000000-17.part");
+    fs::create_directory(m_directory + "/.hostlink-2-2.part");
+    fs::create_symlink(m_directory + "/hostlink-1-1.part", m_directory + "/.hostlink-3-3.part");
+    const FileReceiver next(m_directory, [](const FileReceiver::Report&) {});
+    Texts left = others;
+    left.insert(left.end(), {".hostlink-2-2.part", ".hostlink-3-3.part"});
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(files(), left);
+}
+
+TEST_F(FileReceiverTest, WhatAnotherOneStillWritesStays)
+{
+    give(chunk(0, "abcd", false, "song"));
+    const FileReceiver another(m_directory, [](const FileReceiver::Report&) {});
+    give(chunk(1, "e", true));
+    EXPECT_EQ(content("song"), "abcde");
+    EXPECT_EQ(files(), Texts{"song"});
+}
+
 TEST_F(FileReceiverTest, AnswersAsAskedForOnce)
 {
     m_receiver->failChunk(1, 7);

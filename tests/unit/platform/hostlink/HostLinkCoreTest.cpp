@@ -392,6 +392,66 @@ TEST(HostLinkCore, AFrameLostTwiceIsRepairedAtOnceWhenOthersFollow)
     EXPECT_EQ(link.a->counters().framesRepeated, 8U);
 }
 
+/// Losing a frame again together with the next leaves nothing that shows the receiver that the sender has
+/// gone back.
+TEST(HostLinkCore, AFrameThatIsLostAgainWithTheNextIsAskedForAgain)
+{
+    SimulatedLink::Faults slow;
+    slow.bytesPerSecond = 11'520;
+    SimulatedLink link(slow);
+    link.lineUp();
+    link.run(10ms);
+    std::vector<int> lost{10, 30, 32,
+                          33}; // frame 10, so that the receiver knows how long its repeat takes; frame 30
+    int frame = 0;             // for the first time, then twice in a row with frame 31
+    link.filter = [&](int from, const ByteArray& bytes) {
+        return from != 0 || bytes.size() < 100 || std::find(lost.begin(), lost.end(), frame++) == lost.end();
+    };
+    ASSERT_TRUE(link.a->send(bulk(1, 32'000), link.now));
+    ASSERT_TRUE(link.runUntil([&] { return !link.b.received.empty(); }, 30s));
+    EXPECT_EQ(link.a->counters().timeouts, 0U);
+    EXPECT_LE(link.a->counters().framesRepeated, 12U) << "not all that the window holds";
+}
+
+TEST(HostLinkCore, NaksForTheSameFrameGetRarer)
+{
+    ScriptedPeer peer;
+    peer.establish();
+    std::size_t naks = 0;
+    for (int i = 0; i < 600; ++i) { // damaged frames for a minute
+        peer.receive(ByteArray(40, 0xAA));
+        peer.receive(ByteArray{0});
+        peer.receive(HostLinkControl::Ack, 0, 0);
+        for (const auto& frame : peer.transmitted()) {
+            naks += frame.control == HostLinkControl::Nak ? 1 : 0;
+        }
+        peer.now += 100ms;
+    }
+    EXPECT_GE(naks, 10U);
+    EXPECT_LE(naks, 65U) << "one a second in the end";
+}
+
+TEST(HostLinkCore, ASlowLineThatDamagesHalfOfTheFullFramesTakesSixTimesAsLongAtMost)
+{
+    const auto secondsOver = [](double flips) {
+        SimulatedLink::Faults faults;
+        faults.bytesPerSecond = 11'520;
+        faults.flip = flips;
+        SimulatedLink link(faults);
+        link.lineUp();
+        EXPECT_TRUE(link.runUntil([&] { return link.a->session() == Session::Established; }, 30s));
+        const HostLinkTime begin = link.now;
+        constexpr std::uint32_t kMessages = 10;
+        for (std::uint32_t i = 0; i < kMessages;
+             ++i) { // each when the one before is there, as files are pushed
+            EXPECT_TRUE(link.a->send(bulk(i, 32'000), link.now));
+            EXPECT_TRUE(link.runUntil([&] { return link.b.received.size() > i; }, 10min));
+        }
+        return std::chrono::duration<double>(link.now - begin).count();
+    };
+    EXPECT_LT(secondsOver(0.00136), 6 * secondsOver(0));
+}
+
 TEST(HostLinkCore, AnAcknowledgementThatNamesALaterNumberShowsTheGap)
 {
     ScriptedPeer peer;
