@@ -26,6 +26,9 @@ public:
     FileReception(HostSession& session, const std::string& directory, const std::vector<Failure>& failures,
                   bool json);
 
+    /// A file of more bytes is not taken.
+    void setLargest(std::uint64_t bytes) { m_receiver.setLargest(bytes); }
+
     /// Needs an open session. Ends after `count` transfers, whole or failed, or with an interrupt. Refused
     /// when one failed, NoLink when there were too few.
     ExitStatus run(std::optional<unsigned> count);

@@ -29,12 +29,13 @@ struct Options {
     bool json = false;
     bool stats = false;
     bool trace = false;
-    std::vector<std::string> arguments; ///< of the chosen command
-    std::optional<unsigned> count;      ///< of watch and receive
-    std::optional<double> period;       ///< of watch, seconds
-    std::string directory;              ///< of receive
-    std::vector<std::string> failures;  ///< of receive
-    bool echo = false;                  ///< of tunnel
+    std::vector<std::string> arguments;                  ///< of the chosen command
+    std::optional<unsigned> count;                       ///< of watch and receive
+    std::optional<double> period;                        ///< of watch, seconds
+    std::string directory;                               ///< of receive
+    std::uint64_t largest = FileReceiver::kUsualLargest; ///< of receive
+    std::vector<std::string> failures;                   ///< of receive
+    bool echo = false;                                   ///< of tunnel
 };
 
 /// A command that sends one request, made from its arguments before the link is touched.
@@ -239,8 +240,8 @@ Exit status: 0 handled, 2 wrong usage, 3 no link or no reply in time.)";
 constexpr const char* kReceiveHelp =
     R"(Takes the files that the module pushes (hostlink node invoke VornHostLinkDataTransferPath) and prints
 NAME<TAB>BYTES for each that is whole. A file appears in DIR when it is whole, in place of an older one of its name,
-and never elsewhere. What cannot be taken, an order or a name that is wrong or a full disk, ends its transfer. Says
-on standard error when it is ready.
+and never elsewhere. What cannot be taken, an order or a name that is wrong, too many bytes or a full disk, ends its
+transfer. Says on standard error when it is ready.
 
 --fail-chunk gives the chunk with index I the answer CODE, once, in place of its index: -1 ends the transfer, -2
 asks for the chunk again, other numbers try the module, and none is no answer at all. It may be repeated.
@@ -395,6 +396,9 @@ void addReceive(CLI::App& host, const std::shared_ptr<Options>& options, int* st
     app->add_option("--count", options->count, "End after N transfers, received or failed")
         ->type_name("N")
         ->check(CLI::PositiveNumber);
+    app->add_option("--largest", options->largest, "Take no file of more bytes")
+        ->type_name("BYTES")
+        ->capture_default_str();
     app->add_option("--fail-chunk", options->failures, "Answer chunk I with CODE, once")
         ->type_name("I:CODE")
         ->expected(1)
@@ -406,6 +410,7 @@ void addReceive(CLI::App& host, const std::shared_ptr<Options>& options, int* st
         }
         *status = onLink(*options, [&](HostSession& session) {
             FileReception reception(session, options->directory, failures, options->json);
+            reception.setLargest(options->largest);
             session.open();
             return reception.run(options->count);
         });

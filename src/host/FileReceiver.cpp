@@ -196,6 +196,9 @@ FileReceiver::Answer FileReceiver::store(const Chunk& chunk)
     if (end < size) {
         return fail("a chunk is longer than the file");
     }
+    if (end > m_largest) {
+        return fail("it is larger than " + std::to_string(m_largest) + " bytes");
+    }
     if (!m_file->write(end - size, chunk.data.data(), size, &error)) {
         return fail(error);
     }

@@ -33,6 +33,11 @@ public:
     /// Removes from the directory what receivers have left there that were killed.
     FileReceiver(std::string directory, Observer observer);
 
+    static constexpr std::uint64_t kUsualLargest = 1 << 30;
+
+    /// A file of more bytes is not taken.
+    void setLargest(std::uint64_t bytes) { m_largest = bytes; }
+
     /// An answer in place of the right one, or none.
     using Answer = std::optional<std::int32_t>;
 
@@ -62,6 +67,7 @@ private:
 
     const std::string m_directory;
     const Observer m_observer;
+    std::uint64_t m_largest = kUsualLargest;
     std::vector<std::uint32_t> m_crc32Table;
     std::multimap<std::uint32_t, Answer> m_failures;
 

@@ -52,7 +52,7 @@ std::vector<ByteArray> HostAnswers::answers(const ByteArray& message)
 ByteArray HostAnswers::getStates(const HostLinkUInt16Message& request) const
 {
     HostLinkValueMessage response(MSG_GetStateResponse);
-    for (int i = 0; i < request.size(); ++i) {
+    for (int i = 0; i < request.size() && !response.isBeyondAnyLink(); ++i) {
         const auto owned = m_owned.find(request.get(i));
         if (owned == m_owned.end()) {
             response.addValueNil(request.get(i));
@@ -96,7 +96,7 @@ std::vector<ByteArray> HostAnswers::subscribe(const HostLinkUInt16Message& reque
             response.addValue(state);
         }
         const auto owned = m_owned.find(state);
-        if (owned != m_owned.end()) {
+        if (owned != m_owned.end() && !event.isBeyondAnyLink()) {
             event.addValueOf(owned->second, 0);
         }
     }

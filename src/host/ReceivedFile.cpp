@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -22,13 +23,15 @@ bool failed(const std::string& what, std::string* error)
     return false;
 }
 
-/// Whether it names a file in whatever directory, on any terminal: no path, no control characters.
+/// Whether it names a file in whatever directory, on any terminal: no path, no control characters, not longer
+/// than file systems take.
 bool isFileName(const std::string& name)
 {
     const auto isAllowed = [](unsigned char character) {
         return character >= 0x20 && character != 0x7F && character != '/';
     };
-    return !name.empty() && name != "." && name != ".." && std::all_of(name.begin(), name.end(), isAllowed);
+    return !name.empty() && name.size() <= NAME_MAX && name != "." && name != ".."
+           && std::all_of(name.begin(), name.end(), isAllowed);
 }
 
 /// Of this process alone, so that one left behind by a kill is never written again.

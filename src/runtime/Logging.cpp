@@ -1,11 +1,14 @@
 #include "runtime/Logging.h"
 
-#include <log4cplus/consoleappender.h>
 #include <log4cplus/initializer.h>
 #include <log4cplus/layout.h>
 #include <log4cplus/loggingmacros.h>
 
+#include <QCoreApplication>
+#include <QTimer>
+
 #include "platform/hostlink/HostLinkLog.h"
+#include "runtime/ConsoleLog.h"
 
 namespace
 {
@@ -30,6 +33,36 @@ log4cplus::LogLevel levelOf(HostLinkLog::Level level)
     }
     return log4cplus::ERROR_LOG_LEVEL;
 }
+
+log4cplus::LogLevel levelOf(QtMsgType type)
+{
+    switch (type) {
+    case QtDebugMsg: return log4cplus::DEBUG_LOG_LEVEL;
+    case QtInfoMsg: return log4cplus::INFO_LOG_LEVEL;
+    case QtWarningMsg: return log4cplus::WARN_LOG_LEVEL;
+    case QtCriticalMsg: return log4cplus::ERROR_LOG_LEVEL;
+    case QtFatalMsg: return log4cplus::FATAL_LOG_LEVEL;
+    }
+    return log4cplus::ERROR_LOG_LEVEL;
+}
+
+using ConsoleLogPtr = log4cplus::helpers::SharedObjectPtr<ConsoleLog>;
+
+/// Has the log tell what it held back though nothing else is logged then. The timer runs for nothing else, so
+/// that a quiet log wakes nobody.
+void tellHeldInTime(const ConsoleLogPtr& console)
+{
+    auto* timer = new QTimer(QCoreApplication::instance());
+    timer->setSingleShot(true);
+    timer->setTimerType(Qt::PreciseTimer); // a coarse one may be early
+    timer->setInterval(LogLimiter::kInterval);
+    QObject::connect(timer, &QTimer::timeout, [console] { console->tellHeld(); });
+    QObject::connect(timer, &QObject::destroyed, [console] { console->setHeldObserver({}); });
+    console->setHeldObserver([timer] {
+        QMetaObject::invokeMethod(
+            timer, [timer] { timer->start(); }, Qt::QueuedConnection);
+    });
+}
 } // namespace
 
 QStringList logLevelNames()
@@ -45,18 +78,18 @@ void setUpLogging(const QString& level)
 {
     static const log4cplus::Initializer initializer;
 
-    constexpr bool toStandardError = true;
-    constexpr bool flushEachLine = true;
-    log4cplus::SharedAppenderPtr appender(new log4cplus::ConsoleAppender(toStandardError, flushEachLine));
-    appender->setLayout(std::make_unique<log4cplus::PatternLayout>("%D{%H:%M:%S.%q} %-5p %c: %m%n"));
+    const ConsoleLogPtr console(new ConsoleLog);
+    console->setLayout(std::make_unique<log4cplus::PatternLayout>("%D{%H:%M:%S.%q} %-5p %c: %m%n"));
+    tellHeldInTime(console);
     log4cplus::Logger root = log4cplus::Logger::getRoot();
-    root.addAppender(appender);
+    root.addAppender(log4cplus::SharedAppenderPtr(console.get()));
     for (const Level& known : kLevels) {
         if (level == known.name) {
             root.setLogLevel(known.level);
         }
     }
     routeLinkLog();
+    routeQtLog();
 }
 
 void routeLinkLog()
@@ -64,4 +97,11 @@ void routeLinkLog()
     HostLinkLog::setSink(
         [logger = log4cplus::Logger::getInstance("HostLink.Link")](
             HostLinkLog::Level linkLevel, const std::string& text) { logger.log(levelOf(linkLevel), text); });
+}
+
+void routeQtLog()
+{
+    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext&, const QString& text) {
+        log4cplus::Logger::getInstance("Qt").log(levelOf(type), text.toStdString());
+    });
 }

@@ -10,10 +10,21 @@
 #include "runtime/JsonRpc.h"
 #include "runtime/NodeApiConnection.h"
 #include "runtime/NodeApiErrors.h"
+#include "runtime/PeerCredentials.h"
 
 static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Runtime.NodeApi");
 
-static constexpr int kPauseMs = 100;
+namespace
+{
+constexpr int kPauseMs = 100;
+
+void refuse(int descriptor, const QString& why)
+{
+    const QByteArray refusal = JsonRpc::error({}, {nodeApiErrorCode(CMError::Refused), why});
+    ::send(descriptor, refusal.constData(), static_cast<std::size_t>(refusal.size()), MSG_NOSIGNAL);
+    ::close(descriptor);
+}
+} // namespace
 
 NodeApi::NodeApi(QObject* parent) : QObject(parent)
 {
@@ -47,13 +58,13 @@ void NodeApi::on_notifier_activated()
 
 void NodeApi::accept(int descriptor)
 {
+    // The socket file's mode keeps others out already, for as long as nobody changes it.
+    if (!isOfOwnUserOrRoot(descriptor)) {
+        LOG4CPLUS_WARN(s_logger, "a client of another user was turned away");
+        return refuse(descriptor, "only the user who runs the module may use its nodes");
+    }
     if (m_clients >= kMostClients) {
-        const QByteArray refusal =
-            JsonRpc::error({}, {nodeApiErrorCode(CMError::Refused),
-                                QString("at most %1 clients at a time").arg(kMostClients)});
-        ::send(descriptor, refusal.constData(), static_cast<std::size_t>(refusal.size()), MSG_NOSIGNAL);
-        ::close(descriptor);
-        return;
+        return refuse(descriptor, QString("at most %1 clients at a time").arg(kMostClients));
     }
     ++m_clients;
     auto* client = new NodeApiConnection(descriptor, this);

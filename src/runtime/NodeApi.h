@@ -7,8 +7,8 @@
 
 #include "runtime/OwnerSocket.h"
 
-/// The node API: JSON-RPC 2.0, one message a line, on a Unix socket that only its owner may open. Its
-/// methods are NodeApiSession's.
+/// The node API: JSON-RPC 2.0, one message a line, on a Unix socket that only its owner may open. Clients of
+/// other users are turned away, root's are not. Its methods are NodeApiSession's.
 class NodeApi : public QObject
 {
     Q_OBJECT

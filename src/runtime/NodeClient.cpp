@@ -10,12 +10,19 @@
 #include <cstring>
 
 #include "platform/sdk/VornJson.h"
+#include "runtime/PeerCredentials.h"
 
 using namespace std::chrono;
 
 namespace
 {
 constexpr int kReadSize = 1 << 16;
+
+/// Another user's socket at the expected path may be a trap. Root may look at anybody's.
+bool isTrusted(int socket)
+{
+    return ::geteuid() == 0 || isOfOwnUserOrRoot(socket);
+}
 
 QString gone()
 {
@@ -50,11 +57,15 @@ bool NodeClient::connect(const QString& socket, QString* error)
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, path.constData(), static_cast<std::size_t>(path.size()));
     m_socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (::connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-        return true;
+    if (::connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        *error = "no module answers at " + socket + ": " + QString::fromLocal8Bit(std::strerror(errno));
+        return false;
     }
-    *error = "no module answers at " + socket + ": " + QString::fromLocal8Bit(std::strerror(errno));
-    return false;
+    if (!isTrusted(m_socket)) {
+        *error = socket + " is served by another user";
+        return false;
+    }
+    return true;
 }
 
 std::optional<NodeClient::Answer> NodeClient::call(const QString& method, const QVariantHash& params,

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <QFile>
+#include <QFileInfo>
 #include <cerrno>
 #include <cstring>
 
@@ -64,7 +65,27 @@ bool OwnerSocket::listen(const QString& path, QString* error)
             QString("%1: a socket's path has 1 to %2 bytes").arg(path).arg(sizeof(sockaddr_un::sun_path) - 1);
         return false;
     }
-    return lock(error) && removeStaleSocket(error) && bind(error);
+    return checkFolder(error) && lock(error) && removeStaleSocket(error) && bind(error);
+}
+
+/// In a folder that others may write, they can exchange its files, unless it is sticky as /tmp is. The owner
+/// of a folder always can.
+bool OwnerSocket::checkFolder(QString* error) const
+{
+    const QByteArray folder = QFile::encodeName(QFileInfo(QFile::decodeName(m_path)).absolutePath());
+    struct stat status {
+    };
+    if (::stat(folder.constData(), &status) != 0) {
+        *error = failure(folder);
+        return false;
+    }
+    const bool isOwners = status.st_uid == ::geteuid() || status.st_uid == 0;
+    const bool othersWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    if (isOwners && (!othersWrite || (status.st_mode & S_ISVTX) != 0)) {
+        return true;
+    }
+    *error = QFile::decodeName(folder) + " can be written by other users, who could exchange a socket there";
+    return false;
 }
 
 bool OwnerSocket::lock(QString* error)

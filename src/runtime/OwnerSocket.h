@@ -13,13 +13,15 @@ public:
     OwnerSocket(const OwnerSocket&) = delete;
     OwnerSocket& operator=(const OwnerSocket&) = delete;
 
-    /// Listens at `path`, taking over a stale socket file. Without success *error says why.
+    /// Listens at `path`, taking over a stale socket file. Its folder must be one in which nobody else can
+    /// put another file at that name. Without success *error says why.
     bool listen(const QString& path, QString* error);
 
     /// The listening descriptor, which does not block; -1 before listen().
     int descriptor() const { return m_descriptor; }
 
 private:
+    bool checkFolder(QString* error) const;
     bool lock(QString* error);
     bool removeStaleSocket(QString* error) const;
     bool bind(QString* error);

@@ -12,6 +12,9 @@ static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Services.Blu
 
 namespace
 {
+constexpr int kMostNames = 64; ///< that request discoverability at a time
+constexpr int kLongestName = 256;
+
 using Request = VornBluetoothDiscoverableRequest;
 
 QString objection(const VornValue& value)
@@ -21,13 +24,19 @@ QString objection(const VornValue& value)
                : R"(takes {"bluetoothState":{"connected":true}}, not )" + value.toJsonString();
 }
 
-/// The request's name; fails the request where it has none.
+/// The request's name; fails the request where it has none that can be taken.
 QString nameOf(const CMSetDataRequest& request, const CMPath& path)
 {
     const Request wanted = VornHash(request.data().toHash());
     if (wanted.name().isEmpty()) {
         request.fail({CMError::Refused, path.toString() + R"(: takes {"name":"who requests it"}, not )"
                                             + wanted.toJsonString()});
+        return {};
+    }
+    if (wanted.name().size() > kLongestName) {
+        request.fail({CMError::Refused,
+                      path.toString() + QString(": a name has at most %1 characters").arg(kLongestName)});
+        return {};
     }
     return wanted.name();
 }
@@ -53,6 +62,12 @@ void Bluetooth::on_requestDiscoverable_activated(const CMSetDataRequest& request
 {
     const QString name = nameOf(request, VornBluetoothRequestDiscoverablePath());
     if (name.isEmpty()) {
+        return;
+    }
+    if ((m_timed | m_lasting | QSet<QString>{name}).size() > kMostNames) {
+        request.fail(
+            {CMError::Refused, VornBluetoothRequestDiscoverablePath().toString()
+                                   + QString(": at most %1 may request it at a time").arg(kMostNames)});
         return;
     }
     if (Request(VornHash(request.data().toHash())).useDefaultTimeout()) {

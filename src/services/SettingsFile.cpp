@@ -61,6 +61,9 @@ std::optional<SettingsFile::Values> read(const QString& path, QString* error)
     if (!file.open(QIODevice::ReadOnly)) {
         return fail(file.errorString(), error);
     }
+    if (file.size() > kMostFileBytes) {
+        return fail(QString("more than %1 bytes").arg(kMostFileBytes), error);
+    }
     const std::optional<QString> text = fromUtf8(file.readAll());
     return text ? parse(*text, error) : fail("not UTF-8", error);
 }

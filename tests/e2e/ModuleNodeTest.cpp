@@ -20,6 +20,15 @@ bool contains(const std::string& text, const std::string& part)
     return text.find(part) != std::string::npos;
 }
 
+int countOf(const std::string& text, const std::string& part)
+{
+    int count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
 bool exists(const std::string& file)
 {
     return std::filesystem::exists(file);
@@ -202,6 +211,25 @@ TEST_F(ModuleNode, LogLinesGoToStandardError)
     EXPECT_EQ(end.status, 0);
     EXPECT_EQ(end.out, m_ready + '\n');
     EXPECT_TRUE(contains(end.err, "TRACE HostLink: ")) << end.err;
+}
+
+TEST_F(ModuleNode, AFloodOfOneHostIsCountedAndHidesNothingElse)
+{
+    const auto module = startModule({"--log-level", "info"});
+    std::string event = "0004";
+    for (int state = 0x7000; state < 0x7000 + 500; ++state) {
+        char value[8];
+        std::snprintf(value, sizeof value, "%04XC0", static_cast<unsigned>(state));
+        event += value;
+    }
+    EXPECT_EQ(host({"--timeout", "300", "send", event}).status, 0);
+    EXPECT_EQ(host({"--timeout", "300", "send", "0042"}).out, "80000042c0\n");
+    module->signal(SIGTERM);
+    const std::string log = module->wait().err;
+    EXPECT_EQ(countOf(log, "Unsupported state "), 11) << log;
+    EXPECT_TRUE(contains(log, "INFO  HostLink: Unsupported state 28672\n")) << log;
+    EXPECT_TRUE(contains(log, "INFO  HostLink: 490 more lines like: Unsupported state 29171\n")) << log;
+    EXPECT_TRUE(contains(log, "Unhandled message id:66\n")) << log;
 }
 
 TEST_F(ModuleNode, ListsNodes)

@@ -269,6 +269,17 @@ TEST_F(FilePush, ProgressEndsWithTheFile)
     EXPECT_EQ(host->wait().status, 0);
 }
 
+TEST_F(FilePush, AFileThatIsTooLargeIsNotTaken)
+{
+    makeFile(10'000);
+    const auto host = startHost({"--largest", "9999"});
+    start(R"(,"chunkSize":1000)");
+    const ProgramResult result = host->wait();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(contains(result.err, "was not received: it is larger than 9999 bytes")) << result.err;
+    EXPECT_EQ(result.out, "");
+}
+
 TEST_F(FilePush, AnInterruptBeforeTheCountIsReachedEndsWith3)
 {
     const auto host = startHost();
@@ -281,6 +292,9 @@ TEST_F(FilePush, WrongUseIsSaid)
     EXPECT_EQ(host({"receive", directory() + "/nowhere"}).status, 2);
     for (const char* text : {"", "1", "1:", ":-1", "x:-1", "1:x", "-1:1", "1:99999999999"}) {
         EXPECT_EQ(host({"receive", received(), "--fail-chunk", text}).status, 2) << text;
+    }
+    for (const char* text : {"", "x", "-1", "1.5"}) {
+        EXPECT_EQ(host({"receive", received(), "--largest", text}).status, 2) << text;
     }
     EXPECT_EQ(Program::run({"node", "watch"}).status, 2);
 }

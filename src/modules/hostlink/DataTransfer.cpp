@@ -1,5 +1,9 @@
 #include "modules/hostlink/DataTransfer.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <QFileInfo>
 #include <sstream>
 
@@ -29,6 +33,28 @@ constexpr int kDefaultTimeoutMs = 3000;
 bool isChunkSize(qint64 size)
 {
     return static_cast<quint64>(size) - quint64{kSmallestChunk} < quint64{kLargestChunk - kSmallestChunk + 1};
+}
+
+/// Opens plain files only, also behind links: a pipe would hold up the whole module until somebody writes to
+/// it, and to open a device may already do something. It is looked at twice, because it may be exchanged in
+/// between.
+bool openPlainFile(QFile& file)
+{
+    if (!QFileInfo(file).isFile()) {
+        return false;
+    }
+    const int descriptor =
+        ::open(QFile::encodeName(file.fileName()).constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    struct stat status {
+    };
+    if (descriptor >= 0 && ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)
+        && file.open(descriptor, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+        return true;
+    }
+    if (descriptor >= 0) {
+        ::close(descriptor);
+    }
+    return false;
 }
 
 } // namespace
@@ -111,7 +137,7 @@ QString DataTransfer::start(Parameters params, Status& status)
 {
     m_fileToSend.close();
     m_fileToSend.setFileName(params.fileName());
-    if (!m_fileToSend.open(QIODevice::ReadOnly)) {
+    if (!openPlainFile(m_fileToSend)) {
         return QStringLiteral("Failed to open file '%1'").arg(m_fileToSend.fileName());
     }
     if (!params.contains(Parameters::ChunkSize())) {

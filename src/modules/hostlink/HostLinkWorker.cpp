@@ -345,7 +345,7 @@ void CMHostLinkWorker::answerGetState(const ByteArray& bytes)
     LOG4CPLUS_DEBUG(hostLinkLogger, "received getStateMessage");
     const HostLinkUInt16Message request(bytes);
     HostLinkValueMessage reply(MSG_GetStateResponse);
-    for (int i = 0; i < request.size(); ++i) {
+    for (int i = 0; i < request.size() && !reply.isBeyondAnyLink(); ++i) {
         const State state = stateAt(request, i);
         if (ValueProxy* proxy = m_proxies.value(state)) {
             proxy->getValue(state, &reply);
@@ -459,7 +459,7 @@ void CMHostLinkWorker::on_proxy_changed(const QList<State>& statesChanged)
     HOSTLINK_TRACE_FUNCTION_WITH(stateNames(statesChanged));
     HostLinkValueMessage event(MSG_StateChanged);
     for (const State state : statesChanged) {
-        if (!m_subscribedStates.contains(state)) {
+        if (!m_subscribedStates.contains(state) || event.isBeyondAnyLink()) {
             continue;
         }
         if (ValueProxy* proxy = m_proxies.value(state)) {

@@ -154,15 +154,20 @@ TEST_F(FileReceiverTest, NamesThatAreNoFileNamesAreRefused)
     zero.addValueUint32(1, 0);
     zero.addValueBin16(2, {});
     EXPECT_EQ(give(zero), answer(-1));
-    EXPECT_EQ(give(chunk(0, "x", true, std::string(300, 'n').c_str())), answer(-1))
-        << "too long for the disk";
+    for (const std::size_t length : {256, 4096, 65535}) { // no file system takes such a name
+        const std::string name(length, 'n');
+        EXPECT_EQ(give(chunk(0, "x", false, name.c_str())), answer(-1)) << length;
+        EXPECT_EQ(m_ends.back(), "failed " + name + ": the announced name is no file name");
+    }
     EXPECT_EQ(files(), Texts{});
     EXPECT_EQ(m_ends.front(), "failed : the announced name is no file name");
 }
 
 TEST_F(FileReceiverTest, OddNamesAreNames)
 {
-    for (const char* name : {" ", "...", ".hidden", "-rf", "sch\xC3\xB6n", "\xFF", "a\\b", "%s"}) {
+    const std::string longest(255, 'n');
+    for (const char* name :
+         {" ", "...", ".hidden", "-rf", "sch\xC3\xB6n", "\xFF", "a\\b", "%s", "$(id)", longest.c_str()}) {
         EXPECT_EQ(give(chunk(0, "x", true, name)), answer(0)) << name;
         EXPECT_EQ(content(name), "x");
     }
@@ -365,6 +370,18 @@ TEST_F(FileReceiverTest, AnswersAsAskedForOnce)
     EXPECT_EQ(m_ends, (Texts{"failed song: answered -1 as asked for", "failed song: answered -3 as asked for",
                              "failed song: left unanswered as asked for"}));
     EXPECT_EQ(give(chunk(0, "abcd", false, "song")), answer(0));
+}
+
+TEST_F(FileReceiverTest, AFileThatIsTooLargeEndsItBeforeItFillsTheDisk)
+{
+    m_receiver->setLargest(10);
+    EXPECT_EQ(give(chunk(0, "12345", false, "song")), answer(0));
+    EXPECT_EQ(give(chunk(1, "67890", true)), answer(1));
+    EXPECT_EQ(give(chunk(0, "12345", false, "other")), answer(0));
+    EXPECT_EQ(give(chunk(1, "678901", true)), answer(-1));
+    const Texts expected{"received song 10", "failed other: it is larger than 10 bytes"};
+    EXPECT_EQ(m_ends, expected);
+    EXPECT_EQ(files(), Texts{"song"});
 }
 
 TEST_F(FileReceiverTest, AFullDiskEndsIt)

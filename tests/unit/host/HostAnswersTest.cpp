@@ -118,3 +118,20 @@ TEST(HostAnswers, SubscriberIsToldOwnedValuesNowAndWhenTheyAreSet)
     EXPECT_EQ(answers.answers({0x00, 0x01, 0xF0, 0x02, 0xCC, 0x06}),
               (Messages{{0x80, 0x01, 0xF0, 0x02, 0xCC, 0x01}}));
 }
+
+TEST(HostAnswers, AnAnswerThatNoLinkCarriesIsNotMadeToItsEnd)
+{
+    HostAnswers answers;
+    HostLinkValueMessage name(MSG_StateChanged);
+    name.addValueString(STA_HostName, std::string(65535, 'a'));
+    answers.own(name);
+    HostLinkUInt16Message request(MSG_GetState);
+    HostLinkUInt16Message subscription(MSG_Subscribe);
+    for (int i = 0; i < 32000; ++i) {
+        request.addValue(STA_HostName);
+        subscription.addValue(STA_HostName);
+    }
+    constexpr std::size_t kMost = HostLinkValueMessage::kBeyondAnyLink + 70000;
+    EXPECT_LT(answers.answers(request.serialize()).at(0).size(), kMost);
+    EXPECT_LT(answers.answers(subscription.serialize()).at(1).size(), kMost);
+}

@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <cstring>
@@ -109,4 +110,29 @@ TEST_F(OwnerSocketTest, SaysThatAPathIsTooLongOrItsDirectoryMissing)
     EXPECT_NE(listenError("").find("a socket's path has 1 to 107 bytes"), std::string::npos);
     EXPECT_NE(listenError(m_directory.filePath("none/api.socket")).find("No such file or directory"),
               std::string::npos);
+}
+
+TEST_F(OwnerSocketTest, AFolderThatOthersMayWriteIsRefusedUnlessTheyCannotExchangeItsFiles)
+{
+    const QByteArray folder = QFile::encodeName(m_directory.path());
+    for (const mode_t mode : {0770, 0707, 0777, 0722}) {
+        ASSERT_EQ(::chmod(folder.constData(), mode), 0);
+        EXPECT_EQ(listenError(path()),
+                  folder.toStdString() + " can be written by other users, who could exchange a socket there");
+        EXPECT_TRUE(m_directory.isValid() && !QFile::exists(path()));
+    }
+    for (const mode_t mode : {0700, 0755, 01777}) {
+        ASSERT_EQ(::chmod(folder.constData(), mode), 0);
+        OwnerSocket socket;
+        EXPECT_TRUE(socket.listen(path(), &m_error)) << m_error.toStdString();
+    }
+}
+
+TEST_F(OwnerSocketTest, TheFolderOfARelativePathIsLookedAtToo)
+{
+    const QString before = QDir::currentPath();
+    ASSERT_TRUE(QDir::setCurrent(m_directory.path()));
+    ASSERT_EQ(::chmod(".", 0777), 0);
+    EXPECT_NE(listenError("api.socket").find("can be written by other users"), std::string::npos);
+    ASSERT_TRUE(QDir::setCurrent(before));
 }

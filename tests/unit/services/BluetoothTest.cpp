@@ -111,6 +111,20 @@ TEST_F(BluetoothTest, TheTimeoutEndsNoLastingRequest)
     EXPECT_FALSE(isDiscoverable()) << "the timed one is over";
 }
 
+TEST_F(BluetoothTest, NamesAreBoundedInNumberAndLength)
+{
+    EXPECT_TRUE(request(by(std::string(256, 'x').c_str())));
+    EXPECT_FALSE(request(by(std::string(257, 'x').c_str())));
+    for (int i = 0; i < 63; ++i) {
+        EXPECT_TRUE(request(by(std::to_string(i).c_str(), i % 2 == 0)));
+    }
+    EXPECT_FALSE(request(by("one more")));
+    EXPECT_FALSE(request(by("one more", true)));
+    EXPECT_TRUE(request(by("1"))) << "known already";
+    EXPECT_TRUE(revoke(by("1")));
+    EXPECT_TRUE(request(by("one more")));
+}
+
 TEST_F(BluetoothTest, ARequestWithoutANameIsRefused)
 {
     EXPECT_FALSE(request({}));

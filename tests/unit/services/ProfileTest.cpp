@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QFile>
 #include <QTemporaryDir>
 #include <set>
 #include <string>
@@ -219,4 +220,24 @@ TEST(Profile, NamesTheFileThatIsWrongOrMissing)
     EXPECT_FALSE(Profile::load(directory.filePath("none.json"), &error).has_value());
     EXPECT_TRUE(error.startsWith(directory.filePath("none.json") + ": ")) << error.toStdString();
     EXPECT_FALSE(Profile::load(directory.path(), &error).has_value());
+}
+
+TEST(Profile, RefusesAFileThatIsEndlessOrTooLong)
+{
+    QString error;
+    EXPECT_FALSE(Profile::load("/dev/zero", &error).has_value());
+    EXPECT_EQ(error, "/dev/zero has more than 16777216 bytes");
+
+    const QTemporaryDir directory;
+    QFile file(directory.filePath("long.json"));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("{}");
+    ASSERT_TRUE(file.resize(16777216));
+    file.close();
+    EXPECT_FALSE(Profile::load(file.fileName(), &error).has_value());
+    EXPECT_TRUE(error.startsWith(file.fileName() + ": line 1 "))
+        << "long enough, but no JSON: " << error.toStdString();
+    ASSERT_TRUE(file.resize(16777217));
+    EXPECT_FALSE(Profile::load(file.fileName(), &error).has_value());
+    EXPECT_EQ(error, file.fileName() + " has more than 16777216 bytes");
 }

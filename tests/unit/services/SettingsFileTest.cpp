@@ -105,6 +105,14 @@ TEST_F(SettingsFileTest, GivesBackWhatWasSaved)
     EXPECT_TRUE(m_log.lines().empty());
 }
 
+TEST_F(SettingsFileTest, AFileThatIsTooLongIsSetAside)
+{
+    QByteArray content(16777217, ' ');
+    EXPECT_EQ(flawOf(content), "more than 16777216 bytes");
+    content.chop(1);
+    EXPECT_NE(flawOf(content), "more than 16777216 bytes");
+}
+
 TEST_F(SettingsFileTest, ASaveReplacesAllValues)
 {
     save({{CMPath("/a"), number(1)}, {CMPath("/b"), number(2)}});

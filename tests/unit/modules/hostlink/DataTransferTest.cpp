@@ -1,5 +1,6 @@
 #include "modules/hostlink/DataTransfer.h"
 
+#include <sys/stat.h>
 #include <zlib.h>
 
 #include <QFile>
@@ -259,6 +260,29 @@ TEST_F(DataTransferTest, AFileThatCannotBeOpenedIsNamedInFull)
     EXPECT_EQ(refusal(Parameters()), "Failed to open file ''");
     EXPECT_EQ(status().toJsonString().toStdString(), kIdle);
     EXPECT_TRUE(nothingSent());
+}
+
+TEST_F(DataTransferTest, OnlyPlainFilesAreOpened)
+{
+    const QString pipe = m_directory.filePath("pipe");
+    ASSERT_EQ(::mkfifo(qPrintable(pipe), 0600), 0);
+    const QString link = m_directory.filePath("link");
+    ASSERT_TRUE(QFile::link("/dev/null", link));
+    for (const QString& name : {pipe, link, QString("/dev/zero"), QString(":/DefaultProfile.json"),
+                                makeFile("song", 1) + QChar(0) + ".txt"}) {
+        EXPECT_EQ(refusal(startOf(name)), "Failed to open file '" + name.toStdString() + "'");
+    }
+    EXPECT_EQ(status().toJsonString().toStdString(), kIdle);
+}
+
+TEST_F(DataTransferTest, ALinkToAPlainFileIsOneAndHasItsOwnName)
+{
+    const QString link = m_directory.filePath("link");
+    ASSERT_TRUE(QFile::link(makeFile("song", 300), link));
+    EXPECT_FALSE(start(link, 200).error().isError());
+    const Chunk chunk = nextChunk();
+    EXPECT_EQ(chunk.name, "link");
+    EXPECT_EQ(chunk.data, m_content.substr(0, 200));
 }
 
 TEST_F(DataTransferTest, RefusalsAreErrorsOfTheDefaultNameAndTitle)

@@ -2,6 +2,7 @@
 #include <thread>
 
 #include "platform/hostlink/HostLinkCore.h"
+#include "support/LinkLogCapture.h"
 #include "support/WorkerFixture.h"
 #include "vocabulary/Proxies.h"
 
@@ -76,6 +77,27 @@ TEST_F(IntakeTest, AnUnknownRequestIsAnsweredWithItsIdAsAnError)
     EXPECT_EQ(ask(message(0x0042)), "MSG_ErrorResponse 0x0042=nil");
     EXPECT_EQ(m_log.errors(), Texts{"Unhandled message id:66"});
     EXPECT_TRUE(nothingSent());
+}
+
+/// A request of 64 KiB for one long text, again and again, would come to 2 GB.
+TEST_F(IntakeTest, AnAnswerThatNoLinkCarriesIsNotMadeToItsEnd)
+{
+    createNode(VornDeviceNamePath(), VornValue().setString(QString(65000, 'a')));
+    HostLinkUInt16Message get(MSG_GetState);
+    HostLinkUInt16Message subscribe(MSG_Subscribe);
+    for (int i = 0; i < 32000; ++i) {
+        get.addValue(STA_DeviceName);
+        subscribe.addValue(STA_DeviceName);
+    }
+    const LinkLogCapture log;
+    EXPECT_NE(m_host->send(get.serialize()), 0);
+    EXPECT_TRUE(nothingSent());
+    EXPECT_EQ(ask(subscribe), "MSG_SubscribeResponse STA_DeviceName");
+    EXPECT_TRUE(nothingSent());
+    // What was made of each: values of 65,005 bytes until it was longer than a MiB.
+    const Texts expected{"MSG_GetStateResponse of 1105087 bytes is longer than the link carries, not sent",
+                         "MSG_StateChanged of 1105087 bytes is longer than the link carries, not sent"};
+    EXPECT_EQ(log.lines(), expected);
 }
 
 TEST_F(IntakeTest, AnUnknownResponseIsOnlyTraced)
