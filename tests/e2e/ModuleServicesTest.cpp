@@ -110,6 +110,28 @@ TEST_F(ModuleServices, AKillLosesTheYoungestChangesAtMost)
     EXPECT_FALSE(std::filesystem::exists(settingsFile() + ".bad"));
 }
 
+/// A kill amid a save leaves what it had written beside the settings.
+TEST_F(ModuleServices, ATornSaveThatAKillHasLeftIsNoSetting)
+{
+    set(kVolume, "30");
+    EXPECT_EQ(stop().status, 0);
+    const std::string saved = settings();
+    for (const std::string& torn :
+         {std::string(), saved.substr(0, saved.size() / 2), std::string(5000, '\0')}) {
+        std::ofstream(settingsFile() + ".new") << torn;
+        startModule();
+        EXPECT_EQ(get(kVolume), "30\n");
+        stop(SIGKILL);
+        EXPECT_EQ(settings(), saved);
+    }
+    startModule();
+    set(kVolume, "31");
+    EXPECT_EQ(stop().status, 0);
+    EXPECT_FALSE(std::filesystem::exists(settingsFile() + ".new")) << "the next save takes its place";
+    startModule();
+    EXPECT_EQ(get(kVolume), "31\n");
+}
+
 TEST_F(ModuleServices, ADamagedFileIsKeptAsideAndTheModuleStarts)
 {
     set(kVolume, "30");

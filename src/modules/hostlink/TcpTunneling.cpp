@@ -268,7 +268,9 @@ void TcpTunneling::shutdown()
             continue;
         }
         socket->close();
-        socket->deleteLater();
+        if (socket->state() != QAbstractSocket::UnconnectedState) {
+            socket->abort(); // it would wait for a client that does not read, and end amid its destruction
+        }
     }
 }
 

@@ -67,11 +67,14 @@ HostLinkReceiver::Verdict HostLinkReceiver::accept(const HostLinkFrame& frame, H
     return verdict;
 }
 
-/// How long it takes from a nak to the frame, where that was asked for once. What comes late was not missing:
-/// there was garbage on an idle line.
+/// How long it takes from a nak to the frame. Where that was asked for more than once, it was perhaps too
+/// early; so the first time counts all the same. What comes late was not missing: there was garbage on an
+/// idle line.
 void HostLinkReceiver::noteRepair(HostLinkTime now)
 {
-    if (m_naks == 1 && now - m_nakAt <= HostLinkRetransmitTimer::kCeiling) {
+    const bool isFirst = m_nakTimer.smoothed() == HostLinkDuration::zero();
+    const bool isSure = m_naks == 1 || (m_naks > 1 && isFirst);
+    if (isSure && now - m_nakAt <= HostLinkRetransmitTimer::kCeiling) {
         m_nakTimer.sample(now - m_nakAt);
     }
 }
@@ -164,10 +167,10 @@ void HostLinkReceiver::handled(MessageClass messageClass, std::size_t size)
 void HostLinkReceiver::acknowledgementSent(bool nak, HostLinkTime now)
 {
     if (nak) {
-        if (m_naks++ > 0) {
+        if (m_naks > 0) {
             m_nakTimer.expire();
         }
-        m_nakAt = now;
+        m_nakAt = m_naks++ == 0 ? now : m_nakAt;
         m_nakTimer.start(now);
     }
     m_acknowledgedTo = m_expected;

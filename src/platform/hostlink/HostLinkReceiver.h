@@ -107,7 +107,7 @@ private:
     bool m_asked = false;      ///< for frame m_expected, again
     std::uint32_t m_reach = 0; ///< how far behind it the frames came that the peer sent before it knew
     int m_naks = 0;            ///< sent for it
-    HostLinkTime m_nakAt;      ///< when the latest one was sent
+    HostLinkTime m_nakAt;      ///< when the first one was sent
     HostLinkRetransmitTimer m_nakTimer; ///< until when the frame should have come
 
     std::deque<ByteArray> m_inbox;

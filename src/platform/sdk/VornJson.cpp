@@ -3,10 +3,12 @@
 #include <QJsonDocument>
 #include <QJsonParseError>
 #include <QLocale>
+#include <QSet>
 #include <QVariantHash>
 #include <algorithm>
 #include <cmath>
 #include <string_view>
+#include <vector>
 
 #include "platform/sdk/JsonKind.h"
 
@@ -83,6 +85,40 @@ QVariant parseBytes(const QByteArray& text, QJsonParseError* error)
     return only.value(0);
 }
 
+/// The text of a string in its quotes, as the parser takes it.
+QString textOf(const QByteArray& string)
+{
+    if (!string.contains('\\')) {
+        return QString::fromUtf8(string.mid(1, string.size() - 2));
+    }
+    return QJsonDocument::fromJson('[' + string + ']').toVariant().toList().value(0).toString();
+}
+
+/// Where an object has a key for the second time; -1 for nowhere. Qt's parser would leak the first one's
+/// value.
+int findRepeatedKey(const QByteArray& text)
+{
+    std::vector<QSet<QString>> open; // the keys of all that has begun
+    for (int at = 0; at < text.size();) {
+        const char c = text[at];
+        const int end = c == '"' ? endOfString(text, at) : at + 1;
+        const int next = skipSpace(text, end);
+        if (c == '{' || c == '[') {
+            open.emplace_back();
+        } else if (!open.empty() && (c == '}' || c == ']')) {
+            open.pop_back();
+        } else if (!open.empty() && c == '"' && next < text.size() && text[next] == ':') {
+            const QString key = textOf(text.mid(at, end - at));
+            if (open.back().contains(key)) {
+                return at;
+            }
+            open.back().insert(key);
+        }
+        at = end;
+    }
+    return -1;
+}
+
 QVariant withHashes(const QVariant& value)
 {
     if (value.type() == QVariant::Map) {
@@ -101,15 +137,28 @@ QVariant withHashes(const QVariant& value)
     return value;
 }
 
-VornJson::Error makeError(const QByteArray& text, const QJsonParseError& error)
+VornJson::Error makeError(const QByteArray& text, int offset, int code, const QString& what)
 {
-    if (error.error == QJsonParseError::NoError) {
-        return {};
-    }
-    const QByteArray before = text.left(error.offset);
+    const QByteArray before = text.left(offset);
     const QString line = QString::fromUtf8(before.mid(before.lastIndexOf('\n') + 1));
     const int column = static_cast<int>(line.toUcs4().size()) + 1;
-    return {error.error, before.count('\n') + 1, column, error.errorString()};
+    return {code, before.count('\n') + 1, column, what};
+}
+
+/// As parseBytes(), with keys that are all different.
+QVariant parseUnique(const QByteArray& text, VornJson::Error* error)
+{
+    const int repeated = findRepeatedKey(text);
+    if (repeated >= 0) {
+        *error = makeError(text, repeated, VornJson::Error::kRepeatedKey, "this object has the key already");
+        return {};
+    }
+    QJsonParseError failure = parseError(QJsonParseError::NoError, 0);
+    const QVariant value = parseBytes(text, &failure);
+    *error = failure.error == QJsonParseError::NoError
+                 ? VornJson::Error()
+                 : makeError(text, failure.offset, failure.error, failure.errorString());
+    return value;
 }
 
 void printString(const QString& text, QString& out)
@@ -206,11 +255,10 @@ QString VornJson::Error::toString() const
 
 QVariant VornJson::parse(const QString& text, Error* error, int /*flags*/)
 {
-    const QByteArray utf8 = text.toUtf8();
-    QJsonParseError failure = parseError(QJsonParseError::NoError, 0);
-    const QVariant value = parseBytes(utf8, &failure);
+    Error failure;
+    const QVariant value = parseUnique(text.toUtf8(), &failure);
     if (error != nullptr) {
-        *error = makeError(utf8, failure);
+        *error = failure;
     }
     return withHashes(value);
 }

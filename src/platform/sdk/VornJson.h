@@ -14,7 +14,9 @@ public:
         Error() = default;
         Error(int code, int line, int column, QString text);
 
-        int code() const { return m_code; }     ///< 0 for none, else the parser's own number
+        static constexpr int kRepeatedKey = 1000;
+
+        int code() const { return m_code; }     ///< 0 for none, kRepeatedKey, or the parser's own number
         int line() const { return m_line; }     ///< from 1
         int column() const { return m_column; } ///< from 1, in characters
         bool isEmpty() const { return m_code == 0; }
@@ -30,7 +32,8 @@ public:
     };
 
     /// Any JSON value; invalid, and *error set, when the text is not exactly one. Objects become
-    /// QVariantHash, arrays QVariantList, integers qlonglong. `flags` is reserved and 0.
+    /// QVariantHash, arrays QVariantList, integers qlonglong. An object that has a key twice is an error.
+    /// `flags` is reserved and 0.
     static QVariant parse(const QString& text, Error* error, int flags = 0);
 
     /// Compact text of a variant as parse() makes it, keys sorted.

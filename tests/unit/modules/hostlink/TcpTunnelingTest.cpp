@@ -529,6 +529,26 @@ TEST_F(TcpTunnelingTest, AShutdownWhileTheLinkIsFullClosesThoseThatWait)
     EXPECT_TRUE(m_log.errors().empty());
 }
 
+TEST_F(TcpTunnelingTest, AShutdownWaitsForNoClientThatDoesNotRead)
+{
+    open();
+    const Client client = connectClient();
+    client->setReadBufferSize(1);
+    client->write("x");
+    receiveData(0, 1);
+    const QByteArray data = randomBytes(32'000, 9);
+    for (int i = 0; i < 2000 && ask(dataFor(0, data)) == "MSG_TcpTunnelReply 1=u8:0"; ++i) {
+    }
+    m_tunnel->shutdown();
+    EXPECT_EQ(m_log.count(log4cplus::TRACE_LOG_LEVEL, "Client disconnected: ::ffff:127.0.0.1"), 1U)
+        << "at once, not when the socket is destroyed";
+    EXPECT_EQ(receive(), "MSG_TcpTunnel 0=u16:0");
+    EXPECT_EQ(ask(dataFor(0, "x")), "MSG_TcpTunnelReply 1=u8:2");
+    client->setReadBufferSize(0);
+    EXPECT_TRUE(waitFor([&] { return isClosed(*client); }));
+    EXPECT_TRUE(nothingSent());
+}
+
 TEST_F(TcpTunnelingTest, ASocketThatIsNotInTheTableIsClosed)
 {
     open();

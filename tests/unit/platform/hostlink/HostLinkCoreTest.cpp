@@ -392,25 +392,46 @@ TEST(HostLinkCore, AFrameLostTwiceIsRepairedAtOnceWhenOthersFollow)
     EXPECT_EQ(link.a->counters().framesRepeated, 8U);
 }
 
-/// Losing a frame again together with the next leaves nothing that shows the receiver that the sender has
-/// gone back.
-TEST(HostLinkCore, AFrameThatIsLostAgainWithTheNextIsAskedForAgain)
+/// What is lost of the long frames that one end sends, by their number, repeats counted too.
+void loseOfFirst(SimulatedLink& link, std::vector<int> lost)
+{
+    link.filter = [lost = std::move(lost), frame = 0](int from, const ByteArray& bytes) mutable {
+        return from != 0 || bytes.size() < 100 || std::find(lost.begin(), lost.end(), frame++) == lost.end();
+    };
+}
+
+/// When a frame gets lost again with those behind it that the receiver had seen, nothing shows that the
+/// sender has gone back.
+TEST(HostLinkCore, AFrameThatIsLostAgainWithTheNextOnesIsAskedForAgain)
 {
     SimulatedLink::Faults slow;
     slow.bytesPerSecond = 11'520;
     SimulatedLink link(slow);
     link.lineUp();
     link.run(10ms);
-    std::vector<int> lost{10, 30, 32,
-                          33}; // frame 10, so that the receiver knows how long its repeat takes; frame 30
-    int frame = 0;             // for the first time, then twice in a row with frame 31
-    link.filter = [&](int from, const ByteArray& bytes) {
-        return from != 0 || bytes.size() < 100 || std::find(lost.begin(), lost.end(), frame++) == lost.end();
-    };
+    loseOfFirst(link, {10, 13, 14, 15});
     ASSERT_TRUE(link.a->send(bulk(1, 32'000), link.now));
     ASSERT_TRUE(link.runUntil([&] { return !link.b.received.empty(); }, 30s));
     EXPECT_EQ(link.a->counters().timeouts, 0U);
-    EXPECT_LE(link.a->counters().framesRepeated, 12U) << "not all that the window holds";
+    EXPECT_EQ(link.b->counters().resyncs, 2U);
+    EXPECT_LE(link.a->counters().framesRepeated, 15U) << "not all that the window holds";
+}
+
+TEST(HostLinkCore, OnAFarLineNothingIsAskedForTwiceBeforeItCanHaveCome)
+{
+    SimulatedLink::Faults far;
+    far.bytesPerSecond = 50'000;
+    far.delay = 200ms;
+    SimulatedLink link(far);
+    link.lineUp();
+    link.run(2s);
+    for (std::uint32_t i = 0; i < 2; ++i) {
+        loseOfFirst(link, {10});
+        const std::uint64_t before = link.b->counters().resyncs;
+        ASSERT_TRUE(link.a->send(bulk(i, 32'000), link.now));
+        ASSERT_TRUE(link.runUntil([&] { return link.b.received.size() > i; }, 30s));
+        EXPECT_LE(link.b->counters().resyncs - before, i == 0 ? 3U : 1U) << "once it knows how far it is";
+    }
 }
 
 TEST(HostLinkCore, NaksForTheSameFrameGetRarer)

@@ -212,6 +212,20 @@ TEST(Json, PlaceOfAnErrorInAScalarCountsFromTheText)
     EXPECT_EQ(place(failed("\n  tru")), std::make_pair(2, 4));
 }
 
+/// Else the first value of each would be lost for good, as nothing that leaks.
+TEST(Json, AKeyThatStandsTwiceInAnObjectIsAnError)
+{
+    EXPECT_EQ(failed(R"({"a":{"b":1}, "a":{}})").toString(),
+              "line 1 column 15: this object has the key already");
+    EXPECT_EQ(failed("[{}, {\n \"x\" : [1],\n \"y\":2, \"x\":3}]").code(), VornJson::Error::kRepeatedKey);
+    EXPECT_EQ(place(failed(R"({"a":1,"\u0061":2})")), std::make_pair(1, 8)) << "however it is written";
+    failed(R"({"\u0061":1,"a":2})");
+    failed(R"({"":1,"":2})");
+    parsed(R"({"a":{"a":{"b":"a"}},"b":["a",{"a":1},{"a":2}],"A":"a"})");
+    parsed(R"({"a\"":1,"a":2,"\"a":3})");
+    parsed(R"(["a","a",":a"])");
+}
+
 TEST(Json, DeepNestingIsAnErrorNotACrash)
 {
     const int depth = 100000;
