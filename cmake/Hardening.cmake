@@ -27,9 +27,8 @@ function(hostlink_check_hardening)
     if(NOT HOSTLINK_HARDENED)
         return()
     endif()
-    foreach(target ${ARGN})
-        add_test(NAME Hardening.${target} COMMAND ${CMAKE_SOURCE_DIR}/scripts/check-hardening $<TARGET_FILE:${target}>)
-        set_tests_properties(Hardening.${target} PROPERTIES
-            ENVIRONMENT "READELF=${CMAKE_READELF};OBJDUMP=${CMAKE_OBJDUMP}" TIMEOUT 60)
-    endforeach()
+    list(TRANSFORM ARGN REPLACE ".+" "$<TARGET_FILE:\\0>" OUTPUT_VARIABLE files)
+    add_test(NAME Hardening.OfTheBuiltFiles COMMAND ${CMAKE_SOURCE_DIR}/scripts/check-hardening ${files})
+    set_tests_properties(Hardening.OfTheBuiltFiles PROPERTIES
+        ENVIRONMENT "READELF=${CMAKE_READELF};OBJDUMP=${CMAKE_OBJDUMP}" TIMEOUT 60)
 endfunction()
