@@ -1,7 +1,8 @@
 # What makes a fault in memory harder to use. In release builds only: a debug build is to be stepped through, and the
 # sanitizers find more than this.
+option(HOSTLINK_HARDENING "Harden release builds; off to measure what that costs" ON)
 set(HOSTLINK_HARDENED OFF)
-if(CMAKE_BUILD_TYPE STREQUAL Release AND NOT HOSTLINK_SANITIZE)
+if(HOSTLINK_HARDENING AND CMAKE_BUILD_TYPE STREQUAL Release AND NOT HOSTLINK_SANITIZE)
     set(HOSTLINK_HARDENED ON)
     include(CheckPIESupported)
     check_pie_supported()
