@@ -1,7 +1,8 @@
 # What makes a fault in memory harder to use. In release builds only: a debug build is to be stepped through, and the
 # sanitizers find more than this.
+option(HOSTLINK_HARDENING "Harden release builds; off to measure what that costs" ON)
 set(HOSTLINK_HARDENED OFF)
-if(CMAKE_BUILD_TYPE STREQUAL Release AND NOT HOSTLINK_SANITIZE)
+if(HOSTLINK_HARDENING AND CMAKE_BUILD_TYPE STREQUAL Release AND NOT HOSTLINK_SANITIZE)
     set(HOSTLINK_HARDENED ON)
     include(CheckPIESupported)
     check_pie_supported()
@@ -27,9 +28,8 @@ function(hostlink_check_hardening)
     if(NOT HOSTLINK_HARDENED)
         return()
     endif()
-    foreach(target ${ARGN})
-        add_test(NAME Hardening.${target} COMMAND ${CMAKE_SOURCE_DIR}/scripts/check-hardening $<TARGET_FILE:${target}>)
-        set_tests_properties(Hardening.${target} PROPERTIES
-            ENVIRONMENT "READELF=${CMAKE_READELF};OBJDUMP=${CMAKE_OBJDUMP}" TIMEOUT 60)
-    endforeach()
+    list(TRANSFORM ARGN REPLACE ".+" "$<TARGET_FILE:\\0>" OUTPUT_VARIABLE files)
+    add_test(NAME Hardening.OfTheBuiltFiles COMMAND ${CMAKE_SOURCE_DIR}/scripts/check-hardening ${files})
+    set_tests_properties(Hardening.OfTheBuiltFiles PROPERTIES
+        ENVIRONMENT "READELF=${CMAKE_READELF};OBJDUMP=${CMAKE_OBJDUMP}" TIMEOUT 60)
 endfunction()

@@ -38,13 +38,14 @@ bool isChunkSize(qint64 size)
 /// Opens plain files only, also behind links: a pipe would hold up the whole module until somebody writes to
 /// it, and to open a device may already do something. It is looked at twice, because it may be exchanged in
 /// between.
-bool openPlainFile(QFile& file)
+/// The QFile does not know the name.
+bool openPlainFile(QFile& file, const QString& name)
 {
-    if (!QFileInfo(file).isFile()) {
+    if (!QFileInfo(name).isFile()) {
         return false;
     }
-    const int descriptor =
-        ::open(QFile::encodeName(file.fileName()).constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    const int descriptor = ::open(QFile::encodeName(name).constData(), kFlags);
     struct stat status {
     };
     if (descriptor >= 0 && ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)
@@ -136,9 +137,8 @@ void DataTransfer::stop(Status& status)
 QString DataTransfer::start(Parameters params, Status& status)
 {
     m_fileToSend.close();
-    m_fileToSend.setFileName(params.fileName());
-    if (!openPlainFile(m_fileToSend)) {
-        return QStringLiteral("Failed to open file '%1'").arg(m_fileToSend.fileName());
+    if (!openPlainFile(m_fileToSend, params.fileName())) {
+        return QStringLiteral("Failed to open file '%1'").arg(params.fileName());
     }
     if (!params.contains(Parameters::ChunkSize())) {
         params.setChunkSize(kDefaultChunk);
@@ -245,7 +245,7 @@ HostLinkValueMessage DataTransfer::chunkMessage(qint64 index, const QByteArray& 
     const ByteArray bytes(data.begin(), data.end());
     HostLinkValueMessage message(MSG_DataTransfer);
     if (index == 0 && !resend) {
-        message.addValueString(Name, QFileInfo(m_fileToSend).fileName().toStdString());
+        message.addValueString(Name, QFileInfo(params.fileName()).fileName().toStdString());
     }
     message.addValueUint32(Index, static_cast<std::uint32_t>(index));
     message.addValueBin16(Data, bytes);

@@ -54,7 +54,7 @@ private:
     void logChunk(qint64 index, qint64 last, int size, bool resend) const;
     void logUnsendable(const char* condition) const;
     void sendMessage(const HostLinkMessageSerializable& message);
-    std::string fileName() const { return m_fileToSend.fileName().toStdString(); }
+    std::string fileName() const { return status().params().fileName().toStdString(); }
 
     HostLinkTransportLayer* m_transport;
     CMValueNode* m_statusNode; ///< of the tree; its value is the whole state of the transfer

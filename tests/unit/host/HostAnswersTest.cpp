@@ -123,13 +123,13 @@ TEST(HostAnswers, AnAnswerThatNoLinkCarriesIsNotMadeToItsEnd)
 {
     HostAnswers answers;
     HostLinkValueMessage name(MSG_StateChanged);
-    name.addValueString(STA_HostName, std::string(65535, 'a'));
+    name.addValueString(0xF001, std::string(65535, 'a'));
     answers.own(name);
     HostLinkUInt16Message request(MSG_GetState);
     HostLinkUInt16Message subscription(MSG_Subscribe);
     for (int i = 0; i < 32000; ++i) {
-        request.addValue(STA_HostName);
-        subscription.addValue(STA_HostName);
+        request.addValue(0xF001);
+        subscription.addValue(0xF001);
     }
     constexpr std::size_t kMost = HostLinkValueMessage::kBeyondAnyLink + 70000;
     EXPECT_LT(answers.answers(request.serialize()).at(0).size(), kMost);
