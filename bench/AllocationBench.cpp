@@ -8,6 +8,7 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QSocketNotifier>
 #include <functional>
 
 #include "AllocationCount.h"
@@ -21,6 +22,7 @@
 #include "platform/sdk/CMNode.h"
 #include "platform/sdk/MetaTypes.h"
 #include "platform/sdk/Paths.h"
+#include "runtime/Logging.h"
 
 namespace
 {
@@ -41,15 +43,27 @@ public:
         m_server = std::make_unique<Server>(-1, [this, link] { serve(link); });
     }
 
-    void begin(int requests) { write(m_ends[0], &requests, sizeof requests); }
+    void begin(int requests) { put(m_ends[0], &requests, sizeof requests); }
 
-    bool isDone()
+    /// Becomes readable when they have all been answered.
+    int end() const { return m_ends[0]; }
+
+    void finish()
     {
         char done;
-        return recv(m_ends[0], &done, 1, MSG_DONTWAIT) == 1;
+        if (read(m_ends[0], &done, 1) != 1) {
+            throw std::runtime_error("the host went away");
+        }
     }
 
 private:
+    static void put(int end, const void* bytes, std::size_t size)
+    {
+        if (write(end, bytes, size) != ssize_t(size)) {
+            throw std::runtime_error("the other process went away");
+        }
+    }
+
     void serve(const std::string& link)
     {
         HostLinkPhysicalLayer::Properties properties;
@@ -73,7 +87,7 @@ private:
                    && host.receive(&message, host.now() + std::chrono::milliseconds(200))
                           == Host::Event::Message) {
             }
-            write(m_ends[1], "", 1);
+            put(m_ends[1], "", 1);
         }
     }
 
@@ -81,18 +95,17 @@ private:
     std::unique_ptr<Server> m_server;
 };
 
-/// Allocations of this process for each of `requests`, while `wait` lets time pass until it is true.
+/// Allocations of this process for each request, while `wait` lets time pass until the host has its answers.
 double allocationsPerRequest(RequestingHost& host, int requests, const std::function<void()>& wait)
 {
     const auto make = [&](int count) {
         const std::uint64_t before = allocations;
         host.begin(count);
-        while (!host.isDone()) {
-            wait();
-        }
+        wait();
+        host.finish();
         return allocations - before;
     };
-    make(requests / 10);
+    make(requests);
     const std::uint64_t some = make(requests);
     const std::uint64_t more = make(2 * requests);
     return (double(more) - double(some)) / requests; // what a run costs whatever its length is left out
@@ -135,7 +148,7 @@ double linkAllocations(int requests)
         transport.messageHandled(request);
     });
     transport.start();
-    return allocationsPerRequest(host, requests, [] { usleep(1000); });
+    return allocationsPerRequest(host, requests, [] {});
 }
 
 class ModuleNodes
@@ -197,16 +210,17 @@ void measureWorker(int requests, double link)
     RequestingHost host(line);
     int argc = 0;
     QCoreApplication application(argc, nullptr);
+    setUpLogging("off");
     registerSdkMetaTypes();
     HostLinkPhysicalLayer::registerType("i2c", [&](const HostLinkPhysicalLayer::Properties&) {
         return HostLinkPhysicalLayer::create("unix", listening(line));
     });
     const ModuleNodes nodes;
     const CMHostLinkWorker worker((QVariantHash()));
-    const double all = allocationsPerRequest(host, requests, [] {
-        QCoreApplication::processEvents(QEventLoop::AllEvents);
-        usleep(10);
-    });
+    QEventLoop loop;
+    const QSocketNotifier done(host.end(), QSocketNotifier::Read);
+    QObject::connect(&done, &QSocketNotifier::activated, &loop, &QEventLoop::quit);
+    const double all = allocationsPerRequest(host, requests, [&] { loop.exec(); });
     report("get_worker", all - link);
     host.begin(0);
     report("event", eventAllocations(nodes.filter, requests));

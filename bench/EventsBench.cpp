@@ -20,6 +20,7 @@
 #include "platform/hostlink/HostLinkValueMessage.h"
 #include "platform/sdk/CMNode.h"
 #include "platform/sdk/MetaTypes.h"
+#include "runtime/Logging.h"
 #include "vocabulary/Proxies.h"
 
 namespace
@@ -29,23 +30,36 @@ constexpr std::size_t kEventBytes = 18; ///< on the line: id, tag, encoding, val
 constexpr std::size_t kHalfQueue = 128 * 1024;
 constexpr int kChangesAtOnce = 64;
 
-/// States that show one node's 32 bits or the low 8 of them, and their nodes.
-std::vector<const ProxyRow*> numberRows(std::size_t count)
+/// Rows of states that show a node which only this program has, each another one.
+std::vector<const ProxyRow*> rowsToChange(std::size_t count)
 {
-    std::vector<const ProxyRow*> rows;
-    const auto collect = [&](CMValueItemProxyConvert convert) {
-        for (const ProxyRow& row : kProxies) {
-            const auto sameNode = [&](const ProxyRow* other) { return other->node == row.node; };
-            if (row.proxy == ProxyClass::ValueItemProxy && row.convert == convert && rows.size() < count
-                && std::none_of(rows.begin(), rows.end(), sameNode)) {
-                rows.push_back(&row);
-            }
+    std::vector<const ProxyRow*> rows{
+        &*std::find_if(kProxies.begin(), kProxies.end(), [](const ProxyRow& row) {
+            return row.convert == CMValueItemProxyConvert::Int32VornI32;
+        })};
+    for (const ProxyRow& row : kProxies) {
+        const auto sameNode = [&](const ProxyRow* other) { return other->node == row.node; };
+        if (rows.size() < count && row.proxy == ProxyClass::ValueItemProxy
+            && row.convert != CMValueItemProxyConvert::Uint8InputState
+            && CMPath(*row.node).toString().indexOf("/hostLink/") != 0
+            && std::none_of(rows.begin(), rows.end(), sameNode)) {
+            rows.push_back(&row);
         }
-    };
-    collect(CMValueItemProxyConvert::Int32VornI32);
-    collect(CMValueItemProxyConvert::Uint32VornI32);
-    collect(CMValueItemProxyConvert::Uint8VornI32);
+    }
     return rows;
+}
+
+/// The node's value in its turn: another one than in the turn before.
+VornValue valueInTurn(const ProxyRow& row, int turn)
+{
+    switch (*row.convert) {
+    case CMValueItemProxyConvert::Uint8VornBool: return VornValue().setBool(turn % 2 != 0);
+    case CMValueItemProxyConvert::Int64VornI64: return VornValue().setI64(turn);
+    case CMValueItemProxyConvert::Bin16VornString:
+        return VornValue().setString(turn % 2 != 0 ? "odd" : "even");
+    case CMValueItemProxyConvert::Bin16VornValueJson: return VornHash{{"turn", turn}};
+    default: return VornValue().setI32(turn);
+    }
 }
 
 /// The worker on its nodes. It begins with the changes when there is something to read from `go`.
@@ -53,7 +67,7 @@ class Module
 {
 public:
     Module(const std::string& link, const std::vector<const ProxyRow*>& rows, int events, int go)
-        : m_events(events), m_go(go, QSocketNotifier::Read)
+        : m_rows(rows), m_events(events), m_go(go, QSocketNotifier::Read)
     {
         registerSdkMetaTypes();
         HostLinkPhysicalLayer::Properties properties;
@@ -64,7 +78,7 @@ public:
         });
         for (const ProxyRow* row : rows) {
             m_values.push_back(CMValueNode::create(&m_nodes, CMPath(*row->node)));
-            m_values.back()->setValue(VornValue().setI32(0));
+            m_values.back()->setValue(valueInTurn(*row, 0));
         }
         m_worker = std::make_unique<CMHostLinkWorker>(QVariantHash());
         QObject::connect(&m_go, &QSocketNotifier::activated, [this] {
@@ -81,13 +95,14 @@ private:
                 usleep(20);
                 continue;
             }
-            for (int i = 0; i < kChangesAtOnce && done < m_events; ++i) {
-                const std::size_t node = std::size_t(done++) % m_values.size();
-                m_values[node]->setValue(VornValue().setI32(done));
+            for (int i = 0; i < kChangesAtOnce && done < m_events; ++i, ++done) {
+                const std::size_t node = std::size_t(done) % m_rows.size();
+                m_values[node]->setValue(valueInTurn(*m_rows[node], 1 + done / int(m_rows.size())));
             }
         }
     }
 
+    const std::vector<const ProxyRow*> m_rows;
     const int m_events;
     QSocketNotifier m_go;
     CMNodes m_nodes;
@@ -145,12 +160,13 @@ void measureOwn(const TripArguments& arguments, std::size_t states)
 {
     const BenchDirectory directory;
     const std::string link = directory / "link";
-    const std::vector<const ProxyRow*> rows = numberRows(states);
+    const std::vector<const ProxyRow*> rows = rowsToChange(states);
     int ends[2];
     const int go = openPair(ends);
     const Server server(arguments.serverCore, [&] {
         int argc = 0;
         QCoreApplication application(argc, nullptr);
+        setUpLogging("off");
         const Module module(link, rows, arguments.requests, ends[1]);
         QCoreApplication::exec();
     });
@@ -184,7 +200,10 @@ void measureOwn(const TripArguments& arguments, std::size_t states)
         }
     });
     const std::size_t last = std::size_t(arguments.requests - 1) % rows.size();
-    if (HostLinkValueMessage(message).getTag(0) != rows[last]->states.front()) {
+    const HostLinkValueMessage event(message);
+    const bool isLast = event.getTag(0) == rows[last]->states.front()
+                        && (rows.size() > 1 || event.getInt32(0) == arguments.requests);
+    if (!isLast) {
         throw std::runtime_error("the last event is not that of the last change");
     }
     report("states", double(rows.size()));

@@ -77,7 +77,7 @@ void measureRaw(const TripArguments& arguments)
     });
 }
 
-/// The ten, or any number of all states that are served, again and again where there are not so many.
+/// The ten, or any number of those that are one node each, again and again where there are not so many.
 std::vector<State> statesToAsk(int count)
 {
     if (count == 0) {
@@ -85,7 +85,9 @@ std::vector<State> statesToAsk(int count)
     }
     std::vector<State> served;
     for (const ProxyRow& row : kProxies) {
-        served.insert(served.end(), row.states.begin(), row.states.end());
+        if (row.proxy == ProxyClass::ValueItemProxy) {
+            served.push_back(row.states.front());
+        }
     }
     std::vector<State> states;
     for (int i = 0; i < count; ++i) {

@@ -65,17 +65,15 @@ inline double processorSeconds(pid_t process)
     return double(time.tv_sec) + double(time.tv_nsec) / 1e9;
 }
 
-/// A directory below /tmp that goes with it.
+/// A directory of its own that goes with it.
 class BenchDirectory
 {
 public:
-    BenchDirectory()
+    explicit BenchDirectory(const std::string& above = "/tmp") : m_path(above + "/hostlink-bench.XXXXXX")
     {
-        char pattern[] = "/tmp/hostlink-bench.XXXXXX";
-        if (mkdtemp(pattern) == nullptr) {
-            throw std::runtime_error("cannot make a directory below /tmp");
+        if (mkdtemp(m_path.data()) == nullptr) {
+            throw std::runtime_error("cannot make a directory below " + above);
         }
-        m_path = pattern;
     }
     ~BenchDirectory() { std::filesystem::remove_all(m_path); }
 

@@ -13,6 +13,10 @@
 #include <random>
 
 #include "Processes.h"
+#include "host/FileReceiver.h"
+#include "host/Host.h"
+#include "host/HostSession.h"
+#include "runtime/NodeClient.h"
 
 namespace
 {
@@ -74,26 +78,44 @@ public:
         return finish(begin, acknowledged);
     }
 
-    double push(const std::string& program, const std::string& chunkSize)
+    double push(const std::string& program, int chunkSize)
     {
-        const std::string link = "unix:" + (m_directory / "link");
+        const std::string link = m_directory / "link";
         const std::string api = m_directory / "api";
-        Process module(
-            {program, "module", "--link", link, "--api", api, "--state-dir", m_directory / "state"});
+        Process module({program, "module", "--link", "unix:" + link, "--api", api, "--state-dir",
+                        m_directory / "state"});
         await("module", [&] { return std::filesystem::exists(api); });
-        const std::string ready = m_directory / "ready";
-        Process host({"sh", "-c",
-                      "exec " + program + " host receive --link " + link + " --count 1 "
-                          + (m_directory / "in") + " 2>" + ready});
-        await("host",
-              [&] { return std::filesystem::exists(ready) && std::filesystem::file_size(ready) > 0; });
+        HostLinkPhysicalLayer::Properties properties;
+        properties.setString(HostLinkPhysicalLayer::Device, link);
+        Host host(HostLinkPhysicalLayer::create("unix", properties));
+        HostSession session(host, std::chrono::seconds(5));
+        std::string failure;
+        bool received = false;
+        FileReceiver receiver(m_directory / "in", [&](const FileReceiver::Report& report) {
+            received = received || report.kind == FileReceiver::Report::Kind::Received;
+            failure = report.kind == FileReceiver::Report::Kind::Failed ? report.reason : failure;
+        });
+        session.addChannel(receiver);
+        session.open();
+        NodeClient client;
+        QString error;
+        if (!client.connect(QString::fromStdString(api), &error)) {
+            throw std::runtime_error(error.toStdString());
+        }
+
+        const QVariantHash parameters{{"action", 0},
+                                      {"crc", true},
+                                      {"chunkSize", chunkSize},
+                                      {"fileName", QString::fromStdString(file())}};
         const auto begin = Clock::now();
-        Process start(
-            {program, "node", "--api", api, "invoke", "VornHostLinkDataTransferPath",
-             R"({"action":0,"crc":true,"chunkSize":)" + chunkSize + R"(,"fileName":")" + file() + "\"}"});
-        start.wait();
-        host.wait();
-        return finish(begin, start.succeeded() && host.succeeded());
+        client.call("invoke", {{"path", "VornHostLinkDataTransferPath"}, {"data", parameters}},
+                    std::chrono::seconds(5), &error);
+        ByteArray message;
+        while (!received && failure.empty()
+               && session.receive(&message, session.now() + std::chrono::seconds(5))
+                      != Host::Event::TimedOut) {
+        }
+        return finish(begin, received);
     }
 
 private:
@@ -137,7 +159,7 @@ private:
     }
 
     const std::size_t m_megabytes;
-    const BenchDirectory m_directory;
+    const BenchDirectory m_directory{"/dev/shm"}; // no disk has a part in it
 };
 
 } // namespace
@@ -151,7 +173,7 @@ try {
                        : subject == "xmodem" ? bench.xmodem()
                        : subject == "loop"
                            ? bench.loop()
-                           : bench.push(program != nullptr ? program : HOSTLINK_PROGRAM, subject));
+                           : bench.push(program != nullptr ? program : HOSTLINK_PROGRAM, std::stoi(subject)));
     return 0;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "push_bench: %s\n", error.what());

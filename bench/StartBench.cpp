@@ -13,6 +13,7 @@
 #include "platform/hostlink/HostLinkTransportLayer.h"
 #include "platform/sdk/MetaTypes.h"
 #include "runtime/EmulatedLine.h"
+#include "runtime/Logging.h"
 #include "runtime/PluginLoader.h"
 #include "services/Profile.h"
 #include "services/ProfileNodes.h"
@@ -44,6 +45,7 @@ void measure()
     const std::string link = directory / "link";
     int argc = 0;
     QCoreApplication application(argc, nullptr);
+    setUpLogging("off");
     registerSdkMetaTypes();
     ProfileNodes nodes(Profile::standard());
     nodes.createBeforeWorker();

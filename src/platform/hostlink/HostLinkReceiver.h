@@ -2,7 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <vector>
 
 #include "platform/hostlink/ByteArray.h"
 #include "platform/hostlink/HostLinkFrame.h"
@@ -89,6 +89,7 @@ private:
     {
         return m_windows[static_cast<std::size_t>(messageClass)];
     }
+    std::size_t waiting() const { return m_inbox.size() - m_taken; }
     Verdict judge(const HostLinkFrame& frame);
     void deliver(const HostLinkFrame& frame);
     void askAgain(std::uint32_t reach);
@@ -102,7 +103,8 @@ private:
     bool m_asked = false;      ///< for frame m_expected, again
     std::uint32_t m_reach = 0; ///< how far behind it the frames came that the peer sent before it knew
 
-    std::deque<ByteArray> m_inbox;
+    std::vector<ByteArray> m_inbox; ///< messages put together, the first m_taken of them taken already
+    std::size_t m_taken = 0;
     ByteArray m_spare; ///< memory of a message that was taken
     std::uint64_t m_unhandledMessages = 0;
     std::uint64_t m_formerMessages = 0;
