@@ -23,6 +23,11 @@ namespace
 
 constexpr std::size_t kLoopBlock = 8 * 1024;
 
+struct Result {
+    double megabytesPerSecond;
+    double cpuMillisecondsPerMegabyte; ///< of both sides
+};
+
 class PushBench
 {
 public:
@@ -37,8 +42,7 @@ public:
         std::ofstream(file(), std::ios::binary) << bytes;
     }
 
-    /// Megabytes a second, as all of these.
-    double modem(const std::vector<std::string>& receive, const std::vector<std::string>& send)
+    Result modem(const std::vector<std::string>& receive, const std::vector<std::string>& send)
     {
         int ends[2];
         openPair(ends);
@@ -47,25 +51,26 @@ public:
         Process sender(send, ends[0], ends[0]);
         close(ends[0]);
         close(ends[1]);
-        sender.wait();
-        receiver.wait();
-        return finish(begin, sender.succeeded() && receiver.succeeded());
+        const double seconds = sender.wait() + receiver.wait();
+        return finish(begin, seconds, sender.succeeded() && receiver.succeeded());
     }
 
-    double zmodem() { return modem({"rz", "-y", "-q", "-b"}, {"sz", "-8", "-q", "-b", file()}); }
-    double xmodem()
+    Result zmodem() { return modem({"rz", "-y", "-q", "-b"}, {"sz", "-8", "-q", "-b", file()}); }
+    Result xmodem()
     {
         return modem({"rx", "-y", "-q", "-b", "-c", "file.bin"}, {"sx", "-q", "-k", "-b", file()});
     }
 
-    double loop()
+    Result loop()
     {
         int ends[2];
         openPair(ends);
         const Server receiver(-1, [&] {
             close(ends[0]);
             receiveLoop(ends[1]);
+            pause();
         });
+        const double busyBefore = processorSeconds(0);
         const auto begin = Clock::now();
         std::ifstream from(file(), std::ios::binary);
         std::vector<char> block(kLoopBlock);
@@ -75,10 +80,11 @@ public:
             acknowledged = write(ends[0], block.data(), block.size()) == ssize_t(block.size())
                            && read(ends[0], &acknowledgement, 1) == 1;
         }
-        return finish(begin, acknowledged);
+        return finish(begin, processorSeconds(0) - busyBefore + processorSeconds(receiver.pid()),
+                      acknowledged);
     }
 
-    double push(const std::string& program, int chunkSize)
+    Result push(const std::string& program, int chunkSize)
     {
         const std::string link = m_directory / "link";
         const std::string api = m_directory / "api";
@@ -107,6 +113,7 @@ public:
                                       {"crc", true},
                                       {"chunkSize", chunkSize},
                                       {"fileName", QString::fromStdString(file())}};
+        const double busyBefore = processorSeconds(0) + processorSeconds(module.pid());
         const auto begin = Clock::now();
         client.call("invoke", {{"path", "VornHostLinkDataTransferPath"}, {"data", parameters}},
                     std::chrono::seconds(5), &error);
@@ -115,7 +122,8 @@ public:
                && session.receive(&message, session.now() + std::chrono::seconds(5))
                       != Host::Event::TimedOut) {
         }
-        return finish(begin, received);
+        const double busy = processorSeconds(0) + processorSeconds(module.pid()) - busyBefore;
+        return finish(begin, busy, received);
     }
 
 private:
@@ -149,13 +157,13 @@ private:
     std::string file() const { return m_directory / "file.bin"; }
     std::string received() const { return m_directory / "in/file.bin"; }
 
-    double finish(Clock::time_point begin, bool succeeded) const
+    Result finish(Clock::time_point begin, double busySeconds, bool succeeded) const
     {
         const double seconds = secondsSince(begin);
         if (!succeeded || std::filesystem::file_size(received()) < m_megabytes << 20) {
             throw std::runtime_error("the file was not received");
         }
-        return double(m_megabytes) / seconds;
+        return {double(m_megabytes) / seconds, 1000 * busySeconds / double(m_megabytes)};
     }
 
     const std::size_t m_megabytes;
@@ -169,11 +177,13 @@ try {
     const std::string subject = argc > 1 ? argv[1] : "32768";
     const char* program = std::getenv("HOSTLINK");
     PushBench bench(std::size_t(argc > 2 ? std::atoi(argv[2]) : 64));
-    report("mb_per_s", subject == "zmodem"   ? bench.zmodem()
-                       : subject == "xmodem" ? bench.xmodem()
-                       : subject == "loop"
-                           ? bench.loop()
-                           : bench.push(program != nullptr ? program : HOSTLINK_PROGRAM, std::stoi(subject)));
+    const Result result =
+        subject == "zmodem"   ? bench.zmodem()
+        : subject == "xmodem" ? bench.xmodem()
+        : subject == "loop"   ? bench.loop()
+                            : bench.push(program != nullptr ? program : HOSTLINK_PROGRAM, std::stoi(subject));
+    report("mb_per_s", result.megabytesPerSecond);
+    report("cpu_ms_per_mb", result.cpuMillisecondsPerMegabyte);
     return 0;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "push_bench: %s\n", error.what());

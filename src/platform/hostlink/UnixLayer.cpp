@@ -15,8 +15,8 @@ namespace
 
 constexpr int kBacklog = 16;
 
-// Little may lie in the kernel: what is written there can no longer be overtaken by a state message. This is
-// what a process reads in some microseconds.
+// Little may lie in the kernel: what is written there can no longer be overtaken by a state message. It is no
+// more than the link sends without an acknowledgement, and read within a millisecond.
 constexpr int kSendBuffer = 32 * 1024;
 
 std::optional<sockaddr_un> socketAddress(const std::string& path)
