@@ -1,9 +1,10 @@
-// What the link costs: bytes around a message, use of a slow line, answers meanwhile and wake-ups, all on
-// simulated time; and what the trace points cost while nobody listens, on real time.
+// What the link costs: bytes around a message, use of a slow line by bulk messages and by a pushed file,
+// answers meanwhile and wake-ups, all on simulated time; and what the trace points cost while nobody listens,
+// on real time.
 
-#include <cstdio>
-
+#include "Processes.h"
 #include "platform/hostlink/HostLinkTrace.h"
+#include "platform/hostlink/HostLinkValueMessage.h"
 #include "support/LinkMessages.h"
 #include "support/SimulatedLink.h"
 #include "support/SlowLineRun.h"
@@ -12,8 +13,6 @@ using namespace std::chrono_literals;
 
 namespace
 {
-
-using Clock = std::chrono::steady_clock;
 
 double nanoseconds(Clock::duration duration, std::uint64_t times)
 {
@@ -36,20 +35,69 @@ void overhead(std::size_t size)
             to.received.clear();
         }
     }
-    std::printf("bytes around a message of %3zu: %.2f\n", size,
-                double(link.a.bytes - before) / kExchanges - double(size));
+    report(("bytes_around_" + std::to_string(size)).c_str(),
+           double(link.a.bytes - before) / kExchanges - double(size));
 }
 
 void slowLine(HostLinkDuration delay)
 {
     SlowLineRun run(delay);
     run.run(1000);
-    std::printf(
-        "115200 bit/s, %lld us each way: bulk at %.2f %% of the line; get p99 %.1f ms; %llu repeated\n",
-        static_cast<long long>(std::chrono::duration_cast<std::chrono::microseconds>(delay).count()),
-        100 * run.bulkRate() / SlowLineRun::kLineRate,
-        std::chrono::duration<double, std::milli>(run.slowGet()).count(),
-        static_cast<unsigned long long>(run.repeated()));
+    const std::string where =
+        std::to_string(std::chrono::duration_cast<std::chrono::microseconds>(delay).count()) + "us";
+    report(("bulk_share_" + where).c_str(), run.bulkRate() / SlowLineRun::kLineRate);
+    report(("get_p99_ms_" + where).c_str(), std::chrono::duration<double, std::milli>(run.slowGet()).count());
+    report(("frames_repeated_" + where).c_str(), double(run.repeated()));
+}
+
+constexpr std::size_t kFileSize = 2 * 1024 * 1024;
+
+ByteArray chunk(std::uint32_t index, std::size_t size)
+{
+    HostLinkValueMessage message(MSG_DataTransfer);
+    if (index == 0) {
+        message.addValueString(0, "song.flac");
+    }
+    message.addValueUint32(1, index);
+    message.addValueBin16(2, ByteArray(size, std::uint8_t(index + 1)));
+    message.addValueUint32(4, index);
+    return message.serialize();
+}
+
+ByteArray answer(std::int32_t index)
+{
+    HostLinkValueMessage message(MSG_DataTransferResponse);
+    message.addValueInt32(0, index);
+    return message.serialize();
+}
+
+/// The share of the line's bytes that are the file's. It stops and waits: while an answer is on its way,
+/// nothing of the file is.
+double pushShare(std::size_t chunkSize)
+{
+    SimulatedLink::Faults line;
+    line.delay = 5ms;
+    line.bytesPerSecond = std::uint64_t(SlowLineRun::kLineRate);
+    SimulatedLink link(line);
+    link.lineUp();
+    link.run(1s);
+    const HostLinkTime begin = link.now;
+    const auto chunks = std::uint32_t(kFileSize / chunkSize);
+    for (std::uint32_t i = 0; i < chunks; ++i) {
+        link.a->send(chunk(i, chunkSize), link.now);
+        link.runUntil([&] { return link.b.received.size() > i; }, 60s);
+        link.b->send(answer(std::int32_t(i)), link.now);
+        link.runUntil([&] { return link.a.received.size() > i; }, 60s);
+    }
+    const double seconds = std::chrono::duration<double>(link.now - begin).count();
+    return double(chunks) * double(chunkSize) / seconds / SlowLineRun::kLineRate;
+}
+
+void slowPush()
+{
+    for (const std::size_t size : {std::size_t{128}, std::size_t{4096}, std::size_t{32768}}) {
+        report(("push_share_" + std::to_string(size)).c_str(), pushShare(size));
+    }
 }
 
 void idle()
@@ -60,8 +108,8 @@ void idle()
     link.run(5s);
     const std::uint64_t before[] = {link.a.wakeUps, link.b.wakeUps};
     link.run(std::chrono::seconds(kSeconds));
-    std::printf("idle: %.2f and %.2f wake-ups a second\n", double(link.a.wakeUps - before[0]) / kSeconds,
-                double(link.b.wakeUps - before[1]) / kSeconds);
+    report("idle_wakeups_per_s", double(link.a.wakeUps - before[0]) / kSeconds);
+    report("idle_wakeups_per_s_of_peer", double(link.b.wakeUps - before[1]) / kSeconds);
 }
 
 /// One message over two ends joined by calls, as a transport carries it. It passes eight trace points: taken,
@@ -119,14 +167,12 @@ void trace()
     roundTrip(kRounds); // warms up
     const double trip = roundTrip(kRounds);
     const double points = kPoints * tracePoint(50 * kRounds);
-    std::uint64_t lines = 0;
-    HostLinkTrace::setSink([&](const std::string&) { ++lines; });
+    HostLinkTrace::setSink([](const std::string&) {});
     const double traced = roundTrip(kRounds / 10);
     HostLinkTrace::setSink({});
-    std::printf(
-        "a message there and one back: %.0f ns, of which %d trace points nobody listens to %.1f ns (%.2f "
-        "%%); %.0f ns traced, %llu lines\n",
-        trip, kPoints, points, 100 * points / trip, traced, static_cast<unsigned long long>(lines));
+    report("trip_ns", trip);
+    report("trip_trace_points_ns", points);
+    report("trip_traced_ns", traced);
 }
 
 } // namespace
@@ -138,6 +184,7 @@ int main()
     }
     slowLine(100us);
     slowLine(5ms);
+    slowPush();
     idle();
     trace();
 }

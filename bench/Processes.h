@@ -1,13 +1,17 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -30,17 +34,46 @@ inline double median(std::vector<double> values)
     return *middle;
 }
 
-/// A directory below /tmp that goes with it.
+/// One result of a run, as bench/run reads it.
+inline void report(const char* name, double value)
+{
+    std::printf("%s\t%.9g\n", name, value);
+}
+
+/// Keeps this process, and those that it starts, on one core; anywhere when it is negative.
+inline void pinTo(int core)
+{
+    if (core < 0) {
+        return;
+    }
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(core, &set);
+    if (sched_setaffinity(0, sizeof set, &set) != 0) {
+        std::perror("warning: cannot pin to a core");
+    }
+}
+
+/// Processor time that a process and all its threads have used, in seconds.
+inline double processorSeconds(pid_t process)
+{
+    clockid_t clock{};
+    timespec time{};
+    if (clock_getcpuclockid(process, &clock) != 0 || clock_gettime(clock, &time) != 0) {
+        throw std::runtime_error("cannot read the processor time of a process");
+    }
+    return double(time.tv_sec) + double(time.tv_nsec) / 1e9;
+}
+
+/// A directory of its own that goes with it.
 class BenchDirectory
 {
 public:
-    BenchDirectory()
+    explicit BenchDirectory(const std::string& above = "/tmp") : m_path(above + "/hostlink-bench.XXXXXX")
     {
-        char pattern[] = "/tmp/hostlink-bench.XXXXXX";
-        if (mkdtemp(pattern) == nullptr) {
-            throw std::runtime_error("cannot make a directory below /tmp");
+        if (mkdtemp(m_path.data()) == nullptr) {
+            throw std::runtime_error("cannot make a directory below " + above);
         }
-        m_path = pattern;
     }
     ~BenchDirectory() { std::filesystem::remove_all(m_path); }
 
@@ -89,6 +122,7 @@ public:
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
 
+    pid_t pid() const { return m_pid; }
     void terminate() { kill(m_pid, SIGTERM); }
 
     /// Waits for the end; returns the processor time that it took, in seconds.
@@ -109,6 +143,43 @@ public:
 private:
     pid_t m_pid;
     int m_status = -1;
+};
+
+/// A copy of this process on a core of its own, which serves until this object goes.
+class Server
+{
+public:
+    template <typename Serve>
+    Server(int core, Serve serve)
+    {
+        std::fflush(stdout);
+        m_pid = fork();
+        if (m_pid != 0) {
+            return;
+        }
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        pinTo(core);
+        try {
+            serve();
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "server: %s\n", error.what());
+        }
+        _exit(0);
+    }
+
+    ~Server()
+    {
+        kill(m_pid, SIGKILL);
+        waitpid(m_pid, nullptr, 0);
+    }
+
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    pid_t pid() const { return m_pid; }
+
+private:
+    pid_t m_pid;
 };
 
 /// Polls until something outside has happened; throws when it does not.

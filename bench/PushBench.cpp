@@ -1,26 +1,37 @@
-// Pushes a file with CRC from a module to a host, two processes joined by a Unix socket, and compares with
-// zmodem (sz and rz, blocks of up to 8 KiB) over a socket pair. Rounds of the two alternate, and only ratios
-// within one round count. Both write the file that they receive; a module syncs it too.
+// A file pushed with CRC from a module to a host, two processes joined by a Unix socket, chunks of any size,
+// beside three others over a socket pair: zmodem (sz and rz, blocks of up to 8 KiB), xmodem-1k, and a bare
+// loop that waits for an acknowledgement of each 8 KiB. All write the file that they receive; a host syncs it
+// too.
 //
-// usage: push_bench [ROUNDS [MEGABYTES]]      environment: HOSTLINK, the program to measure
+// usage: push_bench zmodem|xmodem|loop|CHUNK_SIZE [MEGABYTES]      environment: HOSTLINK, the program to
+// measure
 
 #include <sys/socket.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <random>
 
 #include "Processes.h"
+#include "host/FileReceiver.h"
+#include "host/Host.h"
+#include "host/HostSession.h"
+#include "runtime/NodeClient.h"
 
 namespace
 {
 
+constexpr std::size_t kLoopBlock = 8 * 1024;
+
+struct Result {
+    double megabytesPerSecond;
+    double cpuMillisecondsPerMegabyte; ///< of both sides
+};
+
 class PushBench
 {
 public:
-    PushBench(std::string program, std::size_t megabytes)
-        : m_program(std::move(program)), m_megabytes(megabytes)
+    explicit PushBench(std::size_t megabytes) : m_megabytes(megabytes)
     {
         std::filesystem::create_directory(m_directory / "in");
         std::mt19937 random(1);
@@ -31,86 +42,148 @@ public:
         std::ofstream(file(), std::ios::binary) << bytes;
     }
 
-    /// Megabytes a second.
-    double zmodem()
+    Result modem(const std::vector<std::string>& receive, const std::vector<std::string>& send)
     {
         int ends[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
-            throw std::runtime_error("socketpair failed");
-        }
+        openPair(ends);
         const auto begin = Clock::now();
-        Process receiver({"rz", "-y", "-q", "-b"}, ends[1], ends[1], m_directory / "in");
-        Process sender({"sz", "-8", "-q", "-b", file()}, ends[0], ends[0]);
+        Process receiver(receive, ends[1], ends[1], m_directory / "in");
+        Process sender(send, ends[0], ends[0]);
         close(ends[0]);
         close(ends[1]);
-        sender.wait();
-        receiver.wait();
-        return finish(begin, sender.succeeded() && receiver.succeeded());
+        const double seconds = sender.wait() + receiver.wait();
+        return finish(begin, seconds, sender.succeeded() && receiver.succeeded());
     }
 
-    double push(std::size_t chunkSize)
+    Result zmodem() { return modem({"rz", "-y", "-q", "-b"}, {"sz", "-8", "-q", "-b", file()}); }
+    Result xmodem()
     {
-        const std::string link = "unix:" + (m_directory / "link");
-        const std::string api = m_directory / "api";
-        Process module(
-            {m_program, "module", "--link", link, "--api", api, "--state-dir", m_directory / "state"});
-        await("module", [&] { return std::filesystem::exists(api); });
-        const std::string ready = m_directory / "ready";
-        Process host({"sh", "-c",
-                      "exec " + m_program + " host receive --link " + link + " --count 1 "
-                          + (m_directory / "in") + " 2>" + ready});
-        await("host",
-              [&] { return std::filesystem::exists(ready) && std::filesystem::file_size(ready) > 0; });
+        return modem({"rx", "-y", "-q", "-b", "-c", "file.bin"}, {"sx", "-q", "-k", "-b", file()});
+    }
+
+    Result loop()
+    {
+        int ends[2];
+        openPair(ends);
+        const Server receiver(-1, [&] {
+            close(ends[0]);
+            receiveLoop(ends[1]);
+            pause();
+        });
+        const double busyBefore = processorSeconds(0);
         const auto begin = Clock::now();
-        Process start({m_program, "node", "--api", api, "invoke", "VornHostLinkDataTransferPath",
-                       R"({"action":0,"crc":true,"chunkSize":)" + std::to_string(chunkSize)
-                           + R"(,"fileName":")" + file() + "\"}"});
-        start.wait();
-        host.wait();
-        std::filesystem::remove(ready);
-        return finish(begin, start.succeeded() && host.succeeded());
+        std::ifstream from(file(), std::ios::binary);
+        std::vector<char> block(kLoopBlock);
+        bool acknowledged = true;
+        while (acknowledged && from.read(block.data(), std::streamsize(block.size()))) {
+            char acknowledgement;
+            acknowledged = write(ends[0], block.data(), block.size()) == ssize_t(block.size())
+                           && read(ends[0], &acknowledgement, 1) == 1;
+        }
+        return finish(begin, processorSeconds(0) - busyBefore + processorSeconds(receiver.pid()),
+                      acknowledged);
+    }
+
+    Result push(const std::string& program, int chunkSize)
+    {
+        const std::string link = m_directory / "link";
+        const std::string api = m_directory / "api";
+        Process module({program, "module", "--link", "unix:" + link, "--api", api, "--state-dir",
+                        m_directory / "state"});
+        await("module", [&] { return std::filesystem::exists(api); });
+        HostLinkPhysicalLayer::Properties properties;
+        properties.setString(HostLinkPhysicalLayer::Device, link);
+        Host host(HostLinkPhysicalLayer::create("unix", properties));
+        HostSession session(host, std::chrono::seconds(5));
+        std::string failure;
+        bool received = false;
+        FileReceiver receiver(m_directory / "in", [&](const FileReceiver::Report& report) {
+            received = received || report.kind == FileReceiver::Report::Kind::Received;
+            failure = report.kind == FileReceiver::Report::Kind::Failed ? report.reason : failure;
+        });
+        session.addChannel(receiver);
+        session.open();
+        NodeClient client;
+        QString error;
+        if (!client.connect(QString::fromStdString(api), &error)) {
+            throw std::runtime_error(error.toStdString());
+        }
+
+        const QVariantHash parameters{{"action", 0},
+                                      {"crc", true},
+                                      {"chunkSize", chunkSize},
+                                      {"fileName", QString::fromStdString(file())}};
+        const double busyBefore = processorSeconds(0) + processorSeconds(module.pid());
+        const auto begin = Clock::now();
+        client.call("invoke", {{"path", "VornHostLinkDataTransferPath"}, {"data", parameters}},
+                    std::chrono::seconds(5), &error);
+        ByteArray message;
+        while (!received && failure.empty()
+               && session.receive(&message, session.now() + std::chrono::seconds(5))
+                      != Host::Event::TimedOut) {
+        }
+        const double busy = processorSeconds(0) + processorSeconds(module.pid()) - busyBefore;
+        return finish(begin, busy, received);
     }
 
 private:
-    std::string file() const { return m_directory / "file.bin"; }
-
-    double finish(Clock::time_point begin, bool succeeded)
+    static void openPair(int (&ends)[2])
     {
-        const double seconds = secondsSince(begin);
-        const std::string received = m_directory / "in/file.bin";
-        if (!succeeded || std::filesystem::file_size(received) != m_megabytes << 20) {
-            throw std::runtime_error("the file was not received");
+        if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
+            throw std::runtime_error("socketpair failed");
         }
-        std::filesystem::remove(received);
-        return double(m_megabytes) / seconds;
     }
 
-    const std::string m_program;
+    void receiveLoop(int end) const
+    {
+        std::ofstream to(received(), std::ios::binary);
+        std::vector<char> block(kLoopBlock);
+        for (std::size_t total = 0; total < m_megabytes << 20; total += block.size()) {
+            for (std::size_t size = 0; size < block.size();) {
+                const ssize_t got = read(end, block.data() + size, block.size() - size);
+                if (got <= 0) {
+                    return;
+                }
+                size += std::size_t(got);
+            }
+            to.write(block.data(), std::streamsize(block.size()));
+            to.flush();
+            if (write(end, "", 1) != 1) {
+                return;
+            }
+        }
+    }
+
+    std::string file() const { return m_directory / "file.bin"; }
+    std::string received() const { return m_directory / "in/file.bin"; }
+
+    Result finish(Clock::time_point begin, double busySeconds, bool succeeded) const
+    {
+        const double seconds = secondsSince(begin);
+        if (!succeeded || std::filesystem::file_size(received()) < m_megabytes << 20) {
+            throw std::runtime_error("the file was not received");
+        }
+        return {double(m_megabytes) / seconds, 1000 * busySeconds / double(m_megabytes)};
+    }
+
     const std::size_t m_megabytes;
-    const BenchDirectory m_directory;
+    const BenchDirectory m_directory{"/dev/shm"}; // no disk has a part in it
 };
 
 } // namespace
 
 int main(int argc, char** argv)
 try {
-    const int rounds = argc > 1 ? std::atoi(argv[1]) : 5;
-    const auto megabytes = std::size_t(argc > 2 ? std::atoi(argv[2]) : 64);
+    const std::string subject = argc > 1 ? argv[1] : "32768";
     const char* program = std::getenv("HOSTLINK");
-    PushBench bench(program != nullptr ? program : HOSTLINK_PROGRAM, megabytes);
-    std::vector<double> large;
-    std::vector<double> small;
-    for (int round = 0; round < rounds; ++round) {
-        const double zmodem = bench.zmodem();
-        const double at32768 = bench.push(32768);
-        const double at4096 = bench.push(4096);
-        large.push_back(at32768 / zmodem);
-        small.push_back(at4096 / zmodem);
-        std::printf("round %d: zmodem %.0f MB/s; chunks of 32768 %.0f MB/s, ratio %.2f; of 4096 %.0f MB/s, "
-                    "ratio %.2f\n",
-                    round + 1, zmodem, at32768, large.back(), at4096, small.back());
-    }
-    std::printf("median ratio %.2f at 32768, %.2f at 4096\n", median(large), median(small));
+    PushBench bench(std::size_t(argc > 2 ? std::atoi(argv[2]) : 64));
+    const Result result =
+        subject == "zmodem"   ? bench.zmodem()
+        : subject == "xmodem" ? bench.xmodem()
+        : subject == "loop"   ? bench.loop()
+                            : bench.push(program != nullptr ? program : HOSTLINK_PROGRAM, std::stoi(subject));
+    report("mb_per_s", result.megabytesPerSecond);
+    report("cpu_ms_per_mb", result.cpuMillisecondsPerMegabyte);
     return 0;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "push_bench: %s\n", error.what());

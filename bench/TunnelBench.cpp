@@ -1,9 +1,8 @@
-// One client's stream through the module's tunnel to a host, compared with the same stream through two socat
-// processes (TCP to a Unix socket, and on to TCP). Rounds of the two alternate, and only ratios within one
-// round count. Beside the speed stands the processor time of a megabyte: of the module and this host, and of
-// the two socats.
+// The stream of one client, or of several at once, through the module's tunnel to a host, and the same stream
+// of one client through two socat processes (TCP to a Unix socket, and on to TCP). Beside the speed stands
+// the processor time of a megabyte: of the module and this host, and of the two socats.
 //
-// usage: tunnel_bench [ROUNDS [MEGABYTES]]      environment: HOSTLINK, the program to measure
+// usage: tunnel_bench socat|own [MEGABYTES [CLIENTS]]      environment: HOSTLINK, the program to measure
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -121,13 +120,15 @@ Result socat(std::size_t megabytes)
     return {double(megabytes) / seconds, 1000 * cpu / double(megabytes)};
 }
 
-Result tunnel(const std::string& program, std::size_t megabytes)
+/// All clients send at once, each its share.
+Result tunnel(const std::string& program, std::size_t megabytes, int clients)
 {
     const BenchDirectory directory;
     const std::uint16_t port = freePort();
     const std::string link = directory / "link";
     Process module({program, "module", "--link", "unix:" + link, "--api", directory / "api", "--state-dir",
-                    directory / "state", "--tunnel-port", std::to_string(port)});
+                    directory / "state", "--tunnel-port", std::to_string(port), "--tunnel-connections",
+                    std::to_string(clients)});
     await("module", [&] { return std::filesystem::exists(directory / "api"); });
     HostLinkPhysicalLayer::Properties properties;
     properties.setString(HostLinkPhysicalLayer::Device, link);
@@ -138,19 +139,28 @@ Result tunnel(const std::string& program, std::size_t megabytes)
                     [](TunnelHost::Id) {}, [](TunnelHost::Id, const std::string&) {}});
     session.addChannel(end);
     session.open();
-    FileDescriptor client = connected(port);
+    std::vector<FileDescriptor> sockets;
+    for (int i = 0; i < clients; ++i) {
+        sockets.push_back(connected(port));
+    }
+    const std::size_t share = (megabytes << 20) / std::size_t(clients);
     const double ownBefore = threadSeconds();
     const auto begin = Clock::now();
-    std::thread sender([&] { sendAll(client.get(), megabytes << 20); });
+    std::vector<std::thread> senders;
+    for (const FileDescriptor& socket : sockets) {
+        senders.emplace_back([&socket, share] { sendAll(socket.get(), share); });
+    }
     ByteArray message;
-    while (received < megabytes << 20) {
+    while (received < share * std::size_t(clients)) {
         if (session.receive(&message, session.now() + std::chrono::seconds(10)) != Host::Event::Message) {
             throw std::runtime_error("the tunnel lost some");
         }
     }
     const double seconds = secondsSince(begin);
     const double own = threadSeconds() - ownBefore;
-    sender.join();
+    for (std::thread& sender : senders) {
+        sender.join();
+    }
     host.goodbye();
     module.terminate();
     return {double(megabytes) / seconds, 1000 * (module.wait() + own) / double(megabytes)};
@@ -160,20 +170,15 @@ Result tunnel(const std::string& program, std::size_t megabytes)
 
 int main(int argc, char** argv)
 try {
-    const int rounds = argc > 1 ? std::atoi(argv[1]) : 5;
+    const bool isPeer = argc > 1 && argv[1] == std::string("socat");
     const auto megabytes = std::size_t(argc > 2 ? std::atoi(argv[2]) : 256);
+    const int clients = argc > 3 ? std::atoi(argv[3]) : 1;
     const char* program = std::getenv("HOSTLINK");
-    std::vector<double> ratios;
-    for (int round = 0; round < rounds; ++round) {
-        const Result raw = socat(megabytes);
-        const Result own = tunnel(program != nullptr ? program : HOSTLINK_PROGRAM, megabytes);
-        ratios.push_back(own.megabytesPerSecond / raw.megabytesPerSecond);
-        std::printf(
-            "round %d: socat %.0f MB/s, %.2f ms of processor a MB; tunnel %.0f MB/s, %.2f ms; ratio %.2f\n",
-            round + 1, raw.megabytesPerSecond, raw.cpuMillisecondsPerMegabyte, own.megabytesPerSecond,
-            own.cpuMillisecondsPerMegabyte, ratios.back());
-    }
-    std::printf("median ratio %.2f\n", median(ratios));
+    const Result result = isPeer
+                              ? socat(megabytes)
+                              : tunnel(program != nullptr ? program : HOSTLINK_PROGRAM, megabytes, clients);
+    report("mb_per_s", result.megabytesPerSecond);
+    report("cpu_ms_per_mb", result.cpuMillisecondsPerMegabyte);
     return 0;
 } catch (const std::exception& error) {
     std::fprintf(stderr, "tunnel_bench: %s\n", error.what());

@@ -1,6 +1,7 @@
 #include "host/FileReceiver.h"
 
 #include <limits>
+#include <utility>
 
 #include "platform/hostlink/DataTransferCrc32.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
@@ -56,7 +57,8 @@ std::optional<FileReceiver::Chunk> FileReceiver::chunkOf(const HostLinkValueMess
         default: break;
         }
     }
-    return ok && hasIndex && hasData && chunk.index <= kMostIndex ? std::optional(chunk) : std::nullopt;
+    const bool isChunk = ok && hasIndex && hasData && chunk.index <= kMostIndex;
+    return isChunk ? std::optional(std::move(chunk)) : std::nullopt;
 }
 
 FileReceiver::FileReceiver(std::string directory, Observer observer)

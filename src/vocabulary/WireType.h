@@ -47,13 +47,18 @@ constexpr std::uint8_t wireTypeEncoding(WireType type)
     return kWireTypes[static_cast<std::size_t>(type)].encoding;
 }
 
+constexpr std::array<WireType, 256> wireTypesByEncoding()
+{
+    std::array<WireType, 256> types{}; // None where nothing else is said
+    for (std::size_t i = 1; i < kWireTypes.size(); ++i) {
+        types[kWireTypes[i].encoding] = kWireTypes[i].type;
+    }
+    return types;
+}
+inline constexpr std::array<WireType, 256> kWireTypesByEncoding = wireTypesByEncoding();
+
 /// The type with this encoding byte, None where there is no such type.
 constexpr WireType wireTypeOfEncoding(std::uint8_t encoding)
 {
-    for (const WireTypeRow& row : kWireTypes) {
-        if (row.encoding == encoding) {
-            return row.type;
-        }
-    }
-    return WireType::None;
+    return kWireTypesByEncoding[encoding];
 }

@@ -9,6 +9,7 @@
 namespace
 {
 std::atomic<std::size_t> inUse{0};
+std::atomic<std::size_t> allocations{0};
 
 void* take(std::size_t size)
 {
@@ -17,6 +18,7 @@ void* take(std::size_t size)
         throw std::bad_alloc();
     }
     inUse += ::malloc_usable_size(memory);
+    ++allocations;
     return memory;
 }
 
@@ -30,6 +32,11 @@ void giveBack(void* memory)
 std::size_t heapInUse()
 {
     return inUse;
+}
+
+std::size_t heapAllocations()
+{
+    return allocations;
 }
 
 void* operator new(std::size_t size)

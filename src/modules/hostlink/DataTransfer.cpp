@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <QFileInfo>
+#include <algorithm>
 #include <sstream>
 
 #include "modules/hostlink/CheckedConnect.h"
@@ -224,13 +225,13 @@ void DataTransfer::sendChunk(Status& status, bool resend)
         logUnsendable("m_fileToSend.seek(bytesSent) == true");
         return;
     }
-    const QByteArray data = m_fileToSend.read(params.chunkSize());
+    const ByteArray data = readChunk(params.chunkSize());
     if (!resend) {
-        status.setBytesSent(offset + data.size()).setChunksSent(index + 1);
+        status.setBytesSent(offset + qint64(data.size())).setChunksSent(index + 1);
     }
     HostLinkValueMessage message = chunkMessage(index, data, params, resend);
     logProgress(index, status.chunksTotal() - 1);
-    logChunk(index, status.chunksTotal() - 1, data.size(), resend);
+    logChunk(index, status.chunksTotal() - 1, int(data.size()), resend);
     if (m_fileToSend.atEnd()) {
         message.addValueNil(LastChunk);
         LOG4CPLUS_INFO(hostLinkLogger, "Data transfer: '" << fileName() << "': This was the last chunk");
@@ -239,10 +240,18 @@ void DataTransfer::sendChunk(Status& status, bool resend)
     m_timer->start();
 }
 
-HostLinkValueMessage DataTransfer::chunkMessage(qint64 index, const QByteArray& data,
+/// The next bytes of the file, fewer at its end.
+ByteArray DataTransfer::readChunk(qint64 chunkSize)
+{
+    ByteArray bytes(static_cast<std::size_t>(chunkSize));
+    const qint64 size = m_fileToSend.read(reinterpret_cast<char*>(bytes.data()), chunkSize);
+    bytes.resize(static_cast<std::size_t>(std::max<qint64>(size, 0)));
+    return bytes;
+}
+
+HostLinkValueMessage DataTransfer::chunkMessage(qint64 index, const ByteArray& bytes,
                                                 const Parameters& params, bool resend) const
 {
-    const ByteArray bytes(data.begin(), data.end());
     HostLinkValueMessage message(MSG_DataTransfer);
     if (index == 0 && !resend) {
         message.addValueString(Name, QFileInfo(params.fileName()).fileName().toStdString());

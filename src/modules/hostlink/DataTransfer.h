@@ -48,7 +48,8 @@ private:
     static Next interpret(int statusResponse, Status& status);
     void finish(Status& status);
     void sendChunk(Status& status, bool resend);
-    HostLinkValueMessage chunkMessage(qint64 index, const QByteArray& data, const Parameters& params,
+    ByteArray readChunk(qint64 chunkSize);
+    HostLinkValueMessage chunkMessage(qint64 index, const ByteArray& bytes, const Parameters& params,
                                       bool resend) const;
     void logProgress(qint64 index, qint64 last);
     void logChunk(qint64 index, qint64 last, int size, bool resend) const;

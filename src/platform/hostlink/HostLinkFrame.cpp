@@ -1,19 +1,25 @@
 #include "platform/hostlink/HostLinkFrame.h"
 
-#include <zlib.h>
-
 #include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "platform/hostlink/BigEndian.h"
+#include "platform/hostlink/DataTransferCrc32.h"
 
 namespace
 {
 constexpr std::size_t kMaxBlock = 254; ///< bytes behind one COBS code
 
+/// The same CRC as that of a file's chunks. At the size of a frame zlib's takes half as long again.
 std::uint32_t crcOf(const std::uint8_t* bytes, std::size_t size)
 {
-    return static_cast<std::uint32_t>(crc32(0, bytes, static_cast<uInt>(size)));
+    static const std::vector<std::uint32_t> table = [] {
+        std::vector<std::uint32_t> words(dataTransferCrc32TableSize());
+        genDataTransferCrc32Table(words.data(), std::uint16_t(words.size()));
+        return words;
+    }();
+    return dataTransferCalcCrc32(table.data(), std::uint16_t(table.size()), bytes, std::uint32_t(size));
 }
 
 /// COBS: each code byte says how many bytes follow up to the next zero, which it stands for. Returns

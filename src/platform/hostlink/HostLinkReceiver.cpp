@@ -6,7 +6,8 @@
 
 namespace
 {
-constexpr std::size_t kSpareBytes = 4096; ///< longer messages' memory is given back
+// A file comes in messages of up to 32 KiB, one like the other; longer ones' memory is given back.
+constexpr std::size_t kSpareBytes = 64 * 1024;
 
 MessageClass classOf(const HostLinkFrame& frame)
 {
@@ -143,22 +144,26 @@ void HostLinkReceiver::deliver(const HostLinkFrame& frame)
 
 bool HostLinkReceiver::take(ByteArray& message)
 {
-    if (m_inbox.empty()) {
+    if (waiting() == 0) {
         return false;
     }
-    message.swap(m_inbox.front());
-    if (m_inbox.front().capacity() > m_spare.capacity() && m_inbox.front().capacity() <= kSpareBytes) {
-        m_spare.swap(m_inbox.front());
+    ByteArray& first = m_inbox[m_taken++];
+    message.swap(first);
+    if (first.capacity() > m_spare.capacity() && first.capacity() <= kSpareBytes) {
+        m_spare.swap(first);
         m_spare.clear();
     }
-    m_inbox.pop_front();
+    if (m_taken > m_inbox.size() / 2) {
+        m_inbox.erase(m_inbox.begin(), m_inbox.begin() + static_cast<std::ptrdiff_t>(m_taken));
+        m_taken = 0;
+    }
     return true;
 }
 
 void HostLinkReceiver::handled(MessageClass messageClass, std::size_t size)
 {
     window(messageClass).handled(size);
-    if (m_unhandledMessages > m_inbox.size()) {
+    if (m_unhandledMessages > waiting()) {
         --m_unhandledMessages;
         m_formerMessages -= m_formerMessages > 0 ? 1 : 0;
     }

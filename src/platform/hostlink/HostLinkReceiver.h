@@ -2,7 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <vector>
 
 #include "platform/hostlink/ByteArray.h"
 #include "platform/hostlink/HostLinkFrame.h"
@@ -90,6 +90,7 @@ private:
     {
         return m_windows[static_cast<std::size_t>(messageClass)];
     }
+    std::size_t waiting() const { return m_inbox.size() - m_taken; }
     Verdict judge(const HostLinkFrame& frame, HostLinkTime now);
     void deliver(const HostLinkFrame& frame);
     /// Not while what was asked for can still be on its way.
@@ -110,7 +111,8 @@ private:
     HostLinkTime m_nakAt;      ///< when the first one was sent
     HostLinkRetransmitTimer m_nakTimer; ///< until when the frame should have come
 
-    std::deque<ByteArray> m_inbox;
+    std::vector<ByteArray> m_inbox; ///< messages put together, the first m_taken of them taken already
+    std::size_t m_taken = 0;
     ByteArray m_spare; ///< memory of a message that was taken
     std::uint64_t m_unhandledMessages = 0;
     std::uint64_t m_formerMessages = 0;

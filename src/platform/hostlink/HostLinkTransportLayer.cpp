@@ -142,6 +142,7 @@ struct HostLinkTransportLayer::Private {
     std::vector<MessageReceivedObserver> observers; ///< constant from start() on
     std::vector<std::function<void()>> drainedObservers;
     std::vector<pollfd> descriptors; ///< the thread's own
+    ByteArray message;               ///< the thread's own, the one that is delivered
 };
 
 HostLinkTransportLayer::HostLinkTransportLayer(std::unique_ptr<HostLinkPhysicalLayer> layer,
@@ -371,7 +372,6 @@ void HostLinkTransportLayer::Private::flush(Lock& lock)
 
 void HostLinkTransportLayer::Private::deliver(Lock& lock)
 {
-    ByteArray message;
     while (phase == Phase::Running && port.core().take(message)) {
         for (const MessageReceivedObserver& observer : observers) {
             call(lock, [&] { observer(message); });

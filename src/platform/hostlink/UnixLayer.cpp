@@ -15,8 +15,9 @@ namespace
 
 constexpr int kBacklog = 16;
 
-// Little may lie in the kernel: what is written there can no longer be overtaken by a state message.
-constexpr int kSendBuffer = 8 * 1024;
+// Little may lie in the kernel: what is written there can no longer be overtaken by a state message. It is no
+// more than the link sends without an acknowledgement, and read within a millisecond.
+constexpr int kSendBuffer = 32 * 1024;
 
 std::optional<sockaddr_un> socketAddress(const std::string& path)
 {

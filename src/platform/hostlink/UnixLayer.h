@@ -14,6 +14,8 @@ public:
     explicit UnixLayer(const Properties& properties);
     ~UnixLayer() override { close(); }
 
+    std::size_t batchSize() const override { return 16 * 1024; }
+
 protected:
     Attempt listen() override;
     Attempt connect() override;

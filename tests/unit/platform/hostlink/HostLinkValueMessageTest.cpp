@@ -430,3 +430,43 @@ TEST(HostLinkValueMessage, CopiesSingleValuesOfOthersWithTheirTags)
     EXPECT_EQ(to.getTag(3), 8);
     EXPECT_EQ(to.getString(3), "a");
 }
+
+TEST(HostLinkValueMessage, HoldsManyValues)
+{
+    constexpr int kMany = 1000;
+    HostLinkValueMessage message(MSG_StateChanged);
+    for (int i = 0; i < kMany; ++i) {
+        message.addValueInt32(std::uint16_t(i), -i);
+    }
+    const HostLinkValueMessage parsed(message.serialize());
+    for (const HostLinkValueMessage& each : {message, parsed}) {
+        ASSERT_EQ(each.size(), kMany);
+        for (int i = 0; i < kMany; ++i) {
+            ASSERT_EQ(each.getTag(i), i);
+            ASSERT_EQ(each.getInt32(i), -i);
+        }
+    }
+}
+
+TEST(HostLinkValueMessage, TakesMoreValuesAfterItsBytesWereAskedFor)
+{
+    HostLinkValueMessage message(MSG_SetState);
+    message.addValueUint8(1, 5);
+    EXPECT_EQ(message.serialize(), bytesOf("0001 0001 CC 05"));
+    message.addValueUint16(2, 0x0607);
+    EXPECT_EQ(message.serialize(), bytesOf("0001 0001 CC 05 0002 CD 0607"));
+    EXPECT_EQ(message.getUint8(0), 5);
+    EXPECT_EQ(message.getUint16(1), 0x0607);
+}
+
+TEST(HostLinkValueMessage, CopiesItsOwnValueWhileItGrows)
+{
+    const std::string text(100, 'x');
+    HostLinkValueMessage message(MSG_SetState);
+    message.addValueString(1, text);
+    for (int copies = 1; copies < 50; ++copies) {
+        message.addValueOf(message, copies - 1);
+        ASSERT_EQ(message.getTag(copies), 1);
+        ASSERT_EQ(message.getString(copies), text);
+    }
+}
