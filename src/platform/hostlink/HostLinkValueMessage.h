@@ -35,7 +35,7 @@ public:
     /// More bytes than any link carries in a message. Who answers one value after another ends there: the
     /// link refuses the message as a whole anyway, and a request of 64 KiB may ask for gigabytes.
     static constexpr std::size_t kBeyondAnyLink = 1 << 20;
-    bool isBeyondAnyLink() const { return m_bytes.size() > kBeyondAnyLink; }
+    bool isBeyondAnyLink() const { return m_size > kBeyondAnyLink; }
 
     /// Tag and encoding byte of value i; 0 with *ok false when there is none.
     std::uint16_t getTag(int i, bool* ok = nullptr) const
