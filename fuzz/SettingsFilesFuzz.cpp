@@ -7,6 +7,7 @@
 #include <QFile>
 
 #include "FuzzInput.h"
+#include "platform/sdk/VornJson.h"
 #include "services/Playlist.h"
 #include "services/Profile.h"
 #include "services/SettingsFile.h"
@@ -25,6 +26,13 @@ QString settingsPath()
     return path;
 }
 
+bool isOfSettings(const QByteArray& bytes)
+{
+    VornJson::Error error;
+    const VornHash form(VornJson::parse(fromUtf8(bytes).value_or(QString()), &error).toHash());
+    return error.isEmpty() && VornField::get<qint32>(form, "hostlinkSettings") == 1;
+}
+
 /// A file is read whole, or kept under another name; what was read is saved and read as the same.
 void requireSettings(const QByteArray& bytes)
 {
@@ -35,7 +43,7 @@ void requireSettings(const QByteArray& bytes)
     const SettingsFile::Values values = settings.load();
     const bool isKeptAside = QFile::remove(settingsPath() + ".bad");
     require(isKeptAside != QFile::exists(settingsPath()));
-    require(!isKeptAside || values.isEmpty());
+    require(isKeptAside ? values.isEmpty() : isOfSettings(bytes));
     QString error;
     require(settings.save(values, &error));
     const SettingsFile::Values again = settings.load();

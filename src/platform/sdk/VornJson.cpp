@@ -89,7 +89,7 @@ QVariant parseBytes(const QByteArray& text, QJsonParseError* error)
 QString textOf(const QByteArray& string)
 {
     if (!string.contains('\\')) {
-        return QString::fromUtf8(string.mid(1, string.size() - 2));
+        return QString::fromUtf8(string.constData() + 1, string.size() - 2); // zero bytes and what is behind
     }
     return QJsonDocument::fromJson('[' + string + ']').toVariant().toList().value(0).toString();
 }

@@ -224,6 +224,8 @@ TEST(Json, AKeyThatStandsTwiceInAnObjectIsAnError)
     parsed(R"({"a":{"a":{"b":"a"}},"b":["a",{"a":1},{"a":2}],"A":"a"})");
     parsed(R"({"a\"":1,"a":2,"\"a":3})");
     parsed(R"(["a","a",":a"])");
+    parsed(QString(R"({"a%1b":1,"a%1c":2})").arg(QChar(0)));
+    failed(QString(R"({"a%1b":1,"a%1b":2})").arg(QChar(0)));
 }
 
 TEST(Json, DeepNestingIsAnErrorNotACrash)
