@@ -13,6 +13,7 @@ namespace
 
 constexpr int kRegisters = 6 + 2 + 2 + 4 + 10;
 constexpr int kSlave = 1;
+constexpr std::uint32_t kPatience = 5; ///< seconds: the machine may have much else to do
 
 [[noreturn]] void fail()
 {
@@ -56,6 +57,7 @@ void measureTcp(const TripArguments& arguments)
         serve(listening);
     });
     modbus_t* const context = modbus_new_tcp("127.0.0.1", 15020);
+    modbus_set_response_timeout(context, kPatience, 0);
     if (modbus_connect(context) != 0) {
         fail();
     }
@@ -67,6 +69,7 @@ modbus_t* rtuOn(int terminal)
     modbus_t* const context = modbus_new_rtu("/dev/null", 115200, 'N', 8, 1);
     modbus_set_slave(context, kSlave);
     modbus_set_socket(context, terminal);
+    modbus_set_response_timeout(context, kPatience, 0);
     return context;
 }
 

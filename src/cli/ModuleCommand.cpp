@@ -85,6 +85,7 @@ int run(const Options& options)
     int argc = 1;
     char name[] = "hostlink";
     char* argv[] = {name, nullptr};
+    qputenv("QT_NO_GLIB", "1"); // Qt's own event loop does less for each message than GLib's
     const QCoreApplication application(argc, argv);
     setUpLogging(QString::fromStdString(options.logLevel));
     if (options.trace) {
