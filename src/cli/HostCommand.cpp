@@ -81,6 +81,7 @@ std::size_t putReply(const HostLinkValueMessage& reply, std::vector<State> asked
 std::vector<State> tagsOf(const HostLinkValueMessage& message)
 {
     std::vector<State> states;
+    states.reserve(std::size_t(message.size()));
     for (int i = 0; i < message.size(); ++i) {
         states.push_back(State(message.getTag(i)));
     }
@@ -90,6 +91,7 @@ std::vector<State> tagsOf(const HostLinkValueMessage& message)
 std::vector<State> numbersOf(const HostLinkUInt16Message& message)
 {
     std::vector<State> states;
+    states.reserve(std::size_t(message.size()));
     for (int i = 0; i < message.size(); ++i) {
         states.push_back(State(message.get(i)));
     }
@@ -291,6 +293,7 @@ Examples:
 
 Exit status: 0 the message was delivered, 2 wrong usage, 3 no link, or the link was lost.)";
 
+// NOLINTNEXTLINE(cppcoreguidelines-interfaces-global-init): it refers to the requests and does not read them
 const Command kCommands[] = {
     {kGetRequest, kGetHelp, get, nullptr},
     {kSetRequest, kSetHelp, set, nullptr},
@@ -398,6 +401,7 @@ void addReceive(CLI::App& host, const std::shared_ptr<Options>& options, int* st
         ->check(CLI::PositiveNumber);
     app->add_option("--largest", options->largest, "Take no file of more bytes")
         ->type_name("BYTES")
+        ->check(CLI::PositiveNumber)
         ->capture_default_str();
     app->add_option("--fail-chunk", options->failures, "Answer chunk I with CODE, once")
         ->type_name("I:CODE")

@@ -30,7 +30,7 @@ public:
     struct Held {
         struct Kind {
             Line last;
-            unsigned long count;
+            unsigned long count = 0;
         };
         std::vector<Kind> kinds;
         unsigned long others = 0; ///< lines of kinds of which none passed

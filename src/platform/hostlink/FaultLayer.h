@@ -14,7 +14,7 @@ class FaultLayer : public HostLinkPhysicalLayer
 {
 public:
     FaultLayer(std::unique_ptr<HostLinkPhysicalLayer> layer, const FaultSettings& settings);
-    ~FaultLayer() override { close(); }
+    ~FaultLayer() override { FaultLayer::close(); }
 
     std::string name() const override { return m_layer->name(); }
     void open(HostLinkTime now) override;

@@ -342,7 +342,8 @@ void HostLinkTransportLayer::Private::run(const std::shared_ptr<Private>& self)
     Lock lock(self->mutex);
     self->port.open(HostLinkClock::now());
     while (self->phase == Phase::Running) {
-        self->exchange(lock);
+        self->exchange(lock); // which may unlock
+        // cppcheck-suppress identicalInnerCondition
         if (self->phase == Phase::Running) {
             self->sleep(lock, HostLinkTime::max());
         }

@@ -16,7 +16,7 @@ class SerialLayer : public HostLinkPhysicalLayer
 public:
     explicit SerialLayer(const Properties& properties,
                          std::shared_ptr<DeviceCalls> calls = DeviceCalls::system());
-    ~SerialLayer() override { close(); }
+    ~SerialLayer() override { SerialLayer::close(); }
 
     std::string name() const override { return m_retry.name(); }
     void open(HostLinkTime now) override;
