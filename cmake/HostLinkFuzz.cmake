@@ -1,3 +1,5 @@
+add_custom_target(fuzzers)
+
 # add_hostlink_fuzzer(NAME [LIBS...]): a libFuzzer executable of NAME.cpp with the host-link library and others. Its
 # seeds lie in corpus/NAME and the words of its inputs in dict/NAME, from where scripts/fuzz takes them.
 function(add_hostlink_fuzzer name)
@@ -6,4 +8,5 @@ function(add_hostlink_fuzzer name)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/fuzzers)
     target_link_libraries(${name} PRIVATE hostlink ${ARG_LIBS})
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    add_dependencies(fuzzers ${name})
 endfunction()
