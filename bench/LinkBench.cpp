@@ -1,8 +1,10 @@
 // What the link costs: bytes around a message, use of a slow line, answers meanwhile and wake-ups, all on
 // simulated time; and what the trace points cost while nobody listens, on real time.
 
+#include <cmath>
 #include <cstdio>
 
+#include "platform/hostlink/HostLinkFrame.h"
 #include "platform/hostlink/HostLinkTrace.h"
 #include "support/LinkMessages.h"
 #include "support/SimulatedLink.h"
@@ -50,6 +52,26 @@ void slowLine(HostLinkDuration delay)
         100 * run.bulkRate() / SlowLineRun::kLineRate,
         std::chrono::duration<double, std::milli>(run.slowGet()).count(),
         static_cast<unsigned long long>(run.repeated()));
+}
+
+/// Messages of 32 KiB over the slow line, each when the one before is there, as chunks of files go.
+void damagedLine(double damagedFullFrames)
+{
+    constexpr int kMessages = 20;
+    SimulatedLink::Faults faults;
+    faults.bytesPerSecond = SlowLineRun::kLineRate;
+    faults.flip = 1 - std::pow(1 - damagedFullFrames, 1.0 / HostLinkFrame::kMaxEncoded);
+    SimulatedLink link(faults);
+    link.lineUp();
+    link.run(3s);
+    const HostLinkTime begin = link.now;
+    for (std::uint32_t i = 0; i < kMessages; ++i) {
+        link.a->send(bulk(i, 32'768), link.now);
+        link.runUntil([&] { return link.b.received.size() > i; }, 10min);
+    }
+    std::printf("115200 bit/s, %2.0f %% of the full frames damaged: 32 KiB in %.1f s; %llu repeated\n",
+                100 * damagedFullFrames, std::chrono::duration<double>(link.now - begin).count() / kMessages,
+                static_cast<unsigned long long>(link.a->counters().framesRepeated));
 }
 
 void idle()
@@ -138,6 +160,9 @@ int main()
     }
     slowLine(100us);
     slowLine(5ms);
+    for (const double damaged : {0.0, 0.1, 0.3, 0.5, 0.7}) {
+        damagedLine(damaged);
+    }
     idle();
     trace();
 }
