@@ -1,8 +1,11 @@
 // What the link costs: bytes around a message, use of a slow line by bulk messages and by a pushed file,
-// answers meanwhile and wake-ups, all on simulated time; and what the trace points cost while nobody listens,
-// on real time.
+// answers meanwhile, damage and wake-ups, all on simulated time; and what the trace points cost while nobody
+// listens, on real time.
+
+#include <cmath>
 
 #include "Processes.h"
+#include "platform/hostlink/HostLinkFrame.h"
 #include "platform/hostlink/HostLinkTrace.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
 #include "support/LinkMessages.h"
@@ -100,6 +103,25 @@ void slowPush()
     }
 }
 
+/// Messages of 32 KiB over the slow line, each when the one before is there, as chunks of files go.
+void damagedLine(int percentOfFullFrames)
+{
+    constexpr int kMessages = 20;
+    SimulatedLink::Faults faults;
+    faults.bytesPerSecond = SlowLineRun::kLineRate;
+    faults.flip = 1 - std::pow(1 - percentOfFullFrames / 100.0, 1.0 / HostLinkFrame::kMaxEncoded);
+    SimulatedLink link(faults);
+    link.lineUp();
+    link.run(3s);
+    const HostLinkTime begin = link.now;
+    for (std::uint32_t i = 0; i < kMessages; ++i) {
+        link.a->send(bulk(i, 32'768), link.now);
+        link.runUntil([&] { return link.b.received.size() > i; }, 10min);
+    }
+    report(("seconds_for_32KiB_damaged_" + std::to_string(percentOfFullFrames)).c_str(),
+           std::chrono::duration<double>(link.now - begin).count() / kMessages);
+}
+
 void idle()
 {
     constexpr int kSeconds = 600;
@@ -185,6 +207,9 @@ int main()
     slowLine(100us);
     slowLine(5ms);
     slowPush();
+    for (const int percent : {0, 10, 30, 50, 70}) {
+        damagedLine(percent);
+    }
     idle();
     trace();
 }

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <stdlib.h>
-
 #include <QFile>
+#include <QTemporaryDir>
 #include <memory>
 
 #include "FuzzInput.h"
@@ -71,14 +70,11 @@ private:
     }
 
     /// In memory: a disk would take longer than all the rest.
-    static const QString& settingsFile()
+    static QString settingsFile()
     {
-        static const QString path = [] {
-            char pattern[] = "/dev/shm/services-fuzz-XXXXXX";
-            require(mkdtemp(pattern) != nullptr);
-            return QString(pattern) + "/settings.json";
-        }();
-        return path;
+        static const QTemporaryDir directory("/dev/shm/services-fuzz-XXXXXX");
+        require(directory.isValid());
+        return directory.filePath("settings.json");
     }
 
     std::unique_ptr<NodeSettings> m_settings;

@@ -2,9 +2,9 @@
 
 #include <log4cplus/logger.h>
 #include <log4cplus/nullappender.h>
-#include <stdlib.h>
 
 #include <QFile>
+#include <QTemporaryDir>
 
 #include "FuzzInput.h"
 #include "platform/sdk/VornJson.h"
@@ -18,12 +18,9 @@ namespace
 
 QString settingsPath()
 {
-    static const QString path = [] {
-        char pattern[] = "/dev/shm/settings-fuzz-XXXXXX";
-        require(mkdtemp(pattern) != nullptr);
-        return QString(pattern) + "/settings.json";
-    }();
-    return path;
+    static const QTemporaryDir directory("/dev/shm/settings-fuzz-XXXXXX");
+    require(directory.isValid());
+    return directory.filePath("settings.json");
 }
 
 bool isOfSettings(const QByteArray& bytes)
