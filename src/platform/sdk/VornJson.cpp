@@ -94,6 +94,13 @@ QString textOf(const QByteArray& string)
     return QJsonDocument::fromJson('[' + string + ']').toVariant().toList().value(0).toString();
 }
 
+/// Whether the string that ends there is a key.
+bool isKey(const QByteArray& text, int end)
+{
+    const int next = skipSpace(text, end);
+    return next < text.size() && text[next] == ':';
+}
+
 /// Where an object has a key for the second time; -1 for nowhere. Qt's parser would leak the first one's
 /// value.
 int findRepeatedKey(const QByteArray& text)
@@ -102,12 +109,11 @@ int findRepeatedKey(const QByteArray& text)
     for (int at = 0; at < text.size();) {
         const char c = text[at];
         const int end = c == '"' ? endOfString(text, at) : at + 1;
-        const int next = skipSpace(text, end);
         if (c == '{' || c == '[') {
             open.emplace_back();
         } else if (!open.empty() && (c == '}' || c == ']')) {
             open.pop_back();
-        } else if (!open.empty() && c == '"' && next < text.size() && text[next] == ':') {
+        } else if (!open.empty() && c == '"' && isKey(text, end)) {
             const QString key = textOf(text.mid(at, end - at));
             if (open.back().contains(key)) {
                 return at;
