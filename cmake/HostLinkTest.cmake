@@ -13,7 +13,7 @@ endfunction()
 # match `slow_emulated` are NAME.slow there.
 function(hostlink_add_tests name not_emulated slow_emulated)
     if(NOT CMAKE_CROSSCOMPILING)
-        gtest_discover_tests(${name} PROPERTIES TIMEOUT 60 DISCOVERY_TIMEOUT 60 ${ARGN})
+        gtest_discover_tests(${name} PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60 ${ARGN})
         return()
     endif()
     string(REPLACE ";" ":" filter "${not_emulated}")

@@ -14,7 +14,7 @@ extern char** environ;
 
 namespace
 {
-constexpr std::chrono::seconds kPatience{20};
+constexpr std::chrono::seconds kPatience{50}; // with sanitizers, beside other tests, 20 can be too few
 
 /// Moves what can be read into `text`; closes the descriptor at its end.
 void drain(int* descriptor, std::string* text)
