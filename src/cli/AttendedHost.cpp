@@ -16,7 +16,7 @@
 
 namespace
 {
-std::string timeOfDay()
+std::string clockTime()
 {
     return QTime::currentTime().toString("HH:mm:ss.zzz").toStdString();
 }
@@ -152,10 +152,10 @@ void AttendedHost::putMessage(HostSession::Side side, const ByteArray& message) 
     const bool host = side == HostSession::Side::Host;
     const std::string text = HostLinkPrinter::printMessage(message);
     if (m_json) {
-        putLine("{\"time\":" + jsonString(timeOfDay()) + ",\"from\":" + (host ? "\"host\"" : "\"module\"")
+        putLine("{\"time\":" + jsonString(clockTime()) + ",\"from\":" + (host ? "\"host\"" : "\"module\"")
                 + ",\"message\":" + jsonString(hexText(message)) + ",\"text\":" + jsonString(text) + '}');
     } else {
-        putLine(timeOfDay() + (host ? " host:   " : " module: ") + text);
+        putLine(clockTime() + (host ? " host:   " : " module: ") + text);
     }
 }
 
@@ -163,7 +163,7 @@ void AttendedHost::putStats() const
 {
     const HostLinkCounters counters = m_session.counters();
     if (m_json) {
-        putLine("{\"time\":" + jsonString(timeOfDay()) + ",\"stats\":" + countersJson(counters) + '}');
+        putLine("{\"time\":" + jsonString(clockTime()) + ",\"stats\":" + countersJson(counters) + '}');
     } else {
         putNote("stats " + counters.text());
     }
@@ -172,8 +172,8 @@ void AttendedHost::putStats() const
 void AttendedHost::putNote(const std::string& note) const
 {
     if (m_json) {
-        putLine("{\"time\":" + jsonString(timeOfDay()) + ",\"note\":" + jsonString(note) + '}');
+        putLine("{\"time\":" + jsonString(clockTime()) + ",\"note\":" + jsonString(note) + '}');
     } else {
-        putLine(timeOfDay() + " -- " + note);
+        putLine(clockTime() + " -- " + note);
     }
 }

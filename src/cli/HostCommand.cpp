@@ -23,7 +23,7 @@
 
 namespace
 {
-struct Options {
+struct HostOptions {
     std::string link = "emulated";
     unsigned timeout = 2000; ///< milliseconds
     bool json = false;
@@ -42,8 +42,8 @@ struct Options {
 struct Command {
     const HostRequest& request;
     const char* footer;
-    ExitStatus (*work)(HostSession& session, const ByteArray& message, const Options& options);
-    void (*addOptions)(CLI::App& app, Options& options); ///< null: none of its own
+    ExitStatus (*work)(HostSession& session, const ByteArray& message, const HostOptions& options);
+    void (*addOptions)(CLI::App& app, HostOptions& options); ///< null: none of its own
 };
 
 void putValue(const HostLinkValueMessage& message, int index, bool json)
@@ -98,7 +98,7 @@ std::vector<State> numbersOf(const HostLinkUInt16Message& message)
     return states;
 }
 
-ExitStatus get(HostSession& session, const ByteArray& message, const Options& options)
+ExitStatus get(HostSession& session, const ByteArray& message, const HostOptions& options)
 {
     const HostLinkValueMessage reply(session.request(message, HostSession::Repeat::Once));
     putReply(reply, numbersOf(HostLinkUInt16Message(message)), options.json);
@@ -110,7 +110,7 @@ bool isAccepted(const HostLinkValueMessage& reply, int index)
     return reply.getUint8(index) == 1;
 }
 
-ExitStatus set(HostSession& session, const ByteArray& message, const Options& options)
+ExitStatus set(HostSession& session, const ByteArray& message, const HostOptions& options)
 {
     const HostLinkValueMessage reply(session.request(message, HostSession::Repeat::Never));
     bool accepted = putReply(reply, tagsOf(HostLinkValueMessage(message)), options.json) == 0;
@@ -120,7 +120,7 @@ ExitStatus set(HostSession& session, const ByteArray& message, const Options& op
     return accepted ? Done : Refused;
 }
 
-ExitStatus watch(HostSession& session, const ByteArray& message, const Options& options)
+ExitStatus watch(HostSession& session, const ByteArray& message, const HostOptions& options)
 {
     StateWatch::Limits limits;
     limits.events = options.count;
@@ -132,7 +132,7 @@ ExitStatus watch(HostSession& session, const ByteArray& message, const Options& 
 }
 
 /// Sends what is never answered. The reply to the empty request says that the module has handled it.
-ExitStatus push(HostSession& session, const ByteArray& message, const Options&)
+ExitStatus push(HostSession& session, const ByteArray& message, const HostOptions&)
 {
     session.send(message);
     session.request(HostSession::emptyRequest(), HostSession::Repeat::Never);
@@ -150,7 +150,7 @@ ExitStatus delivered(HostSession& session)
 
 /// Prints what comes until the time-out; what the link lost cannot come any more. The link carries no
 /// empty message, which nobody would answer either.
-ExitStatus sendAndListen(HostSession& session, const ByteArray& bytes, const Options& options)
+ExitStatus sendAndListen(HostSession& session, const ByteArray& bytes, const HostOptions& options)
 {
     if (!bytes.empty()) {
         session.send(bytes);
@@ -174,7 +174,7 @@ ExitStatus sendAndListen(HostSession& session, const ByteArray& bytes, const Opt
     }
 }
 
-void addWatchOptions(CLI::App& app, Options& options)
+void addWatchOptions(CLI::App& app, HostOptions& options)
 {
     app.add_option("--count", options.count, "End after N events behind the current values")
         ->type_name("N")
@@ -328,7 +328,7 @@ ExitStatus tryWork(HostSession& session, const LinkUrl& url, const Work& work)
 }
 
 /// Does `work` on the link that the options name.
-ExitStatus onLink(const Options& options, const Work& work)
+ExitStatus onLink(const HostOptions& options, const Work& work)
 {
     const LinkUrl url = LinkUrl::parse(options.link, LinkUrl::Side::Host);
     if (options.trace) {
@@ -355,7 +355,8 @@ CLI::App* addSubcommand(CLI::App& host, const char* name, const char* descriptio
     return app;
 }
 
-void addCommand(CLI::App& host, const Command& command, const std::shared_ptr<Options>& options, int* status)
+void addCommand(CLI::App& host, const Command& command, const std::shared_ptr<HostOptions>& options,
+                int* status)
 {
     const HostRequest& request = command.request;
     CLI::App* app = addSubcommand(host, request.name, request.description, command.footer);
@@ -375,7 +376,7 @@ void addCommand(CLI::App& host, const Command& command, const std::shared_ptr<Op
     });
 }
 
-void addAttend(CLI::App& host, const std::shared_ptr<Options>& options, int* status)
+void addAttend(CLI::App& host, const std::shared_ptr<HostOptions>& options, int* status)
 {
     CLI::App* app = addSubcommand(
         host, "attend", "Stay on the link as a host; print all traffic, take commands", kAttendHelp);
@@ -389,7 +390,7 @@ void addAttend(CLI::App& host, const std::shared_ptr<Options>& options, int* sta
     });
 }
 
-void addReceive(CLI::App& host, const std::shared_ptr<Options>& options, int* status)
+void addReceive(CLI::App& host, const std::shared_ptr<HostOptions>& options, int* status)
 {
     CLI::App* app = addSubcommand(host, "receive", "Take the files that the module pushes", kReceiveHelp);
     app->add_option("DIR", options->directory, "Where they go")
@@ -421,7 +422,7 @@ void addReceive(CLI::App& host, const std::shared_ptr<Options>& options, int* st
     });
 }
 
-void addTunnel(CLI::App& host, const std::shared_ptr<Options>& options, int* status)
+void addTunnel(CLI::App& host, const std::shared_ptr<HostOptions>& options, int* status)
 {
     CLI::App* app =
         addSubcommand(host, "tunnel", "Act for the clients of the module's TCP tunnel", kTunnelHelp);
@@ -438,7 +439,7 @@ void addTunnel(CLI::App& host, const std::shared_ptr<Options>& options, int* sta
 
 void addHostCommand(CLI::App& app, int* status)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<HostOptions>();
     CLI::App* host = app.add_subcommand("host", "Be the host of a module: ask it, set it, send it messages");
     host->require_subcommand(1);
     host->add_option("--link", options->link,

@@ -8,12 +8,12 @@
 
 InterruptSignals::InterruptSignals()
 {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    m_descriptor = FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    sigset_t interrupts;
+    sigemptyset(&interrupts);
+    sigaddset(&interrupts, SIGINT);
+    sigaddset(&interrupts, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &interrupts, nullptr);
+    m_descriptor = FileDescriptor(signalfd(-1, &interrupts, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!m_descriptor) {
         throw std::system_error(errno, std::generic_category(), "signalfd");
     }

@@ -17,7 +17,7 @@
 
 namespace
 {
-struct Options {
+struct ModuleOptions {
     std::string link = "emulated";
     std::string api;
     std::string stateDirectory;
@@ -55,7 +55,7 @@ QString standardPlugin()
     return QFile::exists(installed) ? installed : programs + "../lib/hostlinkworker.so";
 }
 
-ModuleProcess::Settings settingsOf(const Options& options, const LinkUrl& link)
+ModuleProcess::Settings settingsOf(const ModuleOptions& options, const LinkUrl& link)
 {
     ModuleProcess::Settings settings;
     settings.lineType = link.type;
@@ -78,7 +78,7 @@ void printAllStats()
     }
 }
 
-int run(const Options& options)
+int run(const ModuleOptions& options)
 {
     const LinkUrl link = LinkUrl::parse(options.link, LinkUrl::Side::Module);
     const InterruptSignals interrupts; // before the link's thread
@@ -113,7 +113,7 @@ int run(const Options& options)
 
 void addModuleCommand(CLI::App& app, int* status)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ModuleOptions>();
     CLI::App* module =
         app.add_subcommand("module", "Run a module with the host-link worker until SIGINT or SIGTERM");
     module

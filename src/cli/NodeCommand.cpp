@@ -24,7 +24,7 @@ namespace
 {
 constexpr std::chrono::seconds kTimeout{10};
 
-struct Options {
+struct NodeOptions {
     std::string api;
     bool json = false;
     std::string path;
@@ -81,7 +81,7 @@ private:
 class NodeCommand
 {
 public:
-    explicit NodeCommand(const Options& options, int interrupt = -1)
+    explicit NodeCommand(const NodeOptions& options, int interrupt = -1)
         : m_options(options), m_path(QString::fromStdString(options.path)), m_client(interrupt)
     {
     }
@@ -103,7 +103,7 @@ private:
     void putRecord(QVariantHash fields) const;
     void putValue(const QVariant& value, QVariantHash more = {}) const;
 
-    const Options& m_options;
+    const NodeOptions& m_options;
     const QString m_path;
     NodeClient m_client;
     bool m_connected = false;
@@ -282,9 +282,9 @@ int NodeCommand::watchProgress()
     return Done;
 }
 
-using Run = std::function<int(const Options&)>;
+using Run = std::function<int(const NodeOptions&)>;
 
-CLI::App* addMethod(CLI::App* node, const std::shared_ptr<Options>& options, int* status,
+CLI::App* addMethod(CLI::App* node, const std::shared_ptr<NodeOptions>& options, int* status,
                     const std::string& name, const std::string& help, const std::string& argument,
                     const std::string& example, const Run& run)
 {
@@ -301,7 +301,7 @@ CLI::App* addMethod(CLI::App* node, const std::shared_ptr<Options>& options, int
     return method;
 }
 
-int watch(const Options& options)
+int watchNode(const NodeOptions& options)
 {
     const InterruptSignals interrupts;
     NodeCommand command(options, interrupts.descriptor());
@@ -309,7 +309,7 @@ int watch(const Options& options)
 }
 
 /// A transfer's progress has a node of its own; any other way of watching has to be told which.
-void addProgress(CLI::App* method, const std::shared_ptr<Options>& options, int* status)
+void addProgress(CLI::App* method, const std::shared_ptr<NodeOptions>& options, int* status)
 {
     method->get_option("PATH")->required(false);
     method->add_flag("--progress", options->progress,
@@ -324,14 +324,14 @@ void addProgress(CLI::App* method, const std::shared_ptr<Options>& options, int*
             throw CLI::RequiredError("PATH");
         }
         options->path = options->path.empty() ? kProgressNode : options->path;
-        *status = watch(*options);
+        *status = watchNode(*options);
     });
 }
 } // namespace
 
 void addNodeCommand(CLI::App& app, int* status)
 {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<NodeOptions>();
     CLI::App* node =
         app.add_subcommand("node", "Read, write, invoke and watch the nodes of a running module");
     node->add_option("--api", options->api,
@@ -340,18 +340,19 @@ void addNodeCommand(CLI::App& app, int* status)
     node->add_flag("--json", options->json, "Print one JSON object a line, values in full");
     node->require_subcommand(1);
     addMethod(node, options, status, "list", "Print the paths of all nodes that begin with PREFIX", "",
-              "/player", [](const Options& given) { return NodeCommand(given).list(); });
+              "/player", [](const NodeOptions& given) { return NodeCommand(given).list(); });
     addMethod(node, options, status, "get", "Print a node's value: a scalar bare, otherwise JSON", "",
-              "VornPlayerMutePath", [](const Options& given) { return NodeCommand(given).get(); });
+              "VornPlayerMutePath", [](const NodeOptions& given) { return NodeCommand(given).get(); });
     addMethod(
         node, options, status, "set", "Set a node's value; a node that holds text takes a bare word too",
         R"(A scalar such as 30 or true, or the whole value such as {"i32_": 30})",
-        "VornUIDisplayBrightnessPath 40", [](const Options& given) { return NodeCommand(given).set(); });
+        "VornUIDisplayBrightnessPath 40", [](const NodeOptions& given) { return NodeCommand(given).set(); });
     addMethod(node, options, status, "invoke", "Invoke a node with an object and print what it answers",
               R"(An object such as {"i32_": 3}, or {})", "VornSystemManagerFactoryResetPath '{}'",
-              [](const Options& given) { return NodeCommand(given).invoke(); });
+              [](const NodeOptions& given) { return NodeCommand(given).invoke(); });
     addProgress(addMethod(node, options, status, "watch",
-                          "Print a node's value, then each new one, until SIGINT or SIGTERM", "", "", watch),
+                          "Print a node's value, then each new one, until SIGINT or SIGTERM", "", "",
+                          watchNode),
                 options, status);
     node->footer("Examples:\n"
                  "  hostlink node list /player\n"

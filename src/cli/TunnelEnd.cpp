@@ -21,7 +21,7 @@ std::optional<TunnelHost::Id> parseId(const std::string& text)
     return whole ? std::optional(id) : std::nullopt;
 }
 
-void complain(TunnelHost::Id id, const std::string& what)
+void sayTrouble(TunnelHost::Id id, const std::string& what)
 {
     std::cerr << "hostlink: connection " << int{id} << ": " << what << std::endl;
 }
@@ -32,7 +32,7 @@ TunnelEnd::TunnelEnd(HostSession& session, int input, bool echo, bool json)
       m_tunnel({[this](TunnelHost::Id id, const ByteArray& data) {
                     m_echo ? m_tunnel.write(id, data) : putData(id, data);
                 },
-                [this](TunnelHost::Id id) { putClosed(id); }, complain})
+                [this](TunnelHost::Id id) { putClosed(id); }, sayTrouble})
 {
     session.addChannel(m_tunnel);
 }

@@ -8,7 +8,10 @@
 
 namespace
 {
-enum Tag : std::uint16_t { Name = 0, Index = 1, Data = 2, LastChunk = 3, Crc = 4, Abort = 5 };
+namespace FileTag
+{
+enum : std::uint16_t { Name = 0, Index = 1, Data = 2, LastChunk = 3, Crc = 4, Abort = 5 };
+}
 
 constexpr int kMostRefusals = 3;
 
@@ -18,7 +21,7 @@ constexpr std::uint32_t kMostIndex = std::numeric_limits<std::int32_t>::max();
 bool isAbort(const HostLinkValueMessage& message)
 {
     for (int i = 0; i < message.size(); ++i) {
-        if (message.getTag(i) == Tag::Abort) {
+        if (message.getTag(i) == FileTag::Abort) {
             return true;
         }
     }
@@ -43,17 +46,17 @@ std::optional<FileReceiver::Chunk> FileReceiver::chunkOf(const HostLinkValueMess
     bool ok = true;
     for (int i = 0; i < message.size() && ok; ++i) {
         switch (message.getTag(i)) {
-        case Tag::Name: chunk.name = message.getString(i, &ok); break;
-        case Tag::Index:
+        case FileTag::Name: chunk.name = message.getString(i, &ok); break;
+        case FileTag::Index:
             chunk.index = message.getUint32(i, &ok);
             hasIndex = true;
             break;
-        case Tag::Data:
+        case FileTag::Data:
             chunk.data = message.getBin16(i, &ok);
             hasData = true;
             break;
-        case Tag::LastChunk: chunk.last = true; break;
-        case Tag::Crc: chunk.crc = message.getUint32(i, &ok); break;
+        case FileTag::LastChunk: chunk.last = true; break;
+        case FileTag::Crc: chunk.crc = message.getUint32(i, &ok); break;
         default: break;
         }
     }

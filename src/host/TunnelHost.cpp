@@ -7,7 +7,10 @@
 
 namespace
 {
-enum Tag : std::uint16_t { Closed = 0, Data = 1, Command = 2 };
+namespace TunnelTag
+{
+enum : std::uint16_t { Closed = 0, Data = 1, Command = 2 };
+}
 
 enum Result : std::uint8_t { Done = 0, NoConnection = 2, NotWritten = 3 };
 
@@ -75,7 +78,7 @@ void TunnelHost::takeFromModule(const HostLinkValueMessage& message)
 {
     for (int i = 0; i < message.size(); ++i) {
         bool ok = false;
-        if (message.getTag(i) == Tag::Closed) {
+        if (message.getTag(i) == TunnelTag::Closed) {
             const std::uint16_t id = message.getUint16(i, &ok);
             if (ok && id <= 0xFF) {
                 m_connections.erase(static_cast<Id>(id));
@@ -84,7 +87,7 @@ void TunnelHost::takeFromModule(const HostLinkValueMessage& message)
             continue;
         }
         ByteArray data = message.getBin16(i, &ok);
-        if (message.getTag(i) != Tag::Data || data.empty()) {
+        if (message.getTag(i) != TunnelTag::Data || data.empty()) {
             continue;
         }
         const Id id = data.front();
@@ -180,7 +183,7 @@ ByteArray TunnelHost::pieceOf(Id id, Connection& connection)
     m_underWay.push_back({id, connection.number, size});
     m_bytesUnderWay += size;
     HostLinkValueMessage message(MSG_TcpTunnel);
-    message.addValueBin16(Tag::Data, bytes);
+    message.addValueBin16(TunnelTag::Data, bytes);
     return message.serialize();
 }
 
@@ -188,7 +191,7 @@ ByteArray TunnelHost::closeCommand(Id id, std::uint64_t number)
 {
     m_underWay.push_back({id, number, 0});
     HostLinkValueMessage message(MSG_TcpTunnel);
-    message.addValueUint16(Tag::Command, static_cast<std::uint16_t>(kClose << 8 | id));
+    message.addValueUint16(TunnelTag::Command, static_cast<std::uint16_t>(kClose << 8 | id));
     return message.serialize();
 }
 

@@ -12,7 +12,7 @@
 #include "runtime/NodeApiErrors.h"
 #include "runtime/PeerCredentials.h"
 
-static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Runtime.NodeApi");
+static log4cplus::Logger nodeApiLogger = log4cplus::Logger::getInstance("Runtime.NodeApi");
 
 namespace
 {
@@ -50,7 +50,7 @@ void NodeApi::on_notifier_activated()
         return accept(descriptor);
     }
     if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
-        LOG4CPLUS_WARN(s_logger, "cannot accept a client now: " << std::strerror(errno));
+        LOG4CPLUS_WARN(nodeApiLogger, "cannot accept a client now: " << std::strerror(errno));
         m_notifier->setEnabled(false);
         m_pause.start();
     }
@@ -60,7 +60,7 @@ void NodeApi::accept(int descriptor)
 {
     // The socket file's mode keeps others out already, for as long as nobody changes it.
     if (!isOfOwnUserOrRoot(descriptor)) {
-        LOG4CPLUS_WARN(s_logger, "a client of another user was turned away");
+        LOG4CPLUS_WARN(nodeApiLogger, "a client of another user was turned away");
         return refuse(descriptor, "only the user who runs the module may use its nodes");
     }
     if (m_clients >= kMostClients) {

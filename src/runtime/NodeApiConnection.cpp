@@ -8,7 +8,7 @@
 
 #include "runtime/JsonRpc.h"
 
-static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Runtime.NodeApi");
+static log4cplus::Logger connectionLogger = log4cplus::Logger::getInstance("Runtime.NodeApi");
 
 namespace
 {
@@ -66,7 +66,8 @@ void NodeApiConnection::on_session_line(const QByteArray& line)
         return;
     }
     if (m_output.size() + line.size() > kMaxOutput) {
-        LOG4CPLUS_WARN(s_logger, "a client does not read its " << m_output.size() << " bytes; cut off");
+        LOG4CPLUS_WARN(connectionLogger,
+                       "a client does not read its " << m_output.size() << " bytes; cut off");
         return close();
     }
     m_output += line;

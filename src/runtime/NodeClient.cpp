@@ -16,7 +16,7 @@ using namespace std::chrono;
 
 namespace
 {
-constexpr int kReadSize = 1 << 16;
+constexpr int kAnswerReadSize = 1 << 16;
 
 /// Another user's socket at the expected path may be a trap. Root may look at anybody's.
 bool isTrusted(int socket)
@@ -147,7 +147,7 @@ bool NodeClient::receive(const Deadline& deadline, QString* error)
     if (!wait(POLLIN, deadline, error)) {
         return false;
     }
-    char bytes[kReadSize];
+    char bytes[kAnswerReadSize];
     const ssize_t count = ::recv(m_socket, bytes, sizeof bytes, MSG_DONTWAIT);
     if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) {
         *error = gone();

@@ -8,7 +8,7 @@
 #include "platform/sdk/VornBluetooth.h"
 #include "platform/sdk/VornJson.h"
 
-static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Services.Bluetooth");
+static log4cplus::Logger bluetoothLogger = log4cplus::Logger::getInstance("Services.Bluetooth");
 
 namespace
 {
@@ -17,7 +17,7 @@ constexpr int kLongestName = 256;
 
 using Request = VornBluetoothDiscoverableRequest;
 
-QString objection(const VornValue& value)
+QString objectionToState(const VornValue& value)
 {
     return VornField::read<VornBluetoothState>(value.value(VornValue::BluetoothState()))
                ? QString()
@@ -47,7 +47,7 @@ Bluetooth::Bluetooth(std::chrono::milliseconds defaultTimeout)
 {
     m_state->setValue(VornValue().setBluetoothState(
         VornBluetoothState().setConnected(false).setDiscoverable(false).setPairable(false)));
-    m_state->setCheck(objection);
+    m_state->setCheck(objectionToState);
     CMActivateNode::create(nodes(), VornBluetoothRequestDiscoverablePath(), this,
                            &Bluetooth::on_requestDiscoverable_activated);
     CMActivateNode::create(nodes(), VornBluetoothRevokeDiscoverablePath(), this,
@@ -102,7 +102,7 @@ void Bluetooth::on_dialCall_activated(const CMSetDataRequest& request)
     } else if (!m_state->value().bluetoothState().connected()) {
         request.fail({CMError::Refused, path + ": no device is connected"});
     } else {
-        LOG4CPLUS_INFO(s_logger, "dialling " << number.string().toStdString());
+        LOG4CPLUS_INFO(bluetoothLogger, "dialling " << number.string().toStdString());
         request.complete({});
     }
 }

@@ -16,7 +16,7 @@ std::optional<qint32> activeSlot(const VornHash& settings)
     return VornField::read<qint32>(list.value(VornDiracSlotsList::ActiveSlot()));
 }
 
-QString objection(const VornValue& value)
+QString objectionToSlots(const VornValue& value)
 {
     return activeSlot(value).value_or(-1) >= 0
                ? QString()
@@ -30,7 +30,7 @@ DiracSlots::DiracSlots()
 {
     const VornDiracSlotsList list = VornDiracSlotsList().setActiveSlot(kOff);
     m_slots->setValue(VornHash(VornDiracSlotsSettings().setSlotsList(list)));
-    m_slots->setCheck(objection);
+    m_slots->setCheck(objectionToSlots);
     m_activeFilter->setValue(VornValue().setI32(kOff));
     auto* item = new CMValueItem(this, m_slots->path());
     connect(item, &CMValueItem::changed, this, &DiracSlots::on_slots_changed);

@@ -23,7 +23,7 @@ Bands firstBands()
     return bands;
 }
 
-QString objection(const VornValue& value)
+QString objectionToBands(const VornValue& value)
 {
     const auto bands = VornField::read<Bands>(value.value(VornValue::EqBandList()));
     if (!bands) {
@@ -48,5 +48,5 @@ Equalizer::Equalizer()
       m_bands(CMValueNode::create(nodes(), VornPlayerEqualizerConfigurationPath()))
 {
     m_bands->setValue(VornValue().setEqBandList(firstBands()));
-    m_bands->setCheck(objection);
+    m_bands->setCheck(objectionToBands);
 }

@@ -34,7 +34,7 @@ State::Enum better(State::Enum a, State::Enum b)
     return rank(a) < rank(b) ? b : a;
 }
 
-QString objection(const VornValue& value)
+QString objectionToInfo(const VornValue& value)
 {
     return value.isEmpty() || VornField::read<VornNetworkInfo>(value.value(VornValue::NetworkInfo()))
                ? QString()
@@ -80,7 +80,7 @@ Network::Network(Interfaces interfaces, std::chrono::milliseconds period)
     : CMNodesWorker({}, "Network"), m_interfaces(std::move(interfaces)),
       m_info(CMValueNode::create(nodes(), VornNetworkInfoPath()))
 {
-    m_info->setCheck(objection);
+    m_info->setCheck(objectionToInfo);
     look();
     connect(&m_timer, &QTimer::timeout, this, &Network::look);
     m_timer.start(period);

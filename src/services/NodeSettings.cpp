@@ -5,7 +5,7 @@
 #include "platform/sdk/CMItem.h"
 #include "platform/sdk/CMWorker.h"
 
-static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Services.Settings");
+static log4cplus::Logger settingsLogger = log4cplus::Logger::getInstance("Services.Settings");
 
 namespace
 {
@@ -16,7 +16,7 @@ void write(const CMPath& path, const VornValue& value)
     CMRoot()->setValue(path, value, reply);
     reply.wait();
     if (reply.error().isError()) {
-        LOG4CPLUS_WARN(s_logger, "setting not restored: " << reply.error().Message().toStdString());
+        LOG4CPLUS_WARN(settingsLogger, "setting not restored: " << reply.error().Message().toStdString());
     }
 }
 } // namespace
@@ -98,13 +98,13 @@ bool NodeSettings::save(QString* error)
     m_saveTimer.stop();
     if (m_file.save(m_values, error)) {
         if (!m_failure.isEmpty()) {
-            LOG4CPLUS_WARN(s_logger, "settings can be saved again");
+            LOG4CPLUS_WARN(settingsLogger, "settings can be saved again");
         }
         m_failure.clear();
         return true;
     }
     if (*error != m_failure) {
-        LOG4CPLUS_ERROR(s_logger, "settings cannot be saved: " << error->toStdString());
+        LOG4CPLUS_ERROR(settingsLogger, "settings cannot be saved: " << error->toStdString());
     }
     m_failure = *error;
     m_saveTimer.start(m_delays.retry);

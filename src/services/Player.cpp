@@ -10,7 +10,7 @@
 #include "platform/sdk/Paths.h"
 #include "platform/sdk/VornPlayLogicRequests.h"
 
-static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Services.Player");
+static log4cplus::Logger playerLogger = log4cplus::Logger::getInstance("Services.Player");
 
 namespace
 {
@@ -221,8 +221,8 @@ Player::Outcome Player::begin(const Track& track)
 {
     m_error = flaw(track);
     if (!m_error.isEmpty()) {
-        LOG4CPLUS_WARN(s_logger, "cannot play '" << track.roles.title().toStdString()
-                                                 << "': " << m_error.toStdString());
+        LOG4CPLUS_WARN(playerLogger, "cannot play '" << track.roles.title().toStdString()
+                                                     << "': " << m_error.toStdString());
         m_guest.reset();
         return m_error;
     }

@@ -18,7 +18,7 @@ VornValue volumeOf(qint64 volume)
     return VornValue().setI32(static_cast<qint32>(volume));
 }
 
-QString objection(const VornValue& value)
+QString objectionToVolume(const VornValue& value)
 {
     const qint32 volume = value.i32();
     return volume >= kQuietest && volume <= kLoudest
@@ -41,7 +41,7 @@ PlayerVolume::PlayerVolume()
 {
     const VornEdit limits = VornEdit().setMin(volumeOf(kQuietest)).setMax(volumeOf(kLoudest));
     m_volume->setRoles(VornRoles().setTitle("Volume").setEdit(limits));
-    m_volume->setCheck(objection);
+    m_volume->setCheck(objectionToVolume);
     m_volume->setValue(volumeOf(kFirstVolume));
     CMActivateNode::create(nodes(), VornPlayerVolumeStepPath(), this, &PlayerVolume::on_volumeStep_activated);
 }

@@ -3,12 +3,8 @@
 #include <array>
 
 #include "platform/sdk/VornJson.h"
+#include "services/Resources.h"
 #include "services/Utf8.h"
-
-static void initResources()
-{
-    Q_INIT_RESOURCE(services);
-}
 
 namespace
 {
@@ -160,7 +156,7 @@ std::optional<Track> parseTrack(const QVariant& json, QString* error)
 
 Playlist::Tracks Playlist::standard()
 {
-    initResources();
+    initServiceResources();
     QString error;
     const std::optional<Tracks> tracks = load(":/DefaultPlaylist.json", &error);
     if (!tracks) {

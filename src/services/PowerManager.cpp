@@ -7,7 +7,7 @@
 #include "platform/sdk/Paths.h"
 #include "platform/sdk/VornJson.h"
 
-static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Services.PowerManager");
+static log4cplus::Logger powerLogger = log4cplus::Logger::getInstance("Services.PowerManager");
 
 namespace
 {
@@ -24,7 +24,7 @@ bool isKnown(qint32 number)
     return number >= Targets::Number0 && number <= Targets::Number6;
 }
 
-QString objection(const VornValue& value)
+QString objectionToTarget(const VornValue& value)
 {
     return targetNumber(value.powerTarget())
                ? QString()
@@ -39,7 +39,7 @@ PowerManager::PowerManager()
              .setTarget(Targets::Number1)
              .setNextTarget(Targets::Number1)
              .setReason(VornPowerManagerReasons::Unset));
-    m_target->setCheck(objection);
+    m_target->setCheck(objectionToTarget);
     CMActivateNode::create(nodes(), VornPowerManagerTargetRequestPath(), this,
                            &PowerManager::on_targetRequest_activated);
 }
@@ -54,7 +54,7 @@ void PowerManager::on_targetRequest_activated(const CMSetDataRequest& request)
                                             + wanted.toJsonString()});
         return;
     }
-    LOG4CPLUS_INFO(s_logger, "power target " << Targets::toString(wanted.target()).toStdString());
+    LOG4CPLUS_INFO(powerLogger, "power target " << Targets::toString(wanted.target()).toStdString());
     Target target = m_target->value().powerTarget();
     show(target.setNextTarget(wanted.target()).setReason(wanted.reason()));
     show(target.setTarget(wanted.target()));

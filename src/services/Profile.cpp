@@ -2,12 +2,8 @@
 
 #include "platform/sdk/VornJson.h"
 #include "services/NodeNames.h"
+#include "services/Resources.h"
 #include "services/Utf8.h"
-
-static void initResources()
-{
-    Q_INIT_RESOURCE(services);
-}
 
 namespace
 {
@@ -95,7 +91,7 @@ bool addSettings(const QVariant& json, Profile* profile, QString* error)
 
 Profile Profile::standard()
 {
-    initResources();
+    initServiceResources();
     QString error;
     const std::optional<Profile> profile = load(":/DefaultProfile.json", &error);
     if (!profile) {

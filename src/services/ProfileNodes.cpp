@@ -5,7 +5,7 @@
 #include "platform/sdk/CMNode.h"
 #include "platform/sdk/Paths.h"
 
-static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Services.Profile");
+static log4cplus::Logger profileLogger = log4cplus::Logger::getInstance("Services.Profile");
 
 ProfileNodes::ProfileNodes(Profile profile) : CMNodesWorker({}, "ProfileNodes"), m_profile(std::move(profile))
 {
@@ -49,7 +49,7 @@ void ProfileNodes::write(const CMPath& path, const VornValue& value)
     CMRoot()->setValue(path, value, reply);
     reply.wait();
     if (reply.error().isError()) {
-        LOG4CPLUS_WARN(s_logger,
+        LOG4CPLUS_WARN(profileLogger,
                        "the profile's value is not used: " << reply.error().Message().toStdString());
     }
 }

@@ -13,7 +13,7 @@
 #include "services/ReplaceFile.h"
 #include "services/Utf8.h"
 
-static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Services.Settings");
+static log4cplus::Logger settingsFileLogger = log4cplus::Logger::getInstance("Services.Settings");
 
 namespace
 {
@@ -21,7 +21,7 @@ constexpr qint32 kVersion = 1;
 const QString kVersionKey = QStringLiteral("hostlinkSettings");
 const QString kNodesKey = QStringLiteral("nodes");
 
-std::optional<SettingsFile::Values> fail(const QString& text, QString* error)
+std::optional<SettingsFile::Values> invalid(const QString& text, QString* error)
 {
     *error = text;
     return std::nullopt;
@@ -32,20 +32,20 @@ std::optional<SettingsFile::Values> parse(const QString& text, QString* error)
     VornJson::Error syntax;
     const VornHash form(VornJson::parse(text, &syntax).toHash());
     if (!syntax.isEmpty()) {
-        return fail(syntax.toString(), error);
+        return invalid(syntax.toString(), error);
     }
     if (VornField::get<qint32>(form, kVersionKey) != kVersion) {
-        return fail(QString("no settings of version %1").arg(kVersion), error);
+        return invalid(QString("no settings of version %1").arg(kVersion), error);
     }
     const auto nodes = VornField::read<QVariantHash>(form.value(kNodesKey));
     if (!nodes) {
-        return fail("no nodes", error);
+        return invalid("no nodes", error);
     }
     SettingsFile::Values values;
     for (auto node = nodes->begin(); node != nodes->end(); ++node) {
         const auto value = VornField::read<QVariantHash>(node.value());
         if (!value || !node.key().startsWith('/')) {
-            return fail(node.key() + " is no node with a value", error);
+            return invalid(node.key() + " is no node with a value", error);
         }
         values.insert(CMPath(node.key()), VornHash(*value));
     }
@@ -55,17 +55,17 @@ std::optional<SettingsFile::Values> parse(const QString& text, QString* error)
 std::optional<SettingsFile::Values> read(const QString& path, QString* error)
 {
     if (!QFileInfo(path).isFile()) {
-        return fail("no plain file", error);
+        return invalid("no plain file", error);
     }
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        return fail(file.errorString(), error);
+        return invalid(file.errorString(), error);
     }
     if (file.size() > kMostFileBytes) {
-        return fail(QString("more than %1 bytes").arg(kMostFileBytes), error);
+        return invalid(QString("more than %1 bytes").arg(kMostFileBytes), error);
     }
     const std::optional<QString> text = fromUtf8(file.readAll());
-    return text ? parse(*text, error) : fail("not UTF-8", error);
+    return text ? parse(*text, error) : invalid("not UTF-8", error);
 }
 
 bool isTaken(const QString& path)
@@ -91,8 +91,8 @@ SettingsFile::Values SettingsFile::load()
         name.isEmpty()
             ? "; settings have their first values and are not saved as long as it is there: " + error
             : ", kept as " + name + "; settings have their first values";
-    LOG4CPLUS_ERROR(s_logger, m_path.toStdString() << " cannot be used (" << problem.toStdString() << ")"
-                                                   << outcome.toStdString());
+    LOG4CPLUS_ERROR(settingsFileLogger, m_path.toStdString() << " cannot be used (" << problem.toStdString()
+                                                             << ")" << outcome.toStdString());
     return {};
 }
 

@@ -7,7 +7,7 @@
 #include "platform/sdk/Paths.h"
 #include "services/NodeSettings.h"
 
-static log4cplus::Logger s_logger = log4cplus::Logger::getInstance("Services.SystemManager");
+static log4cplus::Logger systemLogger = log4cplus::Logger::getInstance("Services.SystemManager");
 
 SystemManager::SystemManager(NodeSettings* settings)
     : CMNodesWorker({}, "SystemManager"), m_settings(settings)
@@ -18,7 +18,7 @@ SystemManager::SystemManager(NodeSettings* settings)
 
 void SystemManager::on_factoryReset_activated(const CMSetDataRequest& request)
 {
-    LOG4CPLUS_WARN(s_logger, "factory reset requested");
+    LOG4CPLUS_WARN(systemLogger, "factory reset requested");
     QString error;
     if (!m_settings->reset(&error)) {
         request.fail({CMError::Refused,
@@ -26,6 +26,6 @@ void SystemManager::on_factoryReset_activated(const CMSetDataRequest& request)
                           + ": settings have their first values, but not after a restart: " + error});
         return;
     }
-    LOG4CPLUS_WARN(s_logger, "factory reset done: all settings have their first values");
+    LOG4CPLUS_WARN(systemLogger, "factory reset done: all settings have their first values");
     request.complete({});
 }

@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 using Names = std::vector<std::string>;
 using Values = std::map<State, std::string>;
 
-constexpr auto kPatience = 30s;
+constexpr auto kBusyPatience = 30s;
 
 /// A line on which only as many bytes arrive as were allowed, whatever the time.
 class MeteredLayer : public HostLinkPhysicalLayer
@@ -98,9 +98,9 @@ protected:
     void subscribeToAll()
     {
         ByteArray message;
-        ASSERT_EQ(m_host->receive(&message, m_host->now() + kPatience), Host::Event::NewSession);
+        ASSERT_EQ(m_host->receive(&message, m_host->now() + kBusyPatience), Host::Event::NewSession);
         ASSERT_TRUE(m_host->send(stateList(MSG_Subscribe)));
-        ASSERT_TRUE(receiveUntil([&] { return m_seen.count(m_served.back()) == 1; }, kPatience));
+        ASSERT_TRUE(receiveUntil([&] { return m_seen.count(m_served.back()) == 1; }, kBusyPatience));
         m_events = 0;
     }
 
@@ -137,7 +137,7 @@ protected:
     QVariant call(const QString& method, const QVariantHash& params)
     {
         QString error;
-        const std::optional<NodeClient::Answer> answer = m_client.call(method, params, kPatience, &error);
+        const std::optional<NodeClient::Answer> answer = m_client.call(method, params, kBusyPatience, &error);
         EXPECT_TRUE(answer) << error.toStdString();
         EXPECT_EQ(answer ? answer->error.code : 0, 0) << answer->error.message.toStdString();
         return answer ? answer->result : QVariant();
@@ -197,7 +197,7 @@ TEST_F(BusyModule, AfterAThousandChangesASecondTheHostHasTheNewestOfEachState)
 
     m_line->allow(1'000'000'000);
     ASSERT_TRUE(m_host->send(stateList(MSG_GetState)));
-    ASSERT_TRUE(receiveUntil([&] { return !m_answer.empty(); }, kPatience));
+    ASSERT_TRUE(receiveUntil([&] { return !m_answer.empty(); }, kBusyPatience));
     EXPECT_EQ(m_answer.size(), m_served.size());
     EXPECT_GE(m_events, m_changes) << "the module's services may have made some too";
     Names different;

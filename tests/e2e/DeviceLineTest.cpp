@@ -5,18 +5,10 @@
 
 #include "e2e/ModuleFixture.h"
 #include "support/NullModem.h"
+#include "support/Texts.h"
 
 namespace
 {
-std::size_t count(const std::string& text, const std::string& part)
-{
-    std::size_t found = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-        ++found;
-    }
-    return found;
-}
-
 /// A module on the one end of a null modem; hosts come to the other.
 class SerialLine : public RuntimeDirectory
 {

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "e2e/ModuleFixture.h"
+#include "support/Texts.h"
 
 namespace
 {
@@ -18,11 +19,6 @@ std::vector<std::string> linesOf(const std::string& text)
         lines.push_back(line);
     }
     return lines;
-}
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
 }
 
 /// The text of a field of a JSON object in one line; empty when it is no text.

@@ -9,17 +9,13 @@
 #include "platform/hostlink/HostLinkCounters.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "support/Texts.h"
 #include "vocabulary/States.h"
 
 using namespace std::chrono_literals;
 
 namespace
 {
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 /// The number behind NAME= or "NAME": in a text.
 long counterIn(const std::string& text, const std::string& name)
 {

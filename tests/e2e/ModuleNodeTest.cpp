@@ -9,16 +9,12 @@
 #include <sstream>
 
 #include "e2e/ModuleFixture.h"
+#include "support/Texts.h"
 #include "vocabulary/Proxies.h"
 
 namespace
 {
 using Arguments = Program::Arguments;
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
 
 int countOf(const std::string& text, const std::string& part)
 {

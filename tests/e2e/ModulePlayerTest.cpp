@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "e2e/ModuleFixture.h"
+#include "support/Texts.h"
 
 namespace
 {
@@ -20,20 +21,6 @@ constexpr const char* kBands = "VornPlayerEqualizerConfigurationPath";
 const Arguments kTen{"STA_PlayState",     "STA_TrackDuration", "STA_TrackTitle",    "STA_TrackAlbum",
                      "STA_TrackArtist",   "STA_TrackIcon",     "STA_TrackMimeType", "STA_TarkoSampleRate",
                      "STA_AudioSourceId", "STA_PlayControls"};
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
-std::size_t count(const std::string& text, const std::string& part)
-{
-    std::size_t found = 0;
-    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) {
-        ++found;
-    }
-    return found;
-}
 
 Arguments with(Arguments first, const Arguments& more)
 {

@@ -9,17 +9,13 @@
 #include <sstream>
 
 #include "e2e/ModuleFixture.h"
+#include "support/Texts.h"
 
 namespace
 {
 using Arguments = Program::Arguments;
 
 constexpr const char* kVolume = "VornPlayerVolumePath";
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
 
 /// A module on one state directory that is stopped and started again.
 class ModuleServices : public ModuleFixture

@@ -12,16 +12,12 @@
 #include "e2e/ModuleFixture.h"
 #include "support/FaultyRelay.h"
 #include "support/TcpClient.h"
+#include "support/Texts.h"
 
 namespace
 {
 const std::string kTransfer = "VornHostLinkDataTransferPath";
 const std::string kStatus = "VornHostLinkDataTransferStatusPath";
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
 
 std::string randomBytes(std::size_t size, unsigned seed)
 {

@@ -4,14 +4,10 @@
 #include <algorithm>
 
 #include "e2e/ModuleFixture.h"
+#include "support/Texts.h"
 
 namespace
 {
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 void setNode(const std::string& node, const std::string& value)
 {
     EXPECT_EQ(Program::run({"node", "set", node, value}).status, 0);
@@ -22,7 +18,7 @@ std::string nodeValue(const std::string& node)
     return Program::run({"node", "get", node}).out;
 }
 
-const std::string kVolume = "VornPlayerVolumePath";
+const std::string kVolumeNode = "VornPlayerVolumePath";
 const std::string kHostMicMute = "VornHostlinkMicMutePath";
 } // namespace
 
@@ -34,7 +30,7 @@ protected:
     {
         Program attend({"host", "attend"}, Program::Input::Typed);
         attend.nextLineWith("session with the module begins");
-        setNode(kVolume, next);
+        setNode(kVolumeNode, next);
         attend.type("quit\n");
         return contains(attend.wait().out, "MSG_StateChanged STA_Volume=u8:" + next);
     }
@@ -44,7 +40,7 @@ TEST_F(Watch, PrintsTheValueAndThenAChange)
 {
     Program watch({"host", "watch", "STA_Volume", "--count", "1"});
     EXPECT_EQ(watch.nextLineWith("STA_Volume"), "STA_Volume\tu8\t25");
-    setNode(kVolume, "31");
+    setNode(kVolumeNode, "31");
     const ProgramResult result = watch.wait();
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "STA_Volume\tu8\t25\nSTA_Volume\tu8\t31\n");
@@ -56,7 +52,7 @@ TEST_F(Watch, CurrentValuesAreNotCounted)
     EXPECT_TRUE(contains(watch.nextLineWith("STA_Volume"), "\"value\":25"));
     EXPECT_TRUE(contains(watch.nextLineWith("STA_Mute"), "\"value\":0"));
     EXPECT_TRUE(contains(watch.nextLineWith("STA_Mute"), "\"value\":0"));
-    setNode(kVolume, "31");
+    setNode(kVolumeNode, "31");
     EXPECT_TRUE(contains(watch.nextLineWith("STA_Volume"), "\"value\":31"));
     setNode("VornPlayerMutePath", "true");
     const ProgramResult result = watch.wait();
@@ -95,7 +91,7 @@ TEST_F(Watch, UnsubscribesWhenItHasCounted)
 {
     Program watch({"host", "watch", "STA_Volume", "--count", "1"});
     watch.nextLineWith("STA_Volume");
-    setNode(kVolume, "30");
+    setNode(kVolumeNode, "30");
     EXPECT_EQ(watch.wait().status, 0);
     EXPECT_FALSE(isVolumeReported("31"));
 }
@@ -124,7 +120,7 @@ TEST_F(Watch, UnsubscribesWhenNobodyReadsAnyMore)
     Program watch({"host", "watch", "STA_Volume"});
     watch.nextLineWith("STA_Volume");
     watch.stopReading();
-    setNode(kVolume, "30");
+    setNode(kVolumeNode, "30");
     EXPECT_EQ(watch.wait().status, -SIGPIPE);
     EXPECT_FALSE(isVolumeReported("31"));
 }
@@ -137,7 +133,7 @@ TEST_F(Watch, SubscribesAgainWhenTheModuleRestarts)
     m_module->wait();
     startModule();
     EXPECT_EQ(watch.nextLineWith("STA_Volume"), "STA_Volume\tu8\t25") << "current values are printed again";
-    setNode(kVolume, "31");
+    setNode(kVolumeNode, "31");
     EXPECT_EQ(watch.wait().out, "STA_Volume\tu8\t25\nSTA_Volume\tu8\t25\nSTA_Volume\tu8\t31\n");
 }
 
@@ -162,7 +158,7 @@ TEST_F(Watch, WhatAKilledHostLeftSubscribedIsNotPrinted)
     Program watch({"host", "watch", "STA_Volume", "--count", "1"});
     watch.nextLineWith("STA_Volume");
     setNode("VornPlayerMutePath", "true");
-    setNode(kVolume, "31");
+    setNode(kVolumeNode, "31");
     EXPECT_EQ(watch.wait().out, "STA_Volume\tu8\t25\nSTA_Volume\tu8\t31\n");
 }
 
@@ -241,7 +237,7 @@ TEST_F(Attend, TakesCommandsAndShowsTheirAnswers)
     EXPECT_NE(attend.nextLineWith("STA_DeviceName=str:\"Blue room\" STA_Volume=u8:30"), "");
     attend.type("watch Volume\n");
     EXPECT_NE(attend.nextLineWith("module: MSG_StateChanged STA_Volume=u8:30"), "");
-    setNode(kVolume, "31");
+    setNode(kVolumeNode, "31");
     EXPECT_NE(attend.nextLineWith("module: MSG_StateChanged STA_Volume=u8:31"), "");
     attend.type("unwatch Volume\n");
     EXPECT_NE(attend.nextLineWith("module: MSG_UnsubscribeResponse STA_Volume"), "");

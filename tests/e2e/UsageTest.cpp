@@ -1,14 +1,10 @@
 #include <gtest/gtest.h>
 
 #include "e2e/ModuleFixture.h"
+#include "support/Texts.h"
 
 namespace
 {
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
-
 /// Usage errors are found before the link is touched: there is no module here.
 class Usage : public RuntimeDirectory
 {

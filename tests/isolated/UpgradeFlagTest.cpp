@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
 constexpr const char* kDirectory = "/media/settings/settings";
-constexpr const char* kFlag = "/media/settings/settings/sentOmbrelUpgradeInProgress";
+constexpr const char* kFlagOfOmbrel = "/media/settings/settings/sentOmbrelUpgradeInProgress";
 constexpr const char* kStatus = "MSG_SetState STA_SomUpgradeStatus=u8:4";
 
 /// The appliance's settings, empty at first, and a worker that is told of an upgrade under way.
@@ -33,8 +33,8 @@ protected:
 
     static void expectEmptyFlagAlone()
     {
-        EXPECT_TRUE(fs::is_regular_file(kFlag));
-        EXPECT_EQ(fs::file_size(kFlag), 0U);
+        EXPECT_TRUE(fs::is_regular_file(kFlagOfOmbrel));
+        EXPECT_EQ(fs::file_size(kFlagOfOmbrel), 0U);
         EXPECT_EQ(std::distance(fs::directory_iterator(kDirectory), {}), 1);
     }
 
@@ -51,8 +51,8 @@ TEST_F(UpgradeFlagTest, TheHostIsToldAndAnEmptyFlagIsLeft)
 
 TEST_F(UpgradeFlagTest, AFlagThatIsThereIsEmptied)
 {
-    std::ofstream(kFlag) << "of an earlier release";
-    ASSERT_GT(fs::file_size(kFlag), 0U);
+    std::ofstream(kFlagOfOmbrel) << "of an earlier release";
+    ASSERT_GT(fs::file_size(kFlagOfOmbrel), 0U);
     tellOfUpgrade();
     EXPECT_EQ(receive(), kStatus);
     expectEmptyFlagAlone();
@@ -86,25 +86,25 @@ TEST_F(UpgradeFlagTest, WhereNothingCanBeWrittenTheHostIsToldAllTheSame)
     tellOfUpgrade();
     EXPECT_EQ(receive(), kStatus);
     EXPECT_TRUE(nothingSent());
-    EXPECT_FALSE(fs::exists(kFlag));
+    EXPECT_FALSE(fs::exists(kFlagOfOmbrel));
     EXPECT_TRUE(m_log.errors().empty());
 }
 
 TEST_F(UpgradeFlagTest, AFlagThatCannotBeEmptiedStays)
 {
-    std::ofstream(kFlag) << "of an earlier release";
+    std::ofstream(kFlagOfOmbrel) << "of an earlier release";
     m_settings.makeReadOnly();
     tellOfUpgrade();
     EXPECT_EQ(receive(), kStatus);
-    EXPECT_GT(fs::file_size(kFlag), 0U);
+    EXPECT_GT(fs::file_size(kFlagOfOmbrel), 0U);
 }
 
 TEST_F(UpgradeFlagTest, ADirectoryInItsPlaceIsLeftAlone)
 {
-    fs::create_directory(kFlag);
+    fs::create_directory(kFlagOfOmbrel);
     tellOfUpgrade();
     EXPECT_EQ(receive(), kStatus);
-    EXPECT_TRUE(fs::is_directory(kFlag));
+    EXPECT_TRUE(fs::is_directory(kFlagOfOmbrel));
 }
 
 TEST_F(UpgradeFlagTest, AHostThatCannotBeToldStillLeavesTheFlag)
@@ -125,8 +125,8 @@ public:
 
     int send(const ByteArray& message) override
     {
-        m_sent.push_back(HostLinkPrinter::printMessage(message) + (fs::exists(kFlag) ? " behind" : " before")
-                         + " the flag");
+        m_sent.push_back(HostLinkPrinter::printMessage(message)
+                         + (fs::exists(kFlagOfOmbrel) ? " behind" : " before") + " the flag");
         return m_link->send(message);
     }
 
@@ -147,11 +147,11 @@ TEST_F(UpgradeFlagTest, TheHostIsToldFirstThenComesTheFlagThenTheAnswer)
     bool flagAtAnswer = false;
     Texts tracesAtAnswer;
     reply.onResult(nullptr, [&](const QVariant&) {
-        flagAtAnswer = fs::exists(kFlag);
+        flagAtAnswer = fs::exists(kFlagOfOmbrel);
         tracesAtAnswer = m_log.traces();
     });
     CMRoot()->invoke(VornHostLinkSendSoftwareUpgradeInProgressPath(), {}, reply);
-    EXPECT_FALSE(fs::exists(kFlag)) << "the node's requests are queued";
+    EXPECT_FALSE(fs::exists(kFlagOfOmbrel)) << "the node's requests are queued";
     ASSERT_TRUE(waitFor([&] { return reply.isFinished(); }));
     m_worker->m_transport = link;
 

@@ -202,6 +202,25 @@ inline std::unique_ptr<LineKind> LineKind::make(const std::string& kind)
     return std::make_unique<SocketLine>(kind);
 }
 
+inline HostLinkTime now()
+{
+    return HostLinkClock::now();
+}
+
+/// What can be read now.
+inline ByteArray readNow(HostLinkPhysicalLayer& layer)
+{
+    ByteArray all;
+    std::uint8_t buffer[512];
+    for (;;) {
+        const std::size_t size = layer.read(buffer, sizeof buffer, now());
+        all.insert(all.end(), buffer, buffer + size);
+        if (size < sizeof buffer) {
+            return all;
+        }
+    }
+}
+
 /// Waits for descriptors and due times of the layers and services them until `predicate` holds; false
 /// when that takes ten seconds.
 template <typename Predicate>

@@ -7,6 +7,11 @@
 
 #include "platform/hostlink/BigEndian.h"
 #include "platform/hostlink/HostLinkMessage.h"
+#include "platform/hostlink/HostLinkUInt16Message.h"
+#include "vocabulary/States.h"
+
+inline constexpr MessageClass kState = MessageClass::State;
+inline constexpr MessageClass kBulk = MessageClass::Bulk;
 
 /// A message of `size` bytes that begins with its id and its number, so that no two are alike.
 inline ByteArray message(MessageId id, std::uint32_t number, std::size_t size = 6)
@@ -26,6 +31,14 @@ inline ByteArray state(std::uint32_t number, std::size_t size = 6)
 inline ByteArray bulk(std::uint32_t number, std::size_t size = 6)
 {
     return message(MSG_DataTransfer, number, size);
+}
+
+/// A host's question for the volume.
+inline ByteArray volumeRequest()
+{
+    HostLinkUInt16Message request(MSG_GetState);
+    request.addValue(STA_Volume);
+    return request.serialize();
 }
 
 inline std::vector<ByteArray> ofClass(const std::vector<ByteArray>& messages, MessageClass wanted)

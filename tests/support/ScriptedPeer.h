@@ -11,6 +11,10 @@
 #include "platform/hostlink/HostLinkFrame.h"
 #include "platform/hostlink/HostLinkHello.h"
 
+/// The control bits of a message that one frame holds.
+inline constexpr std::uint8_t kWhole =
+    HostLinkControl::Sequenced | HostLinkControl::First | HostLinkControl::Last;
+
 /// Reads frames back from what an end put on the line.
 inline std::optional<HostLinkFrame> decoded(HostLinkFrameDecoder& decoder, const ByteArray& bytes)
 {

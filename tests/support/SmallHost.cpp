@@ -11,7 +11,7 @@ constexpr std::uint8_t kHello = 0x03;
 constexpr std::uint8_t kGoodbye = 0x04;
 constexpr std::uint8_t kNumbered = 0x80;
 constexpr std::uint8_t kGrant = 0x81;
-constexpr std::uint8_t kBulk = 0x40;
+constexpr std::uint8_t kOfBulk = 0x40;
 constexpr std::uint8_t kFirst = 0x20;
 constexpr std::uint8_t kLast = 0x10;
 constexpr std::uint8_t kGrantsState = 0x08;
@@ -297,7 +297,7 @@ void SmallHost::receiveNumbered(std::size_t size, std::uint32_t now)
         return; // what is missing comes again after the sender's time-out
     }
     const bool isGrant = control == kGrant && size >= 11;
-    const bool isBeyond = (control & kBulk) != 0 || size - 3 > kLongest - m_handled - m_messageSize;
+    const bool isBeyond = (control & kOfBulk) != 0 || size - 3 > kLongest - m_handled - m_messageSize;
     if (!isGrant && ((control & kUnknown) != 0 || isBeyond)) {
         endForGood(now);
         return;

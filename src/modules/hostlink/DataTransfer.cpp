@@ -20,7 +20,10 @@
 namespace
 {
 
-enum Tag : std::uint16_t { Name = 0, Index = 1, Data = 2, LastChunk = 3, Crc = 4, Abort = 5 };
+namespace FileTag
+{
+enum : std::uint16_t { Name = 0, Index = 1, Data = 2, LastChunk = 3, Crc = 4, Abort = 5 };
+}
 
 // The host's answers below 0.
 constexpr int kBlockFailed = -1;
@@ -129,7 +132,7 @@ void DataTransfer::stop(Status& status)
     m_fileToSend.close();
     m_timer->stop();
     HostLinkValueMessage message(MSG_DataTransfer);
-    message.addValueNil(Abort);
+    message.addValueNil(FileTag::Abort);
     sendMessage(message);
 }
 
@@ -233,7 +236,7 @@ void DataTransfer::sendChunk(Status& status, bool resend)
     logProgress(index, status.chunksTotal() - 1);
     logChunk(index, status.chunksTotal() - 1, int(data.size()), resend);
     if (m_fileToSend.atEnd()) {
-        message.addValueNil(LastChunk);
+        message.addValueNil(FileTag::LastChunk);
         LOG4CPLUS_INFO(hostLinkLogger, "Data transfer: '" << fileName() << "': This was the last chunk");
     }
     sendMessage(message);
@@ -254,14 +257,15 @@ HostLinkValueMessage DataTransfer::chunkMessage(qint64 index, const ByteArray& b
 {
     HostLinkValueMessage message(MSG_DataTransfer);
     if (index == 0 && !resend) {
-        message.addValueString(Name, QFileInfo(params.fileName()).fileName().toStdString());
+        message.addValueString(FileTag::Name, QFileInfo(params.fileName()).fileName().toStdString());
     }
-    message.addValueUint32(Index, static_cast<std::uint32_t>(index));
-    message.addValueBin16(Data, bytes);
+    message.addValueUint32(FileTag::Index, static_cast<std::uint32_t>(index));
+    message.addValueBin16(FileTag::Data, bytes);
     if (params.crc()) {
         const auto tableSize = static_cast<std::uint16_t>(m_crc32Table.size());
-        message.addValueUint32(Crc, dataTransferCalcCrc32(m_crc32Table.data(), tableSize, bytes.data(),
-                                                          static_cast<std::uint32_t>(bytes.size())));
+        message.addValueUint32(FileTag::Crc,
+                               dataTransferCalcCrc32(m_crc32Table.data(), tableSize, bytes.data(),
+                                                     static_cast<std::uint32_t>(bytes.size())));
     }
     return message;
 }

@@ -13,7 +13,10 @@
 namespace
 {
 
-enum Tag : std::uint16_t { Palette = 0, Pattern = 1 };
+namespace LedTag
+{
+enum : std::uint16_t { Palette = 0, Pattern = 1 };
+}
 
 constexpr int kEntriesOfMessage = 4;
 
@@ -78,7 +81,7 @@ bool LedApi::sendPaletteMessage(const QByteArray& bytes)
         ::usleep(static_cast<useconds_t>(kPaletteIntervalMs - elapsed) * 1000);
     }
     m_sincePalette.start();
-    return send(Palette, bytes);
+    return send(LedTag::Palette, bytes);
 }
 
 void LedApi::on_setLedPattern_activated(const CMSetDataRequest& request)
@@ -88,7 +91,7 @@ void LedApi::on_setLedPattern_activated(const CMSetDataRequest& request)
     }
     const QString pattern = VornValue(VornHash(request.data().toHash())).string();
     LOG4CPLUS_TRACE(hostLinkLogger, "Setting pattern to: " << pattern.toStdString());
-    if (!send(Pattern, decoded(pattern))) {
+    if (!send(LedTag::Pattern, decoded(pattern))) {
         refuse(request, "Unable to write SetPattern message");
     }
 }

@@ -14,7 +14,10 @@ namespace
 {
 
 // Tags of a tunnel message's values.
-enum Tag : std::uint16_t { Closed = 0, Data = 1, Command = 2 };
+namespace TunnelTag
+{
+enum : std::uint16_t { Closed = 0, Data = 1, Command = 2 };
+}
 
 constexpr std::uint8_t kCloseCommand = 0;
 
@@ -110,7 +113,7 @@ void TcpTunneling::forward(QTcpSocket* socket)
     bytes.push_back(static_cast<std::uint8_t>(m_connections.value(socket)));
     bytes.insert(bytes.end(), data.begin(), data.end());
     HostLinkValueMessage message(MSG_TcpTunnel);
-    message.addValueBin16(Data, bytes);
+    message.addValueBin16(TunnelTag::Data, bytes);
     send(message);
 }
 
@@ -139,7 +142,7 @@ void TcpTunneling::remove(QTcpSocket* socket)
     const auto id = static_cast<std::uint8_t>(*connection);
     m_connections.erase(connection);
     HostLinkValueMessage message(MSG_TcpTunnel);
-    message.addValueUint16(Closed, id);
+    message.addValueUint16(TunnelTag::Closed, id);
     send(message);
 }
 
@@ -193,10 +196,10 @@ TcpTunneling::Result TcpTunneling::handleValue(const HostLinkValueMessage& messa
 {
     const int tag = message.getTag(i);
     const int encoding = message.getEnc(i);
-    if (tag == Data && encoding == wireTypeEncoding(WireType::Bin)) {
+    if (tag == TunnelTag::Data && encoding == wireTypeEncoding(WireType::Bin)) {
         return handleData(message, i);
     }
-    if (tag == Command && encoding == wireTypeEncoding(WireType::U16)) {
+    if (tag == TunnelTag::Command && encoding == wireTypeEncoding(WireType::U16)) {
         return handleCommand(message, i);
     }
     LOG4CPLUS_ERROR(hostLinkLogger,

@@ -13,7 +13,7 @@ constexpr std::size_t kReadSize = 4096;
 // A peer that never stops sending must not keep read() from returning.
 constexpr int kReadsAtOnce = 16;
 
-enum Chance : std::uint32_t { kCuts, kIn, kOut };
+enum Chance : std::uint32_t { kChanceOfCuts, kChanceIn, kChanceOut };
 
 /// Numbers drawn from one seed that have nothing to do with each other.
 std::uint32_t seedOf(Chance chance, const FaultSettings& settings)
@@ -27,8 +27,8 @@ std::uint32_t seedOf(Chance chance, const FaultSettings& settings)
 } // namespace
 
 FaultLayer::FaultLayer(std::unique_ptr<HostLinkPhysicalLayer> layer, const FaultSettings& settings)
-    : m_layer(std::move(layer)), m_cuts(settings.cuts, seedOf(kCuts, settings)),
-      m_in(settings.in, seedOf(kIn, settings)), m_out(settings.out, seedOf(kOut, settings))
+    : m_layer(std::move(layer)), m_cuts(settings.cuts, seedOf(kChanceOfCuts, settings)),
+      m_in(settings.in, seedOf(kChanceIn, settings)), m_out(settings.out, seedOf(kChanceOut, settings))
 {
 }
 

@@ -11,7 +11,7 @@ namespace
 
 using Lock = std::unique_lock<std::mutex>;
 
-constexpr std::size_t kReadSize = 8 * 1024;
+constexpr std::size_t kPortReadSize = 8 * 1024;
 
 // A peer that never stops sending must not keep step() from returning.
 constexpr int kReadsPerStep = 16;
@@ -89,7 +89,7 @@ void HostLinkPort::receive(HostLinkTime now, Lock* released)
 
 std::size_t HostLinkPort::readAll(HostLinkTime& now, Lock* released)
 {
-    std::array<std::uint8_t, kReadSize> bytes;
+    std::array<std::uint8_t, kPortReadSize> bytes;
     std::size_t total = 0;
     for (int i = 0; i < kReadsPerStep; ++i) {
         const std::size_t size =

@@ -13,23 +13,23 @@
 namespace
 {
 
-struct Current {
+struct Listener {
     std::mutex mutex;
     HostLinkTrace::Sink sink;
 };
 
 /// Never destroyed: threads may still work on a link while the process ends.
-Current& current()
+Listener& listener()
 {
-    static Current& instance = *new Current;
+    static Listener& instance = *new Listener;
     return instance;
 }
 
 void write(const std::string& line)
 {
-    const std::lock_guard lock(current().mutex);
-    if (current().sink) {
-        current().sink(line);
+    const std::lock_guard lock(listener().mutex);
+    if (listener().sink) {
+        listener().sink(line);
     }
 }
 
@@ -126,9 +126,9 @@ std::atomic<bool> HostLinkTrace::s_on{false};
 
 void HostLinkTrace::setSink(Sink sink)
 {
-    const std::lock_guard lock(current().mutex);
-    std::swap(current().sink, sink);
-    s_on = bool(current().sink);
+    const std::lock_guard lock(listener().mutex);
+    std::swap(listener().sink, sink);
+    s_on = bool(listener().sink);
 }
 
 void HostLinkTrace::writeFrame(Direction direction, const HostLinkFrame& frame, bool again)

@@ -9,10 +9,11 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/hostlink/Problem.h"
+
 namespace
 {
 constexpr int kTimeoutUnitMs = 10; // of I2C_TIMEOUT
-constexpr const char* kGone = "the device is not there; waits for it";
 } // namespace
 
 I2cDevice::I2cDevice(std::shared_ptr<DeviceCalls> calls, std::string path, int address, int timeoutMs)
@@ -25,7 +26,7 @@ bool I2cDevice::open(std::string* problem)
 {
     if (!m_node.open(m_path, O_RDWR)) {
         const bool isGone = errno == ENOENT || errno == ENXIO || errno == ENODEV;
-        *problem = isGone ? kGone : "cannot open the device: " + std::generic_category().message(errno);
+        *problem = isGone ? kDeviceGone : problemWith("open the device");
         return false;
     }
     unsigned long abilities = 0;
@@ -43,7 +44,7 @@ bool I2cDevice::open(std::string* problem)
 std::string I2cDevice::transferProblem() const
 {
     switch (errno) {
-    case ENODEV: return kGone;
+    case ENODEV: return kDeviceGone;
     case ENOTTY: return "the device is no I2C bus";
     default: break;
     }

@@ -14,14 +14,15 @@
 #include <utility>
 
 #include "platform/hostlink/HostLinkLog.h"
+#include "platform/hostlink/Problem.h"
 
 using namespace std::chrono_literals;
 
 namespace
 {
 
-constexpr HostLinkDuration kFirstPause = 20ms;
-constexpr HostLinkDuration kLongestPause = 1s;
+constexpr HostLinkDuration kFirstReopenPause = 20ms;
+constexpr HostLinkDuration kLongestReopenPause = 1s;
 
 // So few bytes are as good as on the wire: a device hides as many in itself anyway. So the line does not run
 // dry between two frames, and a keep-alive needs no look after it.
@@ -37,12 +38,6 @@ constexpr unsigned kMajorShift = 8;
 constexpr unsigned kMajorMask = 0xfff;
 
 constexpr const char* kOccupied = "the device is held by another program; waits for it";
-constexpr const char* kGone = "the device is not there; waits for it";
-
-std::string problemWith(const std::string& action)
-{
-    return "cannot " + action + ": " + std::generic_category().message(errno);
-}
 
 } // namespace
 
@@ -107,7 +102,7 @@ void SerialLayer::service(HostLinkTime now)
     if (!problem.empty()) {
         m_device.close();
         m_retry.say(problem);
-        m_retry.backOff(now, kFirstPause, kLongestPause);
+        m_retry.backOff(now, kFirstReopenPause, kLongestReopenPause);
         return;
     }
     m_broken = false;
@@ -121,7 +116,7 @@ std::string SerialLayer::tryOpen()
 {
     if (!m_device.open(m_path, O_RDWR | O_NOCTTY | O_NONBLOCK)) {
         const bool isGone = errno == ENOENT || errno == ENXIO || errno == ENODEV || errno == EIO;
-        return isGone ? kGone : errno == EBUSY ? kOccupied : problemWith("open the device");
+        return isGone ? kDeviceGone : errno == EBUSY ? kOccupied : problemWith("open the device");
     }
     if (::isatty(m_device.descriptor()) == 0) {
         return "it is no serial device";
@@ -185,12 +180,12 @@ std::size_t SerialLayer::read(std::uint8_t* to, std::size_t max, HostLinkTime no
 void SerialLayer::drop(HostLinkTime now)
 {
     release();
-    if (now - m_upSince >= kLongestPause) {
+    if (now - m_upSince >= kLongestReopenPause) {
         m_retry.resetPause();
         m_retry.forget();
     }
-    m_retry.say(kGone);
-    m_retry.backOff(now, kFirstPause, kLongestPause);
+    m_retry.say(kDeviceGone);
+    m_retry.backOff(now, kFirstReopenPause, kLongestReopenPause);
 }
 
 std::size_t SerialLayer::write(const std::uint8_t* from, std::size_t size, HostLinkTime now)

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
-#include <system_error>
 
+#include "platform/hostlink/Problem.h"
 #include "platform/hostlink/SerialBitRate.h"
 
 namespace
@@ -36,11 +36,6 @@ std::optional<speed_t> standardRate(int bitRate)
     const auto* const found = std::find_if(std::begin(kStandardRates), std::end(kStandardRates),
                                            [&](const StandardRate& rate) { return rate.bitRate == bitRate; });
     return found == std::end(kStandardRates) ? std::nullopt : std::optional(found->code);
-}
-
-std::string problemWith(const std::string& action)
-{
-    return "cannot " + action + ": " + std::generic_category().message(errno);
 }
 
 bool isClose(int actual, int wanted)

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <system_error>
 
 #include "platform/hostlink/HostLinkCore.h"
 #include "platform/hostlink/HostLinkLog.h"
+#include "platform/hostlink/Problem.h"
 
 using namespace std::chrono_literals;
 
@@ -61,11 +61,6 @@ SocketLayer::Attempt SocketLayer::Attempt::done(FileDescriptor socket)
 SocketLayer::SocketLayer(std::string name, const Properties& properties)
     : m_listens(properties.integer(Listen).value_or(0) == 1), m_retry(std::move(name))
 {
-}
-
-std::string SocketLayer::problem(const std::string& action)
-{
-    return "cannot " + action + ": " + std::generic_category().message(errno);
 }
 
 void SocketLayer::open(HostLinkTime now)
@@ -142,7 +137,7 @@ void SocketLayer::finishConnect(HostLinkTime now)
     m_peer.reset();
     errno = error;
     const bool nobodyThere = error == 0 || error == ECONNREFUSED;
-    retryAfter(nobodyThere ? Attempt::waiting() : Attempt::failed(problem("connect")), now);
+    retryAfter(nobodyThere ? Attempt::waiting() : Attempt::failed(problemWith("connect")), now);
 }
 
 void SocketLayer::acceptNewcomers(HostLinkTime now)
@@ -162,7 +157,7 @@ void SocketLayer::acceptNewcomers(HostLinkTime now)
             } else if (errno == EAGAIN) {
                 break;
             } else if (errno != ECONNABORTED && errno != EINTR) {
-                m_retry.say(problem("accept a connection"));
+                m_retry.say(problemWith("accept a connection"));
                 m_acceptPaused = true;
                 m_retry.schedule(now + kAcceptPause);
                 return;

@@ -47,6 +47,8 @@ protected:
         std::string problem;
     };
 
+    static constexpr int kBacklog = 16; ///< of listen(2)
+
     virtual Attempt listen() = 0;
     virtual Attempt connect() = 0;
 
@@ -55,9 +57,6 @@ protected:
 
     /// Called by close() while the listening sockets are still open.
     virtual void unlisten() {}
-
-    /// "cannot ACTION: the text of errno".
-    static std::string problem(const std::string& action);
 
 private:
     void tryListen(HostLinkTime now);

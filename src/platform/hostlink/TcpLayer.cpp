@@ -11,12 +11,12 @@
 #include <system_error>
 #include <thread>
 
+#include "platform/hostlink/Problem.h"
+
 using namespace std::chrono_literals;
 
 namespace
 {
-
-constexpr int kBacklog = 16;
 
 // Little may wait in the kernel: what is written there can no longer be overtaken by a state message.
 constexpr int kUnsentLimit = 2 * 1024;
@@ -153,7 +153,7 @@ SocketLayer::Attempt TcpLayer::listen()
             return Attempt::failed("somebody else listens there");
         }
     }
-    return attempt.sockets.empty() ? Attempt::failed(problem("listen")) : std::move(attempt);
+    return attempt.sockets.empty() ? Attempt::failed(problemWith("listen")) : std::move(attempt);
 }
 
 SocketLayer::Attempt TcpLayer::connect()
@@ -165,13 +165,13 @@ SocketLayer::Attempt TcpLayer::connect()
     const Address& address = m_addresses[m_next++ % m_addresses.size()];
     FileDescriptor socket = newSocket(address.bytes.ss_family);
     if (!socket) {
-        return Attempt::failed(problem("make a socket"));
+        return Attempt::failed(problemWith("make a socket"));
     }
     if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address.bytes), address.size) == 0
         || errno == EINPROGRESS) {
         return Attempt::done(std::move(socket));
     }
-    return errno == ECONNREFUSED ? Attempt::waiting() : Attempt::failed(problem("connect"));
+    return errno == ECONNREFUSED ? Attempt::waiting() : Attempt::failed(problemWith("connect"));
 }
 
 bool TcpLayer::prepare(int socket)

@@ -10,10 +10,10 @@
 #include <cstring>
 #include <optional>
 
+#include "platform/hostlink/Problem.h"
+
 namespace
 {
-
-constexpr int kBacklog = 16;
 
 // Little may lie in the kernel: what is written there can no longer be overtaken by a state message. It is no
 // more than the link sends without an acknowledgement, and read within a millisecond.
@@ -78,7 +78,7 @@ SocketLayer::Attempt UnixLayer::listen()
     }
     const FileDescriptor lock = lockDirectory(m_path);
     if (!lock) {
-        return Attempt::failed(problem("lock the directory of the socket"));
+        return Attempt::failed(problemWith("lock the directory of the socket"));
     }
     struct stat file {
     };
@@ -96,12 +96,12 @@ SocketLayer::Attempt UnixLayer::listen()
     if (!socket || ::fchmod(socket.get(), S_IRUSR | S_IWUSR) != 0
         || ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0
         || ::lstat(m_path.c_str(), &file) != 0) {
-        return Attempt::failed(problem("make the socket"));
+        return Attempt::failed(problemWith("make the socket"));
     }
     m_fileDevice = file.st_dev;
     m_fileNumber = file.st_ino;
     if (::listen(socket.get(), kBacklog) != 0) {
-        return Attempt::failed(problem("listen"));
+        return Attempt::failed(problemWith("listen"));
     }
     return Attempt::done(std::move(socket));
 }
@@ -116,13 +116,13 @@ SocketLayer::Attempt UnixLayer::connect()
     }
     FileDescriptor socket = newSocket();
     if (!socket) {
-        return Attempt::failed(problem("make a socket"));
+        return Attempt::failed(problemWith("make a socket"));
     }
     if (connectTo(socket.get(), *address)) {
         return Attempt::done(std::move(socket));
     }
     const bool notThereYet = errno == ENOENT || errno == ECONNREFUSED || errno == EAGAIN;
-    return notThereYet ? Attempt::waiting() : Attempt::failed(problem("connect"));
+    return notThereYet ? Attempt::waiting() : Attempt::failed(problemWith("connect"));
 }
 
 bool UnixLayer::prepare(int socket)

@@ -9,6 +9,8 @@
 #include <CLI/Error.hpp>
 #include <filesystem>
 
+#include "support/Texts.h"
+
 namespace
 {
 constexpr auto kDevice = HostLinkPhysicalLayer::Device;
@@ -24,11 +26,6 @@ std::string errorOf(const std::string& url, LinkUrl::Side side = LinkUrl::Side::
         return error.what();
     }
     return {};
-}
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
 }
 
 /// A run-time directory of its own for each test.

@@ -7,7 +7,7 @@
 
 namespace
 {
-std::string errorOf(const QString& text)
+std::string errorOfTracks(const QString& text)
 {
     QString error;
     EXPECT_FALSE(Playlist::parse(text, &error).has_value()) << text.toStdString();
@@ -57,15 +57,17 @@ TEST(Playlist, CanBeEmpty)
 
 TEST(Playlist, SaysWhatIsWrongAndWhere)
 {
-    EXPECT_EQ(errorOf("{}"), "a playlist is a JSON list of tracks");
-    EXPECT_EQ(errorOf("[5]"), "track 1: a track is an object, not 5");
-    EXPECT_EQ(errorOf(R"([{}, {"title": 5}])"), "track 2: title takes a text, not 5");
-    EXPECT_EQ(errorOf(R"([{"titel": "a"}])"), "track 1: titel is no field of a track");
-    EXPECT_EQ(errorOf(R"([{"duration": -1}])"), "track 1: duration takes a whole number, not -1");
-    EXPECT_EQ(errorOf(R"([{"sampleRate": 44.1}])"), "track 1: sampleRate takes a whole number, not 44.1");
-    EXPECT_EQ(errorOf(R"([{"bits": 4294967296}])"), "track 1: bits takes a whole number, not 4294967296");
-    EXPECT_EQ(errorOf(R"([{"canBeRated": 1}])"), "track 1: canBeRated takes true or false, not 1");
-    EXPECT_EQ(errorOf("[\n{\"title\": }]").find("line 2 column "), 0U);
+    EXPECT_EQ(errorOfTracks("{}"), "a playlist is a JSON list of tracks");
+    EXPECT_EQ(errorOfTracks("[5]"), "track 1: a track is an object, not 5");
+    EXPECT_EQ(errorOfTracks(R"([{}, {"title": 5}])"), "track 2: title takes a text, not 5");
+    EXPECT_EQ(errorOfTracks(R"([{"titel": "a"}])"), "track 1: titel is no field of a track");
+    EXPECT_EQ(errorOfTracks(R"([{"duration": -1}])"), "track 1: duration takes a whole number, not -1");
+    EXPECT_EQ(errorOfTracks(R"([{"sampleRate": 44.1}])"),
+              "track 1: sampleRate takes a whole number, not 44.1");
+    EXPECT_EQ(errorOfTracks(R"([{"bits": 4294967296}])"),
+              "track 1: bits takes a whole number, not 4294967296");
+    EXPECT_EQ(errorOfTracks(R"([{"canBeRated": 1}])"), "track 1: canBeRated takes true or false, not 1");
+    EXPECT_EQ(errorOfTracks("[\n{\"title\": }]").find("line 2 column "), 0U);
 }
 
 TEST(Playlist, ComesFromAFileOfUtf8)

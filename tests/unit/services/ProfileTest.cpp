@@ -12,7 +12,7 @@
 
 namespace
 {
-std::string errorOf(const QString& text)
+std::string errorOfProfile(const QString& text)
 {
     QString error;
     EXPECT_FALSE(Profile::parse(text, &error).has_value());
@@ -156,47 +156,49 @@ TEST(Profile, WithoutSettingsHasThoseOfTheStandardOne)
 
 TEST(Profile, RefusesSettingsThatAreNoListOfNodes)
 {
-    EXPECT_EQ(errorOf(R"({"settings": {"/n": true}})"), R"("settings" is a list of nodes, not {"/n":true})");
-    EXPECT_EQ(errorOf(R"({"settings": ["/n", 5]})"), "settings: 5 is no name of a node");
-    EXPECT_EQ(errorOf(R"({"settings": ["VornPlayerMutPath"]})"),
+    EXPECT_EQ(errorOfProfile(R"({"settings": {"/n": true}})"),
+              R"("settings" is a list of nodes, not {"/n":true})");
+    EXPECT_EQ(errorOfProfile(R"({"settings": ["/n", 5]})"), "settings: 5 is no name of a node");
+    EXPECT_EQ(errorOfProfile(R"({"settings": ["VornPlayerMutPath"]})"),
               "settings: VornPlayerMutPath is neither a path nor the name of one");
-    EXPECT_EQ(errorOf(R"({"settings": ["/player/mute", "VornPlayerMutePath"]})"),
+    EXPECT_EQ(errorOfProfile(R"({"settings": ["/player/mute", "VornPlayerMutePath"]})"),
               "settings: /player/mute is named twice");
 }
 
 TEST(Profile, SaysWhereItsSyntaxIsWrong)
 {
-    EXPECT_NE(errorOf("{\n  \"/a\": {\"i32_\": }\n}").find("line 2 column "), std::string::npos);
-    EXPECT_NE(errorOf("").find("line 1 column 1"), std::string::npos);
+    EXPECT_NE(errorOfProfile("{\n  \"/a\": {\"i32_\": }\n}").find("line 2 column "), std::string::npos);
+    EXPECT_NE(errorOfProfile("").find("line 1 column 1"), std::string::npos);
 }
 
 TEST(Profile, RefusesWhatIsNoObject)
 {
-    EXPECT_EQ(errorOf("[]"), "a profile is a JSON object of nodes and their values");
-    EXPECT_EQ(errorOf("5"), "a profile is a JSON object of nodes and their values");
+    EXPECT_EQ(errorOfProfile("[]"), "a profile is a JSON object of nodes and their values");
+    EXPECT_EQ(errorOfProfile("5"), "a profile is a JSON object of nodes and their values");
 }
 
 TEST(Profile, NamesTheKeyThatIsNoNode)
 {
-    EXPECT_EQ(errorOf(R"({"VornPlayerMutPath": {"bool_": true}})"),
+    EXPECT_EQ(errorOfProfile(R"({"VornPlayerMutPath": {"bool_": true}})"),
               "VornPlayerMutPath is neither a path nor the name of one");
 }
 
 TEST(Profile, RefusesANodeNamedTwice)
 {
-    EXPECT_EQ(errorOf(R"({"VornPlayerMutePath": {"bool_": true}, "/player/mute": {"bool_": false}})"),
+    EXPECT_EQ(errorOfProfile(R"({"VornPlayerMutePath": {"bool_": true}, "/player/mute": {"bool_": false}})"),
               "/player/mute has two entries, by its path and by its accessor");
 }
 
 TEST(Profile, RefusesAValueThatIsNotInItsJsonForm)
 {
-    EXPECT_EQ(errorOf(R"({"/n": 5})"), R"(/n: a value is an object such as {"i32_": 30}, not 5)");
-    EXPECT_EQ(errorOf(R"({"/n": null})"), R"(/n: a value is an object such as {"i32_": 30}, not null)");
-    EXPECT_EQ(errorOf(R"({"/n": {"i32_": "5"}})"), R"(/n: i32_ cannot hold "5")");
-    EXPECT_EQ(errorOf(R"({"/n": {"i32_": 2147483648}})"), "/n: i32_ cannot hold 2147483648");
-    EXPECT_EQ(errorOf(R"({"/n": {"bool_": 1}})"), "/n: bool_ cannot hold 1");
-    EXPECT_EQ(errorOf(R"({"/n": {"string_": null}})"), "/n: string_ cannot hold null");
-    EXPECT_EQ(errorOf(R"({"/n": {"inputState": "x"}})"), R"(/n: inputState cannot hold "x")");
+    EXPECT_EQ(errorOfProfile(R"({"/n": 5})"), R"(/n: a value is an object such as {"i32_": 30}, not 5)");
+    EXPECT_EQ(errorOfProfile(R"({"/n": null})"),
+              R"(/n: a value is an object such as {"i32_": 30}, not null)");
+    EXPECT_EQ(errorOfProfile(R"({"/n": {"i32_": "5"}})"), R"(/n: i32_ cannot hold "5")");
+    EXPECT_EQ(errorOfProfile(R"({"/n": {"i32_": 2147483648}})"), "/n: i32_ cannot hold 2147483648");
+    EXPECT_EQ(errorOfProfile(R"({"/n": {"bool_": 1}})"), "/n: bool_ cannot hold 1");
+    EXPECT_EQ(errorOfProfile(R"({"/n": {"string_": null}})"), "/n: string_ cannot hold null");
+    EXPECT_EQ(errorOfProfile(R"({"/n": {"inputState": "x"}})"), R"(/n: inputState cannot hold "x")");
 }
 
 TEST(Profile, NamesTheFileThatIsWrongOrMissing)

@@ -65,7 +65,7 @@ protected:
     LogCapture m_log{log4cplus::TRACE_LOG_LEVEL, "Services.Settings"};
 };
 
-VornValue number(int value)
+VornValue numberValue(int value)
 {
     return VornValue().setI32(value);
 }
@@ -80,7 +80,7 @@ TEST_F(SettingsFileTest, WithoutAFileThereAreNoValues)
 
 TEST_F(SettingsFileTest, HoldsTheValuesInTheirJsonForm)
 {
-    save({{CMPath("/b"), number(5)}, {CMPath("/a"), VornValue().setString("Küche \"oben\"\n")}});
+    save({{CMPath("/b"), numberValue(5)}, {CMPath("/a"), VornValue().setString("Küche \"oben\"\n")}});
     EXPECT_EQ(contentOf(m_path).toStdString(),
               "{\"hostlinkSettings\":1,\"nodes\":"
               "{\"/a\":{\"string_\":\"Küche \\\"oben\\\"\\n\"},\"/b\":{\"i32_\":5}}}\n");
@@ -115,8 +115,8 @@ TEST_F(SettingsFileTest, AFileThatIsTooLongIsSetAside)
 
 TEST_F(SettingsFileTest, ASaveReplacesAllValues)
 {
-    save({{CMPath("/a"), number(1)}, {CMPath("/b"), number(2)}});
-    save({{CMPath("/b"), number(3)}});
+    save({{CMPath("/a"), numberValue(1)}, {CMPath("/b"), numberValue(2)}});
+    save({{CMPath("/b"), numberValue(3)}});
     EXPECT_EQ(load().keys(), QList<CMPath>{CMPath("/b")});
     save({});
     EXPECT_TRUE(load().isEmpty());
@@ -126,7 +126,7 @@ TEST_F(SettingsFileTest, ASaveReplacesAllValues)
 
 TEST_F(SettingsFileTest, AFileCutAnywhereIsKeptAside)
 {
-    save({{CMPath("/a"), number(12)}, {CMPath("/b"), VornValue().setString("text")}});
+    save({{CMPath("/a"), numberValue(12)}, {CMPath("/b"), VornValue().setString("text")}});
     const QByteArray whole = contentOf(m_path);
     for (int size = 0; size < whole.size() - 1; ++size) { // the last byte is the line's end
         EXPECT_NE(flawOf(whole.left(size)), "") << size;
@@ -165,7 +165,7 @@ TEST_F(SettingsFileTest, WhatIsNoFileIsKeptAsideToo)
     EXPECT_TRUE(load().isEmpty());
     EXPECT_EQ(m_log.errors().size(), 1U);
     EXPECT_TRUE(QFileInfo(m_path + ".bad/inside").isDir());
-    save({{CMPath("/a"), number(1)}});
+    save({{CMPath("/a"), numberValue(1)}});
     EXPECT_EQ(load().size(), 1);
 }
 
@@ -181,12 +181,12 @@ TEST_F(SettingsFileTest, WhatCannotBeKeptAsideIsNeverReplaced)
     ASSERT_EQ(m_log.errors().size(), 1U);
     EXPECT_NE(m_log.errors()[0].find("settings have their first values and are not saved"),
               std::string::npos);
-    EXPECT_FALSE(file.save({{CMPath("/a"), number(1)}}, &error));
+    EXPECT_FALSE(file.save({{CMPath("/a"), numberValue(1)}}, &error));
     EXPECT_EQ(error, m_path + ": File name too long");
     EXPECT_EQ(contentOf(m_path), "damaged");
 
     QFile::remove(m_path + ".bad");
-    EXPECT_TRUE(file.save({{CMPath("/a"), number(1)}}, &error)) << error.toStdString();
+    EXPECT_TRUE(file.save({{CMPath("/a"), numberValue(1)}}, &error)) << error.toStdString();
     EXPECT_EQ(contentOf(m_path + ".bad"), "damaged");
     EXPECT_EQ(load().size(), 1);
 }

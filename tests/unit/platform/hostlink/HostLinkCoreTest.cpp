@@ -25,9 +25,6 @@ namespace
 
 using Session = HostLinkCore::Session;
 
-constexpr MessageClass kState = MessageClass::State;
-constexpr MessageClass kBulk = MessageClass::Bulk;
-
 // Handshake and sessions
 
 TEST(HostLinkCore, TwoEndsEstablishASession)

@@ -18,8 +18,6 @@ using namespace std::chrono_literals;
 namespace
 {
 
-constexpr std::uint8_t kWhole = HostLinkControl::Sequenced | HostLinkControl::First | HostLinkControl::Last;
-
 TEST(HostLinkCounters, EveryMemberHasOneRowInItsPlace)
 {
     std::uint64_t numbers[HostLinkCounters::kSize];

@@ -21,10 +21,6 @@ namespace
 
 using Session = HostLinkCore::Session;
 
-constexpr MessageClass kState = MessageClass::State;
-constexpr MessageClass kBulk = MessageClass::Bulk;
-constexpr std::uint8_t kWhole = HostLinkControl::Sequenced | HostLinkControl::First | HostLinkControl::Last;
-
 constexpr int kFlood = 20'000;
 constexpr std::size_t kLittle = 4096; ///< bytes of memory that do not count as growth
 

@@ -56,13 +56,6 @@ HostLinkCore::Settings settingsOf(std::uint64_t instance)
 constexpr std::uint64_t kModule = 0x0102030405060708;
 constexpr std::uint64_t kHost = 0x1112131415161718;
 
-ByteArray volumeRequest()
-{
-    HostLinkUInt16Message request(MSG_GetState);
-    request.addValue(STA_Volume);
-    return request.serialize();
-}
-
 ByteArray volumeReply()
 {
     HostLinkValueMessage reply(MSG_GetStateResponse);

@@ -42,13 +42,6 @@ private:
 
 using Lines = std::vector<std::string>;
 
-ByteArray volumeRequest()
-{
-    HostLinkUInt16Message request(MSG_GetState);
-    request.addValue(STA_Volume);
-    return request.serialize();
-}
-
 TEST(HostLinkTrace, IsOffUntilSomebodyListens)
 {
     EXPECT_FALSE(HostLinkTrace::isOn());

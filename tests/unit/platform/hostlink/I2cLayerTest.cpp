@@ -9,6 +9,7 @@
 #include <random>
 
 #include "platform/hostlink/HostLinkPort.h"
+#include "support/CountingBytes.h"
 #include "support/I2cBus.h"
 #include "support/LinkLogCapture.h"
 
@@ -18,13 +19,6 @@ namespace
 {
 
 using Layer = HostLinkPhysicalLayer;
-
-ByteArray countingBytes(std::size_t size, std::uint8_t first = 1)
-{
-    ByteArray bytes(size);
-    std::iota(bytes.begin(), bytes.end(), first);
-    return bytes;
-}
 
 /// A module's end and a host on a bus, on simulated time.
 class I2cLayerTest : public ::testing::Test

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "platform/hostlink/ByteArray.h"
+#include "support/CountingBytes.h"
 #include "support/LineKind.h"
 #include "support/LinkLogCapture.h"
 
@@ -17,35 +18,9 @@ namespace
 
 using Layer = HostLinkPhysicalLayer;
 
-HostLinkTime now()
-{
-    return HostLinkClock::now();
-}
-
-ByteArray countingBytes(std::size_t size)
-{
-    ByteArray bytes(size);
-    std::iota(bytes.begin(), bytes.end(), std::uint8_t(1));
-    return bytes;
-}
-
 std::size_t write(Layer& layer, const ByteArray& bytes)
 {
     return layer.write(bytes.data(), bytes.size(), now());
-}
-
-/// What can be read now.
-ByteArray readNow(Layer& layer)
-{
-    ByteArray all;
-    std::uint8_t buffer[512];
-    for (;;) {
-        const std::size_t size = layer.read(buffer, sizeof buffer, now());
-        all.insert(all.end(), buffer, buffer + size);
-        if (size < sizeof buffer) {
-            return all;
-        }
-    }
 }
 
 bool bothUp(const Layer& a, const Layer& b)

@@ -25,18 +25,6 @@ namespace
 
 using Layer = HostLinkPhysicalLayer;
 
-HostLinkTime now()
-{
-    return HostLinkClock::now();
-}
-
-ByteArray readNow(Layer& layer)
-{
-    ByteArray bytes(4096);
-    bytes.resize(layer.read(bytes.data(), bytes.size(), now()));
-    return bytes;
-}
-
 /// The system's calls, but for what a test wants a device to say.
 class ScriptedCalls : public DeviceCalls
 {

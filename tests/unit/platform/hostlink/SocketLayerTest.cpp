@@ -20,18 +20,6 @@ namespace
 
 using Layer = HostLinkPhysicalLayer;
 
-HostLinkTime now()
-{
-    return HostLinkClock::now();
-}
-
-ByteArray readNow(Layer& layer)
-{
-    ByteArray bytes(4096);
-    bytes.resize(layer.read(bytes.data(), bytes.size(), now()));
-    return bytes;
-}
-
 bool comeUp(Layer& a, Layer& b)
 {
     return serviceUntil({&a, &b}, [&] { return a.lineNumber() != 0 && b.lineNumber() != 0; });

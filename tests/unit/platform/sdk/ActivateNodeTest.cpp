@@ -6,7 +6,7 @@
 
 namespace
 {
-const CMPath kPath(QStringLiteral("/test/activate"));
+const CMPath kActivatePath(QStringLiteral("/test/activate"));
 } // namespace
 
 class ActivateNodeReceiver : public QObject
@@ -31,8 +31,8 @@ protected:
 
 TEST_F(ActivateNodeTest, GivesTheDataToTheSlotAndTheAnswerToTheReply)
 {
-    CMActivateNode::create(&m_nodes, kPath, m_receiver.get(), &ActivateNodeReceiver::take);
-    CMRoot()->invoke(kPath, VornHash{{"i32_", 5}}, m_reply);
+    CMActivateNode::create(&m_nodes, kActivatePath, m_receiver.get(), &ActivateNodeReceiver::take);
+    CMRoot()->invoke(kActivatePath, VornHash{{"i32_", 5}}, m_reply);
     runEvents();
     ASSERT_EQ(m_receiver->seen.size(), 1U);
     EXPECT_EQ(m_receiver->seen[0], QVariant(QVariantHash{{"i32_", 5}}));
@@ -43,9 +43,9 @@ TEST_F(ActivateNodeTest, InvocationNeverRunsInsideTheCall)
 {
     for (const auto type : {Qt::DirectConnection, Qt::QueuedConnection, Qt::AutoConnection}) {
         CMNodes nodes;
-        CMActivateNode::create(&nodes, kPath, m_receiver.get(), &ActivateNodeReceiver::take, type);
+        CMActivateNode::create(&nodes, kActivatePath, m_receiver.get(), &ActivateNodeReceiver::take, type);
         m_receiver->seen.clear();
-        CMRoot()->invoke(kPath, {}, {});
+        CMRoot()->invoke(kActivatePath, {}, {});
         EXPECT_TRUE(m_receiver->seen.empty());
         runEvents();
         EXPECT_EQ(m_receiver->seen.size(), 1U);
@@ -54,7 +54,7 @@ TEST_F(ActivateNodeTest, InvocationNeverRunsInsideTheCall)
 
 TEST_F(ActivateNodeTest, QueuedDeliveryIsLaterThanActivation)
 {
-    CMActivateNode* const node = CMActivateNode::create(&m_nodes, kPath, m_receiver.get(),
+    CMActivateNode* const node = CMActivateNode::create(&m_nodes, kActivatePath, m_receiver.get(),
                                                         &ActivateNodeReceiver::take, Qt::QueuedConnection);
     node->activate(CMSetDataRequest(1, m_reply));
     EXPECT_TRUE(m_receiver->seen.empty());
@@ -65,7 +65,7 @@ TEST_F(ActivateNodeTest, QueuedDeliveryIsLaterThanActivation)
 
 TEST_F(ActivateNodeTest, DirectDeliveryIsInsideActivation)
 {
-    CMActivateNode* const node = CMActivateNode::create(&m_nodes, kPath, m_receiver.get(),
+    CMActivateNode* const node = CMActivateNode::create(&m_nodes, kActivatePath, m_receiver.get(),
                                                         &ActivateNodeReceiver::take, Qt::DirectConnection);
     node->activate(CMSetDataRequest(1, m_reply));
     EXPECT_EQ(m_receiver->seen.size(), 1U);
@@ -73,9 +73,9 @@ TEST_F(ActivateNodeTest, DirectDeliveryIsInsideActivation)
 
 TEST_F(ActivateNodeTest, RequestsKeepTheirOrder)
 {
-    CMActivateNode::create(&m_nodes, kPath, m_receiver.get(), &ActivateNodeReceiver::take);
+    CMActivateNode::create(&m_nodes, kActivatePath, m_receiver.get(), &ActivateNodeReceiver::take);
     for (int i = 0; i < 3; ++i) {
-        CMRoot()->invoke(kPath, VornHash{{"i", i}}, {});
+        CMRoot()->invoke(kActivatePath, VornHash{{"i", i}}, {});
     }
     runEvents();
     ASSERT_EQ(m_receiver->seen.size(), 3U);
@@ -88,9 +88,9 @@ TEST_F(ActivateNodeTest, AnswerMayComeMuchLater)
 {
     CMSetDataRequest kept;
     CMActivateNode::create(
-        &m_nodes, kPath, m_receiver.get(), [&kept](const CMSetDataRequest& request) { kept = request; },
-        Qt::QueuedConnection);
-    CMRoot()->invoke(kPath, {}, m_reply);
+        &m_nodes, kActivatePath, m_receiver.get(),
+        [&kept](const CMSetDataRequest& request) { kept = request; }, Qt::QueuedConnection);
+    CMRoot()->invoke(kActivatePath, {}, m_reply);
     runEvents();
     EXPECT_FALSE(m_reply.isFinished());
     kept.complete(QVariant(5));
@@ -100,8 +100,8 @@ TEST_F(ActivateNodeTest, AnswerMayComeMuchLater)
 TEST_F(ActivateNodeTest, UnansweredRequestCompletesEmpty)
 {
     CMActivateNode::create(
-        &m_nodes, kPath, m_receiver.get(), [](const CMSetDataRequest&) {}, Qt::QueuedConnection);
-    CMRoot()->invoke(kPath, {}, m_reply);
+        &m_nodes, kActivatePath, m_receiver.get(), [](const CMSetDataRequest&) {}, Qt::QueuedConnection);
+    CMRoot()->invoke(kActivatePath, {}, m_reply);
     runEvents();
     EXPECT_TRUE(m_reply.isFinished());
     EXPECT_FALSE(m_reply.value().isValid());
@@ -110,9 +110,9 @@ TEST_F(ActivateNodeTest, UnansweredRequestCompletesEmpty)
 
 TEST_F(ActivateNodeTest, WithoutReceiverFails)
 {
-    CMActivateNode::create(&m_nodes, kPath, static_cast<ActivateNodeReceiver*>(nullptr),
+    CMActivateNode::create(&m_nodes, kActivatePath, static_cast<ActivateNodeReceiver*>(nullptr),
                            &ActivateNodeReceiver::take);
-    CMRoot()->invoke(kPath, {}, m_reply);
+    CMRoot()->invoke(kActivatePath, {}, m_reply);
     runEvents();
     EXPECT_EQ(m_reply.error().code(), CMError::NotInvocable);
     EXPECT_EQ(m_reply.error().Message(), "/test/activate: nobody answers for this node");
@@ -120,17 +120,17 @@ TEST_F(ActivateNodeTest, WithoutReceiverFails)
 
 TEST_F(ActivateNodeTest, WithoutHandlerFails)
 {
-    CMActivateNode::create(&m_nodes, kPath, m_receiver.get(), nullptr, Qt::DirectConnection);
-    CMRoot()->invoke(kPath, {}, m_reply);
+    CMActivateNode::create(&m_nodes, kActivatePath, m_receiver.get(), nullptr, Qt::DirectConnection);
+    CMRoot()->invoke(kActivatePath, {}, m_reply);
     runEvents();
     EXPECT_EQ(m_reply.error().code(), CMError::NotInvocable);
 }
 
 TEST_F(ActivateNodeTest, WithDestroyedReceiverFails)
 {
-    CMActivateNode::create(&m_nodes, kPath, m_receiver.get(), &ActivateNodeReceiver::take);
+    CMActivateNode::create(&m_nodes, kActivatePath, m_receiver.get(), &ActivateNodeReceiver::take);
     m_receiver.reset();
-    CMRoot()->invoke(kPath, {}, m_reply);
+    CMRoot()->invoke(kActivatePath, {}, m_reply);
     runEvents();
     EXPECT_EQ(m_reply.error().code(), CMError::NotInvocable);
 }
@@ -138,7 +138,7 @@ TEST_F(ActivateNodeTest, WithDestroyedReceiverFails)
 TEST_F(ActivateNodeTest, ReceiverMayGoBeforeQueuedDelivery)
 {
     CMActivateNode* const node =
-        CMActivateNode::create(&m_nodes, kPath, m_receiver.get(), &ActivateNodeReceiver::take);
+        CMActivateNode::create(&m_nodes, kActivatePath, m_receiver.get(), &ActivateNodeReceiver::take);
     node->activate(CMSetDataRequest(1, m_reply));
     m_receiver.reset();
     runEvents();
@@ -148,7 +148,7 @@ TEST_F(ActivateNodeTest, ReceiverMayGoBeforeQueuedDelivery)
 TEST_F(ActivateNodeTest, NodeMayGoBeforeQueuedDelivery)
 {
     CMActivateNode* const node =
-        CMActivateNode::create(&m_nodes, kPath, m_receiver.get(), &ActivateNodeReceiver::take);
+        CMActivateNode::create(&m_nodes, kActivatePath, m_receiver.get(), &ActivateNodeReceiver::take);
     node->activate(CMSetDataRequest(1, m_reply));
     delete node;
     runEvents();
@@ -162,13 +162,13 @@ TEST_F(ActivateNodeTest, HandlerMayDestroyTheNode)
     CMActivateNode* node = nullptr;
     int answer = 5;
     node = CMActivateNode::create(
-        &m_nodes, kPath, m_receiver.get(),
+        &m_nodes, kActivatePath, m_receiver.get(),
         [&node, answer](const CMSetDataRequest& request) {
             delete node;
             request.complete(answer);
         },
         Qt::DirectConnection);
-    CMRoot()->invoke(kPath, {}, m_reply);
+    CMRoot()->invoke(kActivatePath, {}, m_reply);
     runEvents();
     EXPECT_EQ(m_reply.value(), QVariant(5));
 }

@@ -6,14 +6,14 @@
 
 namespace
 {
-const CMPath kPath(QStringLiteral("/test/item"));
+const CMPath kItemPath(QStringLiteral("/test/item"));
 
 class ItemTest : public ::testing::Test
 {
 protected:
     CMValueNode* create(const VornValue& value)
     {
-        CMValueNode* const node = CMValueNode::create(&m_nodes, kPath);
+        CMValueNode* const node = CMValueNode::create(&m_nodes, kItemPath);
         node->setValue(value);
         return node;
     }
@@ -25,20 +25,20 @@ protected:
 TEST_F(ItemTest, OnAnExistingNodeHasItsValueAndEmitsNothing)
 {
     create(i32(5));
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kItemPath);
     const ValueRecord record(&item);
     EXPECT_EQ(item.value().i32(), 5);
     runEvents();
     EXPECT_EQ(record.count(), 0U);
-    EXPECT_EQ(item.path(), kPath);
+    EXPECT_EQ(item.path(), kItemPath);
 }
 
 TEST_F(ItemTest, BeforeTheNodeIsEmptyThenEmitsValueAndEmpty)
 {
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kItemPath);
     const ValueRecord record(&item);
     EXPECT_TRUE(item.value().isEmpty());
-    CMValueNode* const node = CMValueNode::create(&m_nodes, kPath);
+    CMValueNode* const node = CMValueNode::create(&m_nodes, kItemPath);
     EXPECT_EQ(record.count(), 0U);
     node->setValue(i32(5));
     ASSERT_EQ(record.count(), 1U);
@@ -50,7 +50,7 @@ TEST_F(ItemTest, BeforeTheNodeIsEmptyThenEmitsValueAndEmpty)
 TEST_F(ItemTest, ChangeCarriesNewThenPreviousInsideTheWrite)
 {
     CMValueNode* const node = create(i32(5));
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kItemPath);
     const ValueRecord record(&item);
     node->setValue(i32(6));
     ASSERT_EQ(record.count(), 1U);
@@ -65,7 +65,7 @@ TEST_F(ItemTest, ChangeCarriesNewThenPreviousInsideTheWrite)
 TEST_F(ItemTest, AfterTheNodeEmitsEmptyAndValue)
 {
     CMValueNode* const node = create(i32(5));
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kItemPath);
     const ValueRecord record(&item);
     delete node;
     ASSERT_EQ(record.count(), 1U);
@@ -76,7 +76,7 @@ TEST_F(ItemTest, AfterTheNodeEmitsEmptyAndValue)
 
 TEST_F(ItemTest, WatchesOneNodeAfterTheOther)
 {
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kItemPath);
     const ValueRecord record(&item);
     delete create(i32(1));
     create(text("second"));
@@ -89,16 +89,16 @@ TEST_F(ItemTest, WatchesOneNodeAfterTheOther)
 
 TEST_F(ItemTest, NodeWithoutAValueGoesSilently)
 {
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kItemPath);
     const ValueRecord record(&item);
-    delete CMValueNode::create(&m_nodes, kPath);
+    delete CMValueNode::create(&m_nodes, kItemPath);
     EXPECT_EQ(record.count(), 0U);
 }
 
 TEST_F(ItemTest, EqualValuesEmitNothing)
 {
     CMValueNode* const node = create(i32(5));
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kItemPath);
     const ValueRecord record(&item);
     node->setValue(i32(5));
     VornValue wide;
@@ -110,7 +110,7 @@ TEST_F(ItemTest, EqualValuesEmitNothing)
 TEST_F(ItemTest, HashesAreComparedByContent)
 {
     CMValueNode* const node = create(VornHash{{"a", QVariantHash{{"x", 1}}}, {"b", 2}});
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kItemPath);
     const ValueRecord record(&item);
     node->setValue(VornHash{{"b", 2LL}, {"a", QVariantHash{{"x", 1.0}}}});
     EXPECT_EQ(record.count(), 0U);
@@ -122,7 +122,7 @@ TEST_F(ItemTest, SeesItsOwnPathOnly)
 {
     CMValueNode* const node = create(i32(5));
     CMValueItem parent(nullptr, CMPath(QStringLiteral("/test")));
-    CMValueItem child(nullptr, kPath.appendSubpath(QStringLiteral("x")));
+    CMValueItem child(nullptr, kItemPath.appendSubpath(QStringLiteral("x")));
     CMValueItem other(nullptr, CMPath(QStringLiteral("/test/Item")));
     const ValueRecord records[] = {ValueRecord(&parent), ValueRecord(&child), ValueRecord(&other)};
     node->setValue(i32(6));
@@ -137,7 +137,7 @@ TEST_F(ItemTest, ManyItemsWatchOnePathInTheOrderOfTheirMaking)
     std::vector<std::unique_ptr<CMValueItem>> items;
     std::vector<int> order;
     for (int i = 0; i < 5; ++i) {
-        items.push_back(std::make_unique<CMValueItem>(nullptr, kPath));
+        items.push_back(std::make_unique<CMValueItem>(nullptr, kItemPath));
         QObject::connect(items.back().get(), &CMValueItem::changed, [&order, i] { order.push_back(i); });
     }
     items.erase(items.begin() + 1);
@@ -150,7 +150,8 @@ TEST_F(ItemTest, GoesWithItsParent)
     CMValueNode* const node = create(i32(0));
     auto parent = std::make_unique<QObject>();
     int changes = 0;
-    QObject::connect(new CMValueItem(parent.get(), kPath), &CMValueItem::changed, [&changes] { ++changes; });
+    QObject::connect(new CMValueItem(parent.get(), kItemPath), &CMValueItem::changed,
+                     [&changes] { ++changes; });
     node->setValue(i32(1));
     parent.reset();
     node->setValue(i32(2));
@@ -160,8 +161,8 @@ TEST_F(ItemTest, GoesWithItsParent)
 TEST_F(ItemTest, ActivateNodeHasNoValue)
 {
     CMActivateNode::create(
-        &m_nodes, kPath, &m_nodes, [](const CMSetDataRequest&) {}, Qt::DirectConnection);
-    const CMValueItem item(nullptr, kPath);
+        &m_nodes, kItemPath, &m_nodes, [](const CMSetDataRequest&) {}, Qt::DirectConnection);
+    const CMValueItem item(nullptr, kItemPath);
     EXPECT_TRUE(item.value().isEmpty());
 }
 
@@ -169,17 +170,17 @@ TEST_F(ItemTest, OfRolesHasThemAtOnce)
 {
     CMValueNode* const node = create(i32(5));
     node->setRoles(VornRoles().setTitle("Volume"));
-    CMItem item(nullptr, kPath);
+    CMItem item(nullptr, kItemPath);
     const RolesRecord record(&item);
     EXPECT_EQ(item.roles().title(), "Volume");
     EXPECT_EQ(item.roles().value().i32(), 5);
-    EXPECT_EQ(item.path(), kPath);
+    EXPECT_EQ(item.path(), kItemPath);
     EXPECT_EQ(record.count(), 0U);
 }
 
 TEST_F(ItemTest, OfRolesSeesTheValueAndTheOtherRoles)
 {
-    CMItem item(nullptr, kPath);
+    CMItem item(nullptr, kItemPath);
     const RolesRecord record(&item);
     EXPECT_TRUE(item.roles().isEmpty());
     CMValueNode* const node = create(i32(5));
@@ -201,7 +202,7 @@ TEST_F(ItemTest, EqualRolesEmitNothing)
 {
     CMValueNode* const node = create(i32(5));
     node->setRoles(VornRoles().setTitle("Volume"));
-    CMItem item(nullptr, kPath);
+    CMItem item(nullptr, kItemPath);
     const RolesRecord record(&item);
     node->setRoles(VornRoles().setTitle("Volume"));
     node->setRoles(VornRoles().setTitle("Volume").setValue(i32(77)));
@@ -211,7 +212,7 @@ TEST_F(ItemTest, EqualRolesEmitNothing)
 TEST_F(ItemTest, OfValuesIgnoresTheOtherRoles)
 {
     CMValueNode* const node = create(i32(5));
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kItemPath);
     const ValueRecord record(&item);
     node->setRoles(VornRoles().setTitle("Volume"));
     EXPECT_EQ(record.count(), 0U);

@@ -4,15 +4,15 @@
 
 namespace
 {
-const CMPath kPath(QStringLiteral("/test/node"));
+const CMPath kNodePath(QStringLiteral("/test/node"));
 } // namespace
 
 TEST(Node, StartsWithoutAValue)
 {
     CMNodes nodes;
-    const CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    const CMValueNode* const node = CMValueNode::create(&nodes, kNodePath);
     EXPECT_TRUE(node->value().isEmpty());
-    EXPECT_EQ(node->path(), kPath);
+    EXPECT_EQ(node->path(), kNodePath);
     EXPECT_EQ(node->parent(), &nodes);
     EXPECT_EQ(node->type(), VornValue::Type::Hash);
     EXPECT_FALSE(node->isReadOnly());
@@ -22,7 +22,7 @@ TEST(Node, StartsWithoutAValue)
 TEST(Node, HasTheTypeOfItsFirstValue)
 {
     CMNodes nodes;
-    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    CMValueNode* const node = CMValueNode::create(&nodes, kNodePath);
     node->setValue(VornValue());
     EXPECT_EQ(node->type(), VornValue::Type::Hash);
     node->setValue(i32(1));
@@ -35,7 +35,7 @@ TEST(Node, HasTheTypeOfItsFirstValue)
 TEST(Node, TypeStaysThroughTheOwnersOtherValues)
 {
     CMNodes nodes;
-    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    CMValueNode* const node = CMValueNode::create(&nodes, kNodePath);
     node->setValue(i32(1));
     node->setValue(VornValue());
     EXPECT_TRUE(node->value().isEmpty());
@@ -46,7 +46,7 @@ TEST(Node, TypeStaysThroughTheOwnersOtherValues)
 TEST(Node, OfPlainHashesAcceptsAnyHash)
 {
     CMNodes nodes;
-    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    CMValueNode* const node = CMValueNode::create(&nodes, kNodePath);
     node->setValue(VornHash{{"name", "x"}});
     EXPECT_TRUE(node->accepts(VornHash{{"other", 1}}));
     EXPECT_TRUE(node->accepts(VornValue()));
@@ -58,7 +58,7 @@ TEST(Node, OfPlainHashesAcceptsAnyHash)
 TEST(Node, CarriesItsPermission)
 {
     CMNodes nodes;
-    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    CMValueNode* const node = CMValueNode::create(&nodes, kNodePath);
     node->setPermission(VornPermission::Number9999);
     EXPECT_EQ(node->permission(), 9999);
 }
@@ -91,13 +91,13 @@ TEST(Node, ListIsSorted)
 TEST(Node, SourceIsAskedWheneverTheNodeIsReadByItsPath)
 {
     CMNodes nodes;
-    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    CMValueNode* const node = CMValueNode::create(&nodes, kNodePath);
     int asked = 0;
     node->setSource([&] { return i32(++asked); });
     EXPECT_TRUE(node->value().isEmpty());
-    EXPECT_EQ(CMRoot()->getValue(kPath).toHash(), (QVariantHash{{"i32_", 1}}));
-    EXPECT_EQ(CMRoot()->getValue(kPath).toHash(), (QVariantHash{{"i32_", 2}}));
-    CMValueItem item(nullptr, kPath);
+    EXPECT_EQ(CMRoot()->getValue(kNodePath).toHash(), (QVariantHash{{"i32_", 1}}));
+    EXPECT_EQ(CMRoot()->getValue(kNodePath).toHash(), (QVariantHash{{"i32_", 2}}));
+    CMValueItem item(nullptr, kNodePath);
     Record<CMValueItem, VornValue> record(&item);
     EXPECT_EQ(asked, 2);
     node->refresh();
@@ -110,11 +110,11 @@ TEST(Node, SourceIsAskedWheneverTheNodeIsReadByItsPath)
 TEST(Node, KnowsWhetherItIsWatched)
 {
     CMNodes nodes;
-    const CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    const CMValueNode* const node = CMValueNode::create(&nodes, kNodePath);
     EXPECT_FALSE(node->isWatched());
     {
-        const CMValueItem first(nullptr, kPath);
-        const CMValueItem second(nullptr, kPath);
+        const CMValueItem first(nullptr, kNodePath);
+        const CMValueItem second(nullptr, kNodePath);
         EXPECT_TRUE(node->isWatched());
     }
     EXPECT_FALSE(node->isWatched());
@@ -123,25 +123,25 @@ TEST(Node, KnowsWhetherItIsWatched)
 TEST(Node, GoesWithItsOwner)
 {
     auto nodes = std::make_unique<CMNodes>();
-    CMValueNode::create(nodes.get(), kPath);
-    EXPECT_EQ(CMNodes::list(kPath.toString()).size(), 1);
+    CMValueNode::create(nodes.get(), kNodePath);
+    EXPECT_EQ(CMNodes::list(kNodePath.toString()).size(), 1);
     nodes.reset();
-    EXPECT_TRUE(CMNodes::list(kPath.toString()).isEmpty());
+    EXPECT_TRUE(CMNodes::list(kNodePath.toString()).isEmpty());
 }
 
 TEST(Node, PathIsFreeAgainAfterItsNode)
 {
     CMNodes nodes;
-    delete CMValueNode::create(&nodes, kPath);
-    CMValueNode* const second = CMValueNode::create(&nodes, kPath);
+    delete CMValueNode::create(&nodes, kNodePath);
+    CMValueNode* const second = CMValueNode::create(&nodes, kNodePath);
     second->setValue(text("anew"));
-    EXPECT_EQ(CMRoot()->getValue(kPath).toHash(), (QVariantHash{{"string_", "anew"}}));
+    EXPECT_EQ(CMRoot()->getValue(kNodePath).toHash(), (QVariantHash{{"string_", "anew"}}));
 }
 
 TEST(Node, RolesHoldTheValueAndTheOthers)
 {
     CMNodes nodes;
-    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
+    CMValueNode* const node = CMValueNode::create(&nodes, kNodePath);
     EXPECT_TRUE(node->roles().isEmpty());
     node->setRoles(VornRoles().setTitle("Volume").setValue(i32(99)));
     EXPECT_TRUE(node->value().isEmpty());
@@ -154,13 +154,13 @@ TEST(Node, RolesHoldTheValueAndTheOthers)
 TEST(NodeDeathTest, SecondNodeAtAPathIsFatal)
 {
     CMNodes nodes;
-    CMValueNode::create(&nodes, kPath);
-    EXPECT_DEATH(CMValueNode::create(&nodes, kPath), "/test/node: there is a node already");
+    CMValueNode::create(&nodes, kNodePath);
+    EXPECT_DEATH(CMValueNode::create(&nodes, kNodePath), "/test/node: there is a node already");
 }
 
 TEST(NodeDeathTest, SecondClaimOfASubtreeIsFatal)
 {
     CMNodes nodes;
-    nodes.ownSubtree(kPath, [](const CMPath&) {});
-    EXPECT_DEATH(nodes.ownSubtree(kPath, [](const CMPath&) {}), "/test/node: there is an owner already");
+    nodes.ownSubtree(kNodePath, [](const CMPath&) {});
+    EXPECT_DEATH(nodes.ownSubtree(kNodePath, [](const CMPath&) {}), "/test/node: there is an owner already");
 }

@@ -6,7 +6,7 @@
 
 namespace
 {
-const CMPath kPath(QStringLiteral("/test/reentry"));
+const CMPath kReentryPath(QStringLiteral("/test/reentry"));
 const CMPath kOther(QStringLiteral("/test/reentry/other"));
 
 class ReentryTest : public ::testing::Test
@@ -19,14 +19,14 @@ protected:
     }
 
     CMNodes m_nodes;
-    QPointer<CMValueNode> m_node = CMValueNode::create(&m_nodes, kPath);
+    QPointer<CMValueNode> m_node = CMValueNode::create(&m_nodes, kReentryPath);
 };
 } // namespace
 
 TEST_F(ReentryTest, NestedWriteReachesEachWatcherLast)
 {
-    CMValueItem first(nullptr, kPath);
-    CMValueItem second(nullptr, kPath);
+    CMValueItem first(nullptr, kReentryPath);
+    CMValueItem second(nullptr, kReentryPath);
     const ValueRecord before(&first);
     onChange(&first, [this](const VornValue& value) {
         if (value.i32() < 3) {
@@ -52,8 +52,8 @@ TEST_F(ReentryTest, NestedWriteReachesEachWatcherLast)
 
 TEST_F(ReentryTest, PreviousIsAlwaysWhatTheWatcherHadLast)
 {
-    CMValueItem first(nullptr, kPath);
-    CMValueItem second(nullptr, kPath);
+    CMValueItem first(nullptr, kReentryPath);
+    CMValueItem second(nullptr, kReentryPath);
     const ValueRecord record(&first);
     onChange(&second, [this](const VornValue& value) {
         if (value.i32() == 1) {
@@ -70,8 +70,8 @@ TEST_F(ReentryTest, PreviousIsAlwaysWhatTheWatcherHadLast)
 TEST_F(ReentryTest, ValueSetBackInsideEndsOnTheOldValue)
 {
     m_node->setValue(i32(1));
-    CMValueItem first(nullptr, kPath);
-    CMValueItem second(nullptr, kPath);
+    CMValueItem first(nullptr, kReentryPath);
+    CMValueItem second(nullptr, kReentryPath);
     const ValueRecord record(&first);
     const ValueRecord other(&second);
     onChange(&first, [this](const VornValue& value) {
@@ -88,13 +88,13 @@ TEST_F(ReentryTest, ValueSetBackInsideEndsOnTheOldValue)
 
 TEST_F(ReentryTest, AllItemsHaveTheValueBeforeTheFirstEmits)
 {
-    CMValueItem first(nullptr, kPath);
-    CMValueItem second(nullptr, kPath);
-    CMItem roles(nullptr, kPath);
+    CMValueItem first(nullptr, kReentryPath);
+    CMValueItem second(nullptr, kReentryPath);
+    CMItem roles(nullptr, kReentryPath);
     int seen = 0;
     onChange(&first, [&] {
         seen = second.value().i32() + roles.roles().value().i32()
-               + VornValue(CMRoot()->getValue(kPath).toHash()).i32();
+               + VornValue(CMRoot()->getValue(kReentryPath).toHash()).i32();
     });
     m_node->setValue(i32(5));
     EXPECT_EQ(seen, 15);
@@ -102,7 +102,7 @@ TEST_F(ReentryTest, AllItemsHaveTheValueBeforeTheFirstEmits)
 
 TEST_F(ReentryTest, ItemHasTheNewestValueDuringANestedWrite)
 {
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kReentryPath);
     int seen = 0;
     onChange(&item, [&](const VornValue& value) {
         if (value.i32() == 1) {
@@ -116,15 +116,15 @@ TEST_F(ReentryTest, ItemHasTheNewestValueDuringANestedWrite)
 
 TEST_F(ReentryTest, HandlerMayDestroyTheNode)
 {
-    CMValueItem first(nullptr, kPath);
-    CMValueItem second(nullptr, kPath);
+    CMValueItem first(nullptr, kReentryPath);
+    CMValueItem second(nullptr, kReentryPath);
     const ValueRecord record(&second);
     onChange(&first, [this] { delete m_node.data(); });
     m_node->setValue(i32(1));
     EXPECT_TRUE(m_node.isNull());
     EXPECT_TRUE(second.value().isEmpty());
     EXPECT_EQ(record.count(), 0U);
-    EXPECT_FALSE(CMRoot()->getValue(kPath).isValid());
+    EXPECT_FALSE(CMRoot()->getValue(kReentryPath).isValid());
 }
 
 TEST_F(ReentryTest, HandlerMayDestroyAllNodes)
@@ -139,8 +139,8 @@ TEST_F(ReentryTest, HandlerMayDestroyAllNodes)
 
 TEST_F(ReentryTest, HandlerMayDestroyItsOwnItem)
 {
-    auto* const item = new CMValueItem(nullptr, kPath);
-    CMValueItem second(nullptr, kPath);
+    auto* const item = new CMValueItem(nullptr, kReentryPath);
+    CMValueItem second(nullptr, kReentryPath);
     const ValueRecord record(&second);
     onChange(item, [item] { delete item; });
     m_node->setValue(i32(1));
@@ -151,7 +151,7 @@ TEST_F(ReentryTest, HandlerMayDestroyItsOwnItem)
 TEST_F(ReentryTest, HandlerMayDestroyItsItemsParentAfterANestedWrite)
 {
     auto* const parent = new QObject;
-    auto* const item = new CMValueItem(parent, kPath);
+    auto* const item = new CMValueItem(parent, kReentryPath);
     onChange(item, [this, parent] {
         m_node->setValue(i32(2));
         delete parent;
@@ -162,9 +162,9 @@ TEST_F(ReentryTest, HandlerMayDestroyItsItemsParentAfterANestedWrite)
 
 TEST_F(ReentryTest, HandlerMayDestroyTheNextItem)
 {
-    CMValueItem first(nullptr, kPath);
-    auto second = std::make_unique<CMValueItem>(nullptr, kPath);
-    auto third = std::make_unique<CMItem>(nullptr, kPath);
+    CMValueItem first(nullptr, kReentryPath);
+    auto second = std::make_unique<CMValueItem>(nullptr, kReentryPath);
+    auto third = std::make_unique<CMItem>(nullptr, kReentryPath);
     int changes = 0;
     onChange(second.get(), [&changes] { ++changes; });
     QObject::connect(third.get(), &CMItem::changed, [&changes] { ++changes; });
@@ -178,12 +178,12 @@ TEST_F(ReentryTest, HandlerMayDestroyTheNextItem)
 
 TEST_F(ReentryTest, ItemMadeInAHandlerHasTheValueAndEmitsNothing)
 {
-    CMValueItem first(nullptr, kPath);
+    CMValueItem first(nullptr, kReentryPath);
     std::unique_ptr<CMValueItem> late;
     int changes = 0;
     onChange(&first, [&] {
         if (late == nullptr) {
-            late = std::make_unique<CMValueItem>(nullptr, kPath);
+            late = std::make_unique<CMValueItem>(nullptr, kReentryPath);
             onChange(late.get(), [&changes] { ++changes; });
         }
     });
@@ -196,15 +196,15 @@ TEST_F(ReentryTest, ItemMadeInAHandlerHasTheValueAndEmitsNothing)
 
 TEST_F(ReentryTest, HandlerMayCreateManyNodesAndItems)
 {
-    CMValueItem item(nullptr, kPath);
-    CMValueItem second(nullptr, kPath);
+    CMValueItem item(nullptr, kReentryPath);
+    CMValueItem second(nullptr, kReentryPath);
     const ValueRecord record(&second);
     std::vector<std::unique_ptr<CMValueItem>> items;
     onChange(&item, [&] {
         for (int i = 0; i < 1000; ++i) { // enough for every container to grow
-            const CMPath path = kPath.appendSubpath(QString::number(i));
+            const CMPath path = kReentryPath.appendSubpath(QString::number(i));
             CMValueNode::create(&m_nodes, path)->setValue(i32(i));
-            items.push_back(std::make_unique<CMValueItem>(nullptr, kPath));
+            items.push_back(std::make_unique<CMValueItem>(nullptr, kReentryPath));
         }
     });
     m_node->setValue(i32(1));
@@ -215,11 +215,11 @@ TEST_F(ReentryTest, HandlerMayCreateManyNodesAndItems)
 TEST_F(ReentryTest, NodeMayComeBackWhileItsEndIsTold)
 {
     m_node->setValue(i32(1));
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kReentryPath);
     const ValueRecord record(&item);
     onChange(&item, [this](const VornValue& value) {
         if (value.isEmpty()) {
-            m_node = CMValueNode::create(&m_nodes, kPath);
+            m_node = CMValueNode::create(&m_nodes, kReentryPath);
             m_node->setValue(text("again"));
         }
     });
@@ -227,13 +227,13 @@ TEST_F(ReentryTest, NodeMayComeBackWhileItsEndIsTold)
     ASSERT_EQ(record.count(), 2U);
     EXPECT_TRUE(record.value(0).isEmpty());
     EXPECT_EQ(record.value(1).string(), "again");
-    EXPECT_EQ(CMRoot()->getValue(kPath).toHash(), (QVariantHash{{"string_", "again"}}));
+    EXPECT_EQ(CMRoot()->getValue(kReentryPath).toHash(), (QVariantHash{{"string_", "again"}}));
 }
 
 TEST_F(ReentryTest, HandlersOfTwoPathsMayWriteEachOther)
 {
     CMValueNode* const other = CMValueNode::create(&m_nodes, kOther);
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kReentryPath);
     CMValueItem otherItem(nullptr, kOther);
     onChange(&item, [other](const VornValue& value) { other->setValue(value); });
     onChange(&otherItem, [this](const VornValue& value) {
@@ -251,7 +251,7 @@ TEST_F(ReentryTest, HandlersOfTwoPathsMayWriteEachOther)
 TEST_F(ReentryTest, ValueMayBeAReferenceIntoTheTree)
 {
     m_node->setValue(i32(1));
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kReentryPath);
     CMValueNode* const other = CMValueNode::create(&m_nodes, kOther);
     CMValueItem otherItem(nullptr, kOther);
     other->setValue(i32(2));
@@ -263,8 +263,8 @@ TEST_F(ReentryTest, ValueMayBeAReferenceIntoTheTree)
 
 TEST_F(ReentryTest, RolesAreSafeInTheSameWay)
 {
-    auto* const item = new CMItem(nullptr, kPath);
-    CMItem second(nullptr, kPath);
+    auto* const item = new CMItem(nullptr, kReentryPath);
+    CMItem second(nullptr, kReentryPath);
     const RolesRecord record(&second);
     QObject::connect(item, &CMItem::changed, [this, item] {
         m_node->setRoles(VornRoles().setTitle("newest"));

@@ -7,7 +7,7 @@
 
 namespace
 {
-const CMPath kPath(QStringLiteral("/test/reply"));
+const CMPath kReplyPath(QStringLiteral("/test/reply"));
 const CMError kRefused(CMError::Refused, QStringLiteral("no"));
 } // namespace
 
@@ -215,20 +215,20 @@ TEST(Reply, HandlerMayAttachAnother)
 TEST(Reply, WaitRunsThePostedWrite)
 {
     CMNodes nodes;
-    CMValueNode::create(&nodes, kPath)->setValue(i32(1));
+    CMValueNode::create(&nodes, kReplyPath)->setValue(i32(1));
     const CMVoidReply reply;
-    CMRoot()->setValue(kPath, i32(2), reply);
+    CMRoot()->setValue(kReplyPath, i32(2), reply);
     EXPECT_FALSE(reply.isFinished());
     EXPECT_TRUE(reply.wait());
     EXPECT_TRUE(reply.isFinished());
-    EXPECT_EQ(VornValue(CMRoot()->getValue(kPath).toHash()).i32(), 2);
+    EXPECT_EQ(VornValue(CMRoot()->getValue(kReplyPath).toHash()).i32(), 2);
     runEvents();
 }
 
 TEST(Reply, WaitRunsNothingButTheTreesCompletions)
 {
     CMNodes nodes;
-    CMValueNode::create(&nodes, kPath)->setValue(i32(1));
+    CMValueNode::create(&nodes, kReplyPath)->setValue(i32(1));
     QObject context;
     bool queuedRan = false;
     bool timerRan = false;
@@ -236,7 +236,7 @@ TEST(Reply, WaitRunsNothingButTheTreesCompletions)
         &context, [&queuedRan] { queuedRan = true; }, Qt::QueuedConnection);
     QTimer::singleShot(0, &context, [&timerRan] { timerRan = true; });
     const CMVoidReply reply;
-    CMRoot()->setValue(kPath, i32(2), reply);
+    CMRoot()->setValue(kReplyPath, i32(2), reply);
     EXPECT_TRUE(reply.wait());
     EXPECT_FALSE(queuedRan);
     EXPECT_FALSE(timerRan);
@@ -248,13 +248,13 @@ TEST(Reply, WaitRunsNothingButTheTreesCompletions)
 TEST(Reply, WaitKeepsTheOrderOfWrites)
 {
     CMNodes nodes;
-    CMValueNode* const node = CMValueNode::create(&nodes, kPath);
-    CMValueItem item(nullptr, kPath);
+    CMValueNode* const node = CMValueNode::create(&nodes, kReplyPath);
+    CMValueItem item(nullptr, kReplyPath);
     const ValueRecord record(&item);
     node->setValue(i32(0));
     CMVoidReply replies[3];
     for (int i = 0; i < 3; ++i) {
-        CMRoot()->setValue(kPath, i32(i + 1), replies[i]);
+        CMRoot()->setValue(kReplyPath, i32(i + 1), replies[i]);
     }
     EXPECT_TRUE(replies[1].wait());
     EXPECT_TRUE(replies[0].isFinished());
@@ -271,10 +271,10 @@ TEST(Reply, WaitRunsAQueuedInvocationToItsAnswer)
     CMNodes nodes;
     QObject receiver;
     CMActivateNode::create(
-        &nodes, kPath, &receiver, [](const CMSetDataRequest& request) { request.complete(7); },
+        &nodes, kReplyPath, &receiver, [](const CMSetDataRequest& request) { request.complete(7); },
         Qt::QueuedConnection);
     const CMVoidReply reply;
-    CMRoot()->invoke(kPath, {}, reply);
+    CMRoot()->invoke(kReplyPath, {}, reply);
     EXPECT_TRUE(reply.wait());
     EXPECT_EQ(reply.value(), QVariant(7));
     runEvents();
@@ -286,11 +286,11 @@ TEST(Reply, WaitGivesUpWhenNothingCanFinishIt)
     QObject receiver;
     CMSetDataRequest kept;
     CMActivateNode::create(
-        &nodes, kPath, &receiver, [&kept](const CMSetDataRequest& request) { kept = request; },
+        &nodes, kReplyPath, &receiver, [&kept](const CMSetDataRequest& request) { kept = request; },
         Qt::QueuedConnection);
     const CMVoidReply reply;
     EXPECT_FALSE(reply.wait());
-    CMRoot()->invoke(kPath, {}, reply);
+    CMRoot()->invoke(kReplyPath, {}, reply);
     EXPECT_FALSE(reply.wait());
     kept.complete(1);
     EXPECT_TRUE(reply.wait());
@@ -300,18 +300,18 @@ TEST(Reply, WaitGivesUpWhenNothingCanFinishIt)
 TEST(Reply, WaitMayBeNestedInACompletion)
 {
     CMNodes nodes;
-    CMValueNode::create(&nodes, kPath)->setValue(i32(0));
+    CMValueNode::create(&nodes, kReplyPath)->setValue(i32(0));
     QObject context;
     const CMVoidReply outer;
     const CMVoidReply inner;
     bool waited = false;
     outer.onResult(&context, [&](const QVariant&) {
-        CMRoot()->setValue(kPath, i32(2), inner);
+        CMRoot()->setValue(kReplyPath, i32(2), inner);
         waited = inner.wait();
     });
-    CMRoot()->setValue(kPath, i32(1), outer);
+    CMRoot()->setValue(kReplyPath, i32(1), outer);
     EXPECT_TRUE(outer.wait());
     EXPECT_TRUE(waited);
-    EXPECT_EQ(VornValue(CMRoot()->getValue(kPath).toHash()).i32(), 2);
+    EXPECT_EQ(VornValue(CMRoot()->getValue(kReplyPath).toHash()).i32(), 2);
     runEvents();
 }

@@ -4,7 +4,7 @@
 
 namespace
 {
-const CMError kRefused(CMError::Refused, QStringLiteral("no"));
+const CMError kRequestRefused(CMError::Refused, QStringLiteral("no"));
 } // namespace
 
 TEST(Request, WithoutDataIsNull)
@@ -13,7 +13,7 @@ TEST(Request, WithoutDataIsNull)
     EXPECT_TRUE(request.isNull());
     EXPECT_FALSE(request.data().isValid());
     request.complete(1);
-    request.fail(kRefused);
+    request.fail(kRequestRefused);
 }
 
 TEST(Request, CarriesItsData)
@@ -35,7 +35,7 @@ TEST(Request, CompletesItsReply)
 TEST(Request, FailsItsReply)
 {
     const CMReply<QVariant> reply;
-    CMSetDataRequest({}, reply).fail(kRefused);
+    CMSetDataRequest({}, reply).fail(kRequestRefused);
     EXPECT_EQ(reply.error().Message(), "no");
 }
 

@@ -15,7 +15,7 @@ VornValue scalarOf(Type type, const QVariant& scalar, bool expectedOk)
     return value;
 }
 
-VornValue parsed(const QString& json)
+VornValue parsedValue(const QString& json)
 {
     return VornHash(VornJson::parse(json, nullptr).toHash());
 }
@@ -34,19 +34,19 @@ TEST(Value, TypeIsThatOfItsOnlyField)
 
 TEST(Value, TypeSurvivesJson)
 {
-    EXPECT_EQ(parsed(R"({"i32_": 5})").type(), Type::I32);
-    EXPECT_EQ(parsed(R"({"i64_": 5.0})").type(), Type::I64);
-    EXPECT_EQ(parsed(R"({"double_": 5})").type(), Type::Double);
+    EXPECT_EQ(parsedValue(R"({"i32_": 5})").type(), Type::I32);
+    EXPECT_EQ(parsedValue(R"({"i64_": 5.0})").type(), Type::I64);
+    EXPECT_EQ(parsedValue(R"({"double_": 5})").type(), Type::Double);
 }
 
 TEST(Value, AnythingElseIsAPlainHash)
 {
     EXPECT_EQ(VornValue().type(), Type::Hash);
     EXPECT_EQ(VornValue().setI32(1).setI64(1).type(), Type::Hash);
-    EXPECT_EQ(parsed(R"({"name": "x"})").type(), Type::Hash);
-    EXPECT_EQ(parsed(R"({"i32_": "5"})").type(), Type::Hash);
-    EXPECT_EQ(parsed(R"({"i32_": 2147483648})").type(), Type::Hash);
-    EXPECT_EQ(parsed(R"({"bool_": 1})").type(), Type::Hash);
+    EXPECT_EQ(parsedValue(R"({"name": "x"})").type(), Type::Hash);
+    EXPECT_EQ(parsedValue(R"({"i32_": "5"})").type(), Type::Hash);
+    EXPECT_EQ(parsedValue(R"({"i32_": 2147483648})").type(), Type::Hash);
+    EXPECT_EQ(parsedValue(R"({"bool_": 1})").type(), Type::Hash);
 }
 
 TEST(Value, TypesHaveNamesForMessages)
@@ -69,7 +69,7 @@ TEST(Value, ScalarIsTheBareForm)
 
 TEST(Value, PlainHashIsItsOwnBareForm)
 {
-    EXPECT_EQ(VornJson::print(parsed(R"({"b":1,"a":2})").scalar()), R"({"a":2,"b":1})");
+    EXPECT_EQ(VornJson::print(parsedValue(R"({"b":1,"a":2})").scalar()), R"({"a":2,"b":1})");
     EXPECT_EQ(VornJson::print(VornValue().scalar()), "{}");
 }
 

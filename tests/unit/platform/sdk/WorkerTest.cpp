@@ -6,7 +6,7 @@
 
 namespace
 {
-const CMPath kPath(QStringLiteral("/test/worker"));
+const CMPath kWorkerPath(QStringLiteral("/test/worker"));
 
 VornValue valueAt(const CMPath& path)
 {
@@ -26,7 +26,7 @@ protected:
     }
 
     CMNodes m_nodes;
-    CMValueNode* m_node = CMValueNode::create(&m_nodes, kPath);
+    CMValueNode* m_node = CMValueNode::create(&m_nodes, kWorkerPath);
 };
 } // namespace
 
@@ -39,17 +39,17 @@ TEST_F(WorkerTest, RootIsOne)
 TEST_F(WorkerTest, GetValueIsTheNodesHashAtOnce)
 {
     m_node->setValue(i32(5));
-    EXPECT_EQ(CMRoot()->getValue(kPath), QVariant(QVariantHash{{"i32_", 5}}));
+    EXPECT_EQ(CMRoot()->getValue(kWorkerPath), QVariant(QVariantHash{{"i32_", 5}}));
 }
 
 TEST_F(WorkerTest, GetValueOfANodeWithoutValueIsAnEmptyHash)
 {
-    EXPECT_EQ(CMRoot()->getValue(kPath), QVariant(QVariantHash()));
+    EXPECT_EQ(CMRoot()->getValue(kWorkerPath), QVariant(QVariantHash()));
 }
 
 TEST_F(WorkerTest, GetValueWithoutAValueNodeIsInvalid)
 {
-    const CMPath action = kPath.appendSubpath(QStringLiteral("action"));
+    const CMPath action = kWorkerPath.appendSubpath(QStringLiteral("action"));
     CMActivateNode::create(&m_nodes, action, nullptr, nullptr, Qt::DirectConnection);
     EXPECT_FALSE(CMRoot()->getValue(CMPath(QStringLiteral("/test/nothing"))).isValid());
     EXPECT_FALSE(CMRoot()->getValue(CMPath()).isValid());
@@ -59,10 +59,10 @@ TEST_F(WorkerTest, GetValueWithoutAValueNodeIsInvalid)
 TEST_F(WorkerTest, SetValueCompletesThroughTheEventLoopOnly)
 {
     m_node->setValue(i32(1));
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kWorkerPath);
     const ValueRecord record(&item);
     const CMVoidReply reply;
-    CMRoot()->setValue(kPath, i32(2), reply);
+    CMRoot()->setValue(kWorkerPath, i32(2), reply);
     EXPECT_FALSE(reply.isFinished());
     EXPECT_EQ(record.count(), 0U);
     EXPECT_EQ(m_node->value().i32(), 1);
@@ -90,7 +90,7 @@ TEST_F(WorkerTest, FailuresCompleteThroughTheEventLoopOnly)
 TEST_F(WorkerTest, NobodyNeedsToKeepTheReply)
 {
     m_node->setValue(i32(1));
-    CMRoot()->setValue(kPath, i32(2), CMVoidReply(new CMReplyData<QVariant>));
+    CMRoot()->setValue(kWorkerPath, i32(2), CMVoidReply(new CMReplyData<QVariant>));
     runEvents();
     EXPECT_EQ(m_node->value().i32(), 2);
 }
@@ -103,7 +103,7 @@ TEST_F(WorkerTest, WritesCompleteInTheOrderOfTheCalls)
     for (int i = 1; i <= 3; ++i) {
         const CMVoidReply reply;
         reply.onResult(&context, [&order, this](const QVariant&) { order.push_back(m_node->value().i32()); });
-        CMRoot()->setValue(kPath, i32(i), reply);
+        CMRoot()->setValue(kWorkerPath, i32(i), reply);
     }
     runEvents();
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
@@ -112,9 +112,9 @@ TEST_F(WorkerTest, WritesCompleteInTheOrderOfTheCalls)
 TEST_F(WorkerTest, WriteOfAnEqualValueSucceedsSilently)
 {
     m_node->setValue(i32(1));
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kWorkerPath);
     const ValueRecord record(&item);
-    EXPECT_FALSE(write(kPath, i32(1)).isError());
+    EXPECT_FALSE(write(kWorkerPath, i32(1)).isError());
     EXPECT_EQ(record.count(), 0U);
 }
 
@@ -142,29 +142,29 @@ TEST_F(WorkerTest, ReadOnlyRefusesOutsidersNotTheOwner)
     m_node->setValue(i32(1));
     m_node->setReadOnly(true);
     EXPECT_TRUE(m_node->isReadOnly());
-    const CMError error = write(kPath, i32(2));
+    const CMError error = write(kWorkerPath, i32(2));
     EXPECT_EQ(error.code(), CMError::ReadOnly);
     EXPECT_EQ(error.Message(), "/test/worker: read-only");
     EXPECT_EQ(m_node->value().i32(), 1);
     m_node->setValue(i32(3));
-    EXPECT_EQ(valueAt(kPath).i32(), 3);
+    EXPECT_EQ(valueAt(kWorkerPath).i32(), 3);
     m_node->setReadOnly(false);
-    EXPECT_FALSE(write(kPath, i32(4)).isError());
+    EXPECT_FALSE(write(kWorkerPath, i32(4)).isError());
 }
 
 TEST_F(WorkerTest, WrongTypeIsAnErrorAndLeavesTheNode)
 {
     m_node->setValue(i32(1));
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kWorkerPath);
     const ValueRecord record(&item);
-    const CMError error = write(kPath, text("2"));
+    const CMError error = write(kWorkerPath, text("2"));
     EXPECT_EQ(error.code(), CMError::WrongType);
     EXPECT_EQ(error.Message(), "/test/worker: takes i32, not string");
-    EXPECT_EQ(write(kPath, VornValue()).code(), CMError::WrongType);
-    EXPECT_EQ(write(kPath, VornValue().setI64(2)).code(), CMError::WrongType);
-    EXPECT_EQ(write(kPath, VornValue().setI32(2).setI64(2)).code(), CMError::WrongType);
-    EXPECT_EQ(write(kPath, VornHash{{"i32_", "2"}}).code(), CMError::WrongType);
-    EXPECT_EQ(write(kPath, VornHash{{"i32_", 4294967296LL}}).code(), CMError::WrongType);
+    EXPECT_EQ(write(kWorkerPath, VornValue()).code(), CMError::WrongType);
+    EXPECT_EQ(write(kWorkerPath, VornValue().setI64(2)).code(), CMError::WrongType);
+    EXPECT_EQ(write(kWorkerPath, VornValue().setI32(2).setI64(2)).code(), CMError::WrongType);
+    EXPECT_EQ(write(kWorkerPath, VornHash{{"i32_", "2"}}).code(), CMError::WrongType);
+    EXPECT_EQ(write(kWorkerPath, VornHash{{"i32_", 4294967296LL}}).code(), CMError::WrongType);
     EXPECT_EQ(m_node->value().toJsonString(), R"({"i32_":1})");
     EXPECT_EQ(record.count(), 0U);
 }
@@ -175,14 +175,14 @@ TEST_F(WorkerTest, TheOwnersCheckRefusesOutsidersNotTheOwner)
     m_node->setCheck([](const VornValue& value) {
         return value.i32() > 9 ? QStringLiteral("at most 9, not %1").arg(value.i32()) : QString();
     });
-    const CMError error = write(kPath, i32(10));
+    const CMError error = write(kWorkerPath, i32(10));
     EXPECT_EQ(error.code(), CMError::Refused);
     EXPECT_EQ(error.Message(), "/test/worker: at most 9, not 10");
-    EXPECT_EQ(valueAt(kPath).i32(), 5);
-    EXPECT_FALSE(write(kPath, i32(9)).isError());
-    EXPECT_EQ(valueAt(kPath).i32(), 9);
+    EXPECT_EQ(valueAt(kWorkerPath).i32(), 5);
+    EXPECT_FALSE(write(kWorkerPath, i32(9)).isError());
+    EXPECT_EQ(valueAt(kWorkerPath).i32(), 9);
     m_node->setValue(i32(10));
-    EXPECT_EQ(valueAt(kPath).i32(), 10);
+    EXPECT_EQ(valueAt(kWorkerPath).i32(), 10);
 }
 
 TEST_F(WorkerTest, TheOwnersCheckSeesValuesOfTheRightTypeOnly)
@@ -193,31 +193,31 @@ TEST_F(WorkerTest, TheOwnersCheckSeesValuesOfTheRightTypeOnly)
         ++checked;
         return QString();
     });
-    EXPECT_EQ(write(kPath, text("5")).code(), CMError::WrongType);
+    EXPECT_EQ(write(kWorkerPath, text("5")).code(), CMError::WrongType);
     EXPECT_EQ(checked, 0);
-    EXPECT_FALSE(write(kPath, i32(6)).isError());
+    EXPECT_FALSE(write(kWorkerPath, i32(6)).isError());
     EXPECT_EQ(checked, 1);
 }
 
 TEST_F(WorkerTest, HashNodesTakeAnyHash)
 {
     m_node->setValue(VornHash{{"name", "x"}});
-    EXPECT_FALSE(write(kPath, VornHash{{"list", QVariantList{1, 2}}}).isError());
-    EXPECT_FALSE(write(kPath, VornValue()).isError());
-    EXPECT_FALSE(write(kPath, i32(5)).isError());
-    EXPECT_FALSE(write(kPath, VornHash{{"name", "y"}}).isError());
-    EXPECT_EQ(valueAt(kPath).toJsonString(), R"({"name":"y"})");
+    EXPECT_FALSE(write(kWorkerPath, VornHash{{"list", QVariantList{1, 2}}}).isError());
+    EXPECT_FALSE(write(kWorkerPath, VornValue()).isError());
+    EXPECT_FALSE(write(kWorkerPath, i32(5)).isError());
+    EXPECT_FALSE(write(kWorkerPath, VornHash{{"name", "y"}}).isError());
+    EXPECT_EQ(valueAt(kWorkerPath).toJsonString(), R"({"name":"y"})");
 }
 
 TEST_F(WorkerTest, FirstWriteGivesAnEmptyNodeItsType)
 {
-    EXPECT_FALSE(write(kPath, text("x")).isError());
-    EXPECT_EQ(write(kPath, i32(1)).code(), CMError::WrongType);
+    EXPECT_FALSE(write(kWorkerPath, text("x")).isError());
+    EXPECT_EQ(write(kWorkerPath, i32(1)).code(), CMError::WrongType);
 }
 
 TEST_F(WorkerTest, ActivateNodeTakesNoValue)
 {
-    const CMPath action = kPath.appendSubpath(QStringLiteral("action"));
+    const CMPath action = kWorkerPath.appendSubpath(QStringLiteral("action"));
     CMActivateNode::create(&m_nodes, action, nullptr, nullptr, Qt::DirectConnection);
     const CMError error = write(action, i32(1));
     EXPECT_EQ(error.code(), CMError::WrongType);
@@ -236,7 +236,7 @@ TEST_F(WorkerTest, InvokeWithoutNodeIsAnError)
 TEST_F(WorkerTest, ValueNodeCannotBeInvoked)
 {
     const CMVoidReply reply;
-    CMRoot()->invoke(kPath, {}, reply);
+    CMRoot()->invoke(kWorkerPath, {}, reply);
     runEvents();
     EXPECT_EQ(reply.error().code(), CMError::NotInvocable);
     EXPECT_EQ(reply.error().Message(), "/test/worker: cannot be invoked");
@@ -265,7 +265,7 @@ TEST_F(WorkerTest, CompletionsNeverStarveOtherEvents)
         if (!stop) {
             const CMVoidReply reply;
             reply.onResult(&context, [&again](const QVariant&) { again(); });
-            CMRoot()->setValue(kPath, i32(m_node->value().i32() + 1), reply);
+            CMRoot()->setValue(kWorkerPath, i32(m_node->value().i32() + 1), reply);
         }
     };
     again();
@@ -358,11 +358,11 @@ TEST_F(WorkerTest, NodesWorkerReachesTheWholeTree)
 {
     m_node->setValue(i32(1));
     CMNodesWorker worker({}, QStringLiteral("Worker"));
-    EXPECT_EQ(worker.getValue(kPath), CMRoot()->getValue(kPath));
+    EXPECT_EQ(worker.getValue(kWorkerPath), CMRoot()->getValue(kWorkerPath));
     const CMVoidReply set;
-    worker.setValue(kPath, i32(2), set);
+    worker.setValue(kWorkerPath, i32(2), set);
     const CMVoidReply invoked;
-    worker.invoke(kPath, {}, invoked);
+    worker.invoke(kWorkerPath, {}, invoked);
     EXPECT_FALSE(set.isFinished());
     runEvents();
     EXPECT_EQ(m_node->value().i32(), 2);
@@ -408,12 +408,12 @@ TEST_F(WorkerTest, HalfDestroyedWorkerHearsNothingOfItsNodes)
 TEST_F(WorkerTest, WriteToANodeThatGoesInItsHandlerStillCompletes)
 {
     m_node->setValue(i32(1));
-    CMValueItem item(nullptr, kPath);
+    CMValueItem item(nullptr, kWorkerPath);
     QObject::connect(&item, &CMValueItem::changed, [this](const VornValue& value) {
         if (!value.isEmpty()) {
             delete m_node;
         }
     });
-    EXPECT_FALSE(write(kPath, i32(2)).isError());
-    EXPECT_FALSE(CMRoot()->getValue(kPath).isValid());
+    EXPECT_FALSE(write(kWorkerPath, i32(2)).isError());
+    EXPECT_FALSE(CMRoot()->getValue(kWorkerPath).isValid());
 }

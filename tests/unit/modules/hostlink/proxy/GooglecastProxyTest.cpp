@@ -4,7 +4,7 @@
 
 namespace
 {
-VornValue assistant(int state)
+VornValue castAssistant(int state)
 {
     return VornValue().setGoogleCastAssistantState(VornGoogleCastAssistantState::Enum(state));
 }
@@ -19,7 +19,7 @@ class GooglecastProxyTest : public ProxyFixture
 protected:
     GooglecastProxyTest() { listenTo(m_proxy); }
 
-    CMValueNode* m_assistant = createNode(VornGoogleCastAssistantStatePath(), assistant(0));
+    CMValueNode* m_assistant = createNode(VornGoogleCastAssistantStatePath(), castAssistant(0));
     CMValueNode* m_selection = createNode(VornGoogleCastChannelSelectionPath(), VornValue().setBool_(false));
     CMValueNode* m_status = createNode(VornGoogleCastMultichannelStatusPath(), multichannel(0));
     GooglecastProxy m_proxy{nullptr};
@@ -34,7 +34,7 @@ TEST_F(GooglecastProxyTest, OwnsThreeStates)
 
 TEST_F(GooglecastProxyTest, ReadsEachNodeAsAByte)
 {
-    m_assistant->setValue(assistant(3));
+    m_assistant->setValue(castAssistant(3));
     m_selection->setValue(VornValue().setBool_(true));
     m_status->setValue(multichannel(0x102));
     EXPECT_EQ(read(m_proxy, {33, 46, 47}),
@@ -52,7 +52,7 @@ TEST_F(GooglecastProxyTest, EveryChangeIsTold)
     m_selection->setValue(VornValue().setBool_(true));
     m_selection->setValue(VornValue().setBool_(false));
     EXPECT_EQ(told(), (States{{STA_CastChannelSelection}, {STA_CastChannelSelection}}));
-    m_assistant->setValue(assistant(256));
+    m_assistant->setValue(castAssistant(256));
     EXPECT_EQ(told(), States{{STA_CastAssistantState}}) << "although the host's byte stays 0";
     m_status->setValue(multichannel(1));
     EXPECT_EQ(told(), States{{STA_CastMultichannelStatus}});

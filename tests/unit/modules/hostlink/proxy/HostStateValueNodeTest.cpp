@@ -14,7 +14,7 @@ namespace
 
 using Kind = CMValueItemProxyConvert;
 
-constexpr auto kState = State(0x7001);
+constexpr auto kHostState = State(0x7001);
 
 class HostStateValueNodeTest : public ::testing::Test
 {
@@ -36,7 +36,7 @@ protected:
     /// What the node holds after the host has pushed the message's value at `index`.
     std::string pushed(Kind kind, const HostLinkValueMessage& message, int index = 0)
     {
-        node(kind).setValue(kState, HostLinkValueMessage(message.serialize()), index);
+        node(kind).setValue(kHostState, HostLinkValueMessage(message.serialize()), index);
         return value();
     }
 
@@ -48,29 +48,29 @@ protected:
 
 TEST_F(HostStateValueNodeTest, AnyByteButZeroIsTrue)
 {
-    m_message.addValueUint8(kState, 2);
-    m_message.addValueUint8(kState, 0);
+    m_message.addValueUint8(kHostState, 2);
+    m_message.addValueUint8(kHostState, 0);
     EXPECT_EQ(pushed(Kind::Uint8VornBool, m_message, 0), R"({"bool_":true})");
     EXPECT_EQ(pushed(Kind::Uint8VornBool, m_message, 1), R"({"bool_":false})");
 }
 
 TEST_F(HostStateValueNodeTest, AByteIsANumberWithoutSign)
 {
-    m_message.addValueUint8(kState, 255);
+    m_message.addValueUint8(kHostState, 255);
     EXPECT_EQ(pushed(Kind::Uint8VornI32, m_message), R"({"i32_":255})");
 }
 
 TEST_F(HostStateValueNodeTest, SixtyFourBitsAreKept)
 {
-    m_message.addValueInt64(kState, -9007199254740993);
+    m_message.addValueInt64(kHostState, -9007199254740993);
     EXPECT_EQ(pushed(Kind::Int64VornI64, m_message), R"({"i64_":-9007199254740993})");
 }
 
 TEST_F(HostStateValueNodeTest, ATextIsUtf8UpToItsFirstZeroByte)
 {
-    m_message.addValueString(kState, "Grün €");
-    m_message.addValueString(kState, std::string_view("ab\0cd", 5));
-    m_message.addValueString(kState, "");
+    m_message.addValueString(kHostState, "Grün €");
+    m_message.addValueString(kHostState, std::string_view("ab\0cd", 5));
+    m_message.addValueString(kHostState, "");
     EXPECT_EQ(pushed(Kind::Bin16VornString, m_message, 0), "{\"string_\":\"Grün €\"}");
     EXPECT_EQ(pushed(Kind::Bin16VornString, m_message, 1), R"({"string_":"ab"})");
     EXPECT_EQ(pushed(Kind::Bin16VornString, m_message, 2), R"({"string_":""})");
@@ -78,38 +78,38 @@ TEST_F(HostStateValueNodeTest, ATextIsUtf8UpToItsFirstZeroByte)
 
 TEST_F(HostStateValueNodeTest, TheHostModelIsTheFirstValueOfTheMessage)
 {
-    m_message.addValueUint16(kState, 2);
-    m_message.addValueUint16(kState, 1);
+    m_message.addValueUint16(kHostState, 2);
+    m_message.addValueUint16(kHostState, 1);
     EXPECT_EQ(pushed(Kind::HostModel, m_message, 1), R"({"hostModel":2})");
 }
 
 TEST_F(HostStateValueNodeTest, AHostModelBehindAnotherTypeIsNotRead)
 {
-    m_message.addValueUint8(kState, 2);
-    m_message.addValueUint16(kState, 1);
+    m_message.addValueUint8(kHostState, 2);
+    m_message.addValueUint16(kHostState, 1);
     EXPECT_EQ(pushed(Kind::HostModel, m_message, 1), "{}");
 }
 
 TEST_F(HostStateValueNodeTest, AValueOfAnotherTypeLeavesTheNode)
 {
-    m_message.addValueUint8(kState, 1);
-    m_message.addValueUint16(kState, 0);
-    m_message.addValueNil(kState);
-    m_message.addValueString(kState, "0");
+    m_message.addValueUint8(kHostState, 1);
+    m_message.addValueUint16(kHostState, 0);
+    m_message.addValueNil(kHostState);
+    m_message.addValueString(kHostState, "0");
     HostStateValueNode& mute = node(Kind::Uint8VornBool);
-    mute.setValue(kState, m_message, 0);
+    mute.setValue(kHostState, m_message, 0);
     for (int index = 1; index <= m_message.size(); ++index) {
-        mute.setValue(kState, m_message, index);
+        mute.setValue(kHostState, m_message, index);
         EXPECT_EQ(value(), R"({"bool_":true})") << index;
     }
 }
 
 TEST_F(HostStateValueNodeTest, OtherConversionsTakeNothing)
 {
-    m_message.addValueUint8(kState, 1);
-    m_message.addValueInt32(kState, 1);
-    m_message.addValueUint32(kState, 1);
-    m_message.addValueString(kState, "{}");
+    m_message.addValueUint8(kHostState, 1);
+    m_message.addValueInt32(kHostState, 1);
+    m_message.addValueUint32(kHostState, 1);
+    m_message.addValueString(kHostState, "{}");
     for (int kind = 0; kind <= 19; ++kind) {
         if (kind == 0 || kind == 1 || kind == 3 || kind == 4 || kind == 6) {
             continue;
@@ -122,7 +122,7 @@ TEST_F(HostStateValueNodeTest, OtherConversionsTakeNothing)
 
 TEST_F(HostStateValueNodeTest, ModuleClientsCannotWriteIt)
 {
-    m_message.addValueString(kState, "1.2");
+    m_message.addValueString(kHostState, "1.2");
     EXPECT_EQ(pushed(Kind::Bin16VornString, m_message), R"({"string_":"1.2"})");
     const CMVoidReply reply;
     CMRoot()->setValue(m_path, VornValue().setString("mine"), reply);
@@ -146,10 +146,10 @@ TEST_F(HostStateValueNodeTest, GoesWithItsNodeWhenTheWorkerGoes)
 
 TEST_F(HostStateValueNodeTest, TracesStateAndConversion)
 {
-    m_message.addValueUint8(kState, 1);
+    m_message.addValueUint8(kHostState, 1);
     HostStateValueNode& mute = node(Kind::Uint8VornI32);
     m_log.clear();
-    mute.setValue(kState, m_message, 0);
+    mute.setValue(kHostState, m_message, 0);
     const std::vector<std::string> expected{
         "Enter void HostStateValueNode::setValue(State, const HostLinkValueMessage&, int): state 28673 "
         "convert: 1",

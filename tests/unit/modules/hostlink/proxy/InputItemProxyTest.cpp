@@ -4,27 +4,27 @@
 
 namespace
 {
-constexpr auto kState = STA_InputState;
+constexpr auto kInputState = STA_InputState;
 
 class InputItemProxyTest : public ProxyFixture
 {
 protected:
     InputItemProxyTest() { listenTo(m_proxy); }
 
-    std::string now() { return read(m_proxy, {kState}); }
+    std::string now() { return read(m_proxy, {kInputState}); }
     static std::string byte(int number)
     {
         return "MSG_GetStateResponse STA_InputState=u8:" + std::to_string(number);
     }
 
     CMValueNode* m_node = createNode(VornHostLinkKestalPrimeInputStatePath(), VornValue().setI32(1));
-    InputItemProxy m_proxy{kState, VornHostLinkKestalPrimeInputStatePath(), nullptr};
+    InputItemProxy m_proxy{kInputState, VornHostLinkKestalPrimeInputStatePath(), nullptr};
 };
 } // namespace
 
 TEST_F(InputItemProxyTest, OwnsItsOneState)
 {
-    EXPECT_EQ(m_proxy.states(), QList<State>{kState});
+    EXPECT_EQ(m_proxy.states(), QList<State>{kInputState});
 }
 
 TEST_F(InputItemProxyTest, ReadsTheLowByteOfTheNumber)
@@ -45,7 +45,7 @@ TEST_F(InputItemProxyTest, ReadsTheLowByteOfTheNumber)
 TEST_F(InputItemProxyTest, WritesTheByteAsANumber)
 {
     HostLinkValueMessage request(MSG_SetState);
-    request.addValueUint8(kState, 3);
+    request.addValueUint8(kInputState, 3);
     EXPECT_EQ(write(m_proxy, request), "MSG_SetStateResponse STA_InputState=u8:1");
     EXPECT_EQ(m_node->value().i32(), 1) << "never inside the call";
     EXPECT_TRUE(waitFor([this] { return m_node->value().sameAs(VornValue().setI32(3)); }));
@@ -54,15 +54,15 @@ TEST_F(InputItemProxyTest, WritesTheByteAsANumber)
 TEST_F(InputItemProxyTest, AnythingButAByteIsRefused)
 {
     HostLinkValueMessage request(MSG_SetState);
-    request.addValueString(kState, "3");
-    request.addValueInt8(kState, 3);
-    request.addValueNil(kState);
-    request.addValueUint8(kState, 4);
+    request.addValueString(kInputState, "3");
+    request.addValueInt8(kInputState, 3);
+    request.addValueNil(kInputState);
+    request.addValueUint8(kInputState, 4);
     EXPECT_EQ(write(m_proxy, request), "MSG_SetStateResponse STA_InputState=u8:0 STA_InputState=u8:0 "
                                        "STA_InputState=u8:0 STA_InputState=u8:1");
     EXPECT_TRUE(waitFor([this] { return m_node->value().i32() != 1; }));
     EXPECT_EQ(m_node->value().i32(), 4);
-    EXPECT_EQ(told(), States{{kState}}) << "the one that was taken";
+    EXPECT_EQ(told(), States{{kInputState}}) << "the one that was taken";
 }
 
 TEST_F(InputItemProxyTest, EachChangeIsTold)
@@ -71,7 +71,7 @@ TEST_F(InputItemProxyTest, EachChangeIsTold)
     m_node->setValue(VornValue());
     m_log.clear();
     m_node->setValue(VornValue().setInputState(VornHostLinkdInputStateType::Locked));
-    EXPECT_EQ(told(), (States{{kState}, {kState}, {kState}}));
+    EXPECT_EQ(told(), (States{{kInputState}, {kInputState}, {kInputState}}));
     EXPECT_EQ(m_log.traces().front(),
               "Enter void InputItemProxy::on_cmValueItem_changed(const VornValue&): Value: Locked");
 }

@@ -21,7 +21,7 @@ namespace
 using Kind = CMValueItemProxyConvert;
 using Texts = std::vector<std::string>;
 
-constexpr auto kState = State(0x7001);
+constexpr auto kValueState = State(0x7001);
 constexpr auto kUnknownKind = Kind(19);
 
 constexpr std::array kWritable{Kind::Uint8VornBool,      Kind::Uint8VornI32,      Kind::Int32VornI32,
@@ -46,7 +46,7 @@ protected:
 
     ValueItemProxy* proxy(Kind kind)
     {
-        m_proxies.push_back(std::make_unique<ValueItemProxy>(kState, m_path, kind, nullptr));
+        m_proxies.push_back(std::make_unique<ValueItemProxy>(kValueState, m_path, kind, nullptr));
         return m_proxies.back().get();
     }
 
@@ -63,7 +63,7 @@ protected:
     std::string read(Kind kind)
     {
         HostLinkValueMessage reply(MSG_GetStateResponse);
-        proxy(kind)->getValue(kState, &reply);
+        proxy(kind)->getValue(kValueState, &reply);
         return answer(reply);
     }
 
@@ -78,7 +78,7 @@ protected:
     {
         const HostLinkValueMessage received(request.serialize());
         HostLinkValueMessage reply(MSG_SetStateResponse);
-        proxy(kind)->setValue(kState, received, index, &reply);
+        proxy(kind)->setValue(kValueState, received, index, &reply);
         settle();
         return answer(reply);
     }
@@ -97,7 +97,7 @@ protected:
     static HostLinkValueMessage request(void (HostLinkValueMessage::*add)(std::uint16_t, Value), Value value)
     {
         HostLinkValueMessage message(MSG_SetState);
-        (message.*add)(kState, value);
+        (message.*add)(kValueState, value);
         return message;
     }
 
@@ -109,7 +109,7 @@ protected:
     static HostLinkValueMessage text(std::string_view value)
     {
         HostLinkValueMessage message(MSG_SetState);
-        message.addValueString(kState, value);
+        message.addValueString(kValueState, value);
         return message;
     }
 
@@ -117,7 +117,7 @@ protected:
     static std::string answer(const HostLinkValueMessage& reply)
     {
         EXPECT_EQ(reply.size(), 1);
-        EXPECT_EQ(reply.getTag(0), kState);
+        EXPECT_EQ(reply.getTag(0), kValueState);
         const std::string line = HostLinkPrinter::printMessage(reply.serialize());
         return line.substr(line.find('=') + 1);
     }
@@ -302,7 +302,7 @@ TEST_F(ValueItemProxyTest, VolumeModeUpgradeStatusAndRegionReadTheFirstValueOfTh
     HostLinkValueMessage request(MSG_SetState);
     request.addValueUint8(1, 11);
     request.addValueUint8(2, 12);
-    request.addValueUint8(kState, 13);
+    request.addValueUint8(kValueState, 13);
     setNode(VornValue().setVolumeMode(VornKestalPrimeVolumeMode::Enum(0)));
     EXPECT_EQ(write(Kind::VolumeMode, request, 2), "u8:1");
     EXPECT_EQ(m_node->value().volumeMode(), 11);
@@ -318,7 +318,7 @@ TEST_F(ValueItemProxyTest, AFirstValueThatIsNoByteRefusesTheRegionBehindIt)
 {
     HostLinkValueMessage request(MSG_SetState);
     request.addValueInt32(1, 11);
-    request.addValueUint8(kState, 2);
+    request.addValueUint8(kValueState, 2);
     setNode(VornValue().setRegion(VornKestalPrimeRegion::Enum(1)));
     EXPECT_EQ(write(Kind::Region, request, 1), "u8:0");
     EXPECT_EQ(m_node->value().region(), 1);
@@ -328,11 +328,11 @@ TEST_F(ValueItemProxyTest, AllOtherKindsReadTheValueAtTheirIndex)
 {
     HostLinkValueMessage request(MSG_SetState);
     request.addValueUint8(1, 11);
-    request.addValueUint8(kState, 12);
-    request.addValueInt32(kState, 13);
-    request.addValueInt64(kState, 14);
-    request.addValueString(kState, "{\"a\":15}");
-    request.addValueUint32(kState, 16);
+    request.addValueUint8(kValueState, 12);
+    request.addValueInt32(kValueState, 13);
+    request.addValueInt64(kValueState, 14);
+    request.addValueString(kValueState, "{\"a\":15}");
+    request.addValueUint32(kValueState, 16);
     setNode(VornValue().setI32(0));
     EXPECT_EQ(write(Kind::Uint8VornI32, request, 1), "u8:1");
     EXPECT_EQ(m_node->value().i32(), 12);
@@ -398,15 +398,15 @@ TEST_F(ValueItemProxyTest, TextThatIsNoJsonIsAnErrorAndRefusedButEmptiesTheNode)
 TEST_F(ValueItemProxyTest, AValueOfAnotherEncodingIsRefusedAndLeavesTheNode)
 {
     HostLinkValueMessage all(MSG_SetState);
-    all.addValueNil(kState);
-    all.addValueUint8(kState, 9);
-    all.addValueUint16(kState, 9);
-    all.addValueUint32(kState, 9);
-    all.addValueInt8(kState, 9);
-    all.addValueInt32(kState, 9);
-    all.addValueInt64(kState, 9);
-    all.addValueString(kState, "{}");
-    all.addValueBin16(kState, {9});
+    all.addValueNil(kValueState);
+    all.addValueUint8(kValueState, 9);
+    all.addValueUint16(kValueState, 9);
+    all.addValueUint32(kValueState, 9);
+    all.addValueInt8(kValueState, 9);
+    all.addValueInt32(kValueState, 9);
+    all.addValueInt64(kValueState, 9);
+    all.addValueString(kValueState, "{}");
+    all.addValueBin16(kValueState, {9});
     for (const Kind kind : kWritable) {
         int accepted = 0;
         for (int i = 0; i < all.size(); ++i) {
@@ -450,7 +450,7 @@ TEST_F(ValueItemProxyTest, TheNodeIsWrittenLaterNeverInsideTheCall)
 {
     setNode(VornValue().setI32(1));
     HostLinkValueMessage reply(MSG_SetStateResponse);
-    proxy(Kind::Uint8VornI32)->setValue(kState, byte(2), 0, &reply);
+    proxy(Kind::Uint8VornI32)->setValue(kValueState, byte(2), 0, &reply);
     EXPECT_EQ(node(), R"({"i32_":1})");
     settle();
     EXPECT_EQ(node(), R"({"i32_":2})");
@@ -476,7 +476,7 @@ TEST_F(ValueItemProxyTest, AnswersUnderTheStateThatIsAskedNotUnderItsOwn)
     proxy(Kind::HostModel)->getValue(State(0x7077), &reply);
     EXPECT_EQ(HostLinkPrinter::printMessage(reply.serialize()),
               "MSG_GetStateResponse 0x7055=u8:0 0x7066=u8:1 0x7077=nil");
-    EXPECT_EQ(own->states(), QList<State>{kState});
+    EXPECT_EQ(own->states(), QList<State>{kValueState});
 }
 
 TEST_F(ValueItemProxyTest, AChangeOfTheNodeIsAChangeOfItsStateOnly)
@@ -486,7 +486,7 @@ TEST_F(ValueItemProxyTest, AChangeOfTheNodeIsAChangeOfItsStateOnly)
     QObject::connect(proxy(Kind::Uint8VornI32), &ValueProxy::valueChanged,
                      [&](const QList<State>& states) { changes.append(states); });
     m_node->setValue(VornValue().setI32(2));
-    EXPECT_EQ(changes, QList<QList<State>>{{kState}});
+    EXPECT_EQ(changes, QList<QList<State>>{{kValueState}});
     m_node->setValue(VornValue().setI32(2));
     EXPECT_EQ(changes.size(), 1);
 }
