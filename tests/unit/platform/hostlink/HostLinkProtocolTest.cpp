@@ -11,6 +11,7 @@
 #include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
 #include "support/I2cBus.h"
+#include "support/LinkMessages.h"
 #include "vocabulary/States.h"
 
 using namespace std::chrono_literals;
