@@ -425,13 +425,20 @@ TEST_F(TcpTunnelingTest, ForAClientThatDoesNotReadNothingIsWrittenAboveTheLimit)
 
     const QByteArray data = randomBytes(32'000, 5);
     qint64 taken = 0;
-    for (; taken < 64 * 1024 * 1024; taken += data.size()) {
-        if (ask(dataFor(0, data)) != "MSG_TcpTunnelReply 1=u8:0") {
-            break;
+    Texts refusals;
+    for (int inARow = 0; inARow < 2 && taken < 64 * 1024 * 1024;) { // the system may take some more later
+        const std::string answer = ask(dataFor(0, data));
+        if (answer == "MSG_TcpTunnelReply 1=u8:0") {
+            taken += data.size();
+            inARow = 0;
+        } else {
+            EXPECT_EQ(answer, "MSG_TcpTunnelReply 1=u8:3");
+            refusals.push_back("Failed to write data to connection: 0, written: 0");
+            ++inARow;
         }
     }
-    EXPECT_EQ(m_log.errors(), Texts{"Failed to write data to connection: 0, written: 0"});
-    EXPECT_EQ(ask(dataFor(0, data)), "MSG_TcpTunnelReply 1=u8:3");
+    EXPECT_GE(refusals.size(), 2U);
+    EXPECT_EQ(m_log.errors(), refusals);
     EXPECT_EQ(ask(dataFor(1, "others go on")), "MSG_TcpTunnelReply 1=u8:0");
     EXPECT_EQ(received(*other, 12), "others go on");
 
