@@ -171,8 +171,8 @@ std::string FileReceiver::objectionTo(const Chunk& chunk)
 
 FileReceiver::Answer FileReceiver::fail(const std::string& reason, Answer answer)
 {
+    m_file.reset(); // who reads the report finds nothing left
     report(Report::Kind::Failed, reason);
-    m_file.reset();
     m_name.clear();
     m_size = 0;
     m_expected = 0;

@@ -372,6 +372,20 @@ TEST_F(FileReceiverTest, AnswersAsAskedForOnce)
     EXPECT_EQ(give(chunk(0, "abcd", false, "song")), answer(0));
 }
 
+TEST_F(FileReceiverTest, WhoIsToldOfAFailureFindsNothingLeft)
+{
+    std::optional<Texts> left;
+    FileReceiver receiver(m_directory, [&](const FileReceiver::Report& report) {
+        if (report.kind == Kind::Failed) {
+            left = files();
+        }
+    });
+    EXPECT_TRUE(receiver.take(chunk(0, "12345", false, "song").serialize(), kNow));
+    EXPECT_EQ(files().size(), 1U);
+    receiver.sessionBegan();
+    EXPECT_EQ(left, Texts{});
+}
+
 TEST_F(FileReceiverTest, AFileThatIsTooLargeEndsItBeforeItFillsTheDisk)
 {
     m_receiver->setLargest(10);
