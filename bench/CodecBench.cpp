@@ -145,19 +145,14 @@ void reportCopy(int count)
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    const std::string codec = argc > 1 ? argv[1] : "own";
-    const std::string what = argc > 2 ? argv[2] : "encode";
-    const int count = argc > 3 ? std::atoi(argv[3]) : 1000000;
-    if (codec == "own") {
-        reportCodec(OwnCodec(), what, count);
-    } else if (codec == "hand") {
-        reportCodec(HandCodec(), what, count);
-    } else {
-        reportCopy(count);
-    }
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "codec_bench: %s\n", error.what());
-    return 1;
+{
+    return runCodecs(argc, argv, [](const std::string& codec, const std::string& what, int count) {
+        if (codec == "hand") {
+            reportCodec(HandCodec(), what, count);
+        } else if (codec == "memcpy") {
+            reportCopy(count);
+        } else {
+            reportCodec(OwnCodec(), what, count);
+        }
+    });
 }
