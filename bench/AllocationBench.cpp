@@ -4,20 +4,16 @@
 //
 // usage: allocation_bench [REQUESTS]
 
-#include <sys/socket.h>
-
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QSocketNotifier>
 #include <functional>
 
 #include "AllocationCount.h"
+#include "LinkedHost.h"
 #include "Processes.h"
-#include "host/Host.h"
-#include "host/HostSession.h"
 #include "modules/hostlink/HostLinkWorker.h"
 #include "platform/hostlink/HostLinkTransportLayer.h"
-#include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
 #include "platform/sdk/CMNode.h"
 #include "platform/sdk/MetaTypes.h"
@@ -27,19 +23,13 @@
 namespace
 {
 
-constexpr State kTenStates[] = {
-    STA_Mute,       STA_MicMute,   STA_DisplayBrightness, STA_MqaState, STA_MaxAmpVolume,
-    STA_VolumeMode, STA_IpAddress, STA_DiracActiveFilter, STA_PlayTime, STA_DeviceName};
-
 /// A host in a process of its own that makes as many requests as it is told to.
 class RequestingHost
 {
 public:
     explicit RequestingHost(const std::string& link)
     {
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, m_ends) != 0) {
-            throw std::runtime_error("socketpair failed");
-        }
+        openPair(m_ends);
         m_server = std::make_unique<Server>(-1, [this, link] { serve(link); });
     }
 
@@ -66,25 +56,19 @@ private:
 
     void serve(const std::string& link)
     {
-        HostLinkPhysicalLayer::Properties properties;
-        properties.setString(HostLinkPhysicalLayer::Device, link);
-        Host host(HostLinkPhysicalLayer::create("unix", properties));
-        HostSession session(host, std::chrono::seconds(5));
+        LinkedHost linked(link);
+        HostSession& session = linked.session;
         session.open();
-        HostLinkUInt16Message subscription(MSG_Subscribe);
-        subscription.addValue(STA_DiracActiveFilter);
-        session.request(subscription.serialize(), HostSession::Repeat::Never);
-        HostLinkUInt16Message get(MSG_GetState);
-        for (const State state : kTenStates) {
-            get.addValue(state);
-        }
+        session.request(messageAbout(MSG_Subscribe, std::array{STA_DiracActiveFilter}),
+                        HostSession::Repeat::Never);
+        const ByteArray get = messageAbout(MSG_GetState, kTenStates);
         for (int requests = 0; read(m_ends[1], &requests, sizeof requests) == sizeof requests;) {
             for (int i = 0; i < requests; ++i) {
-                session.request(get.serialize(), HostSession::Repeat::Never);
+                session.request(get, HostSession::Repeat::Never);
             }
             ByteArray message; // events are taken while there is nothing to ask
             while (requests == 0
-                   && host.receive(&message, host.now() + std::chrono::milliseconds(200))
+                   && linked.host.receive(&message, linked.host.now() + std::chrono::milliseconds(200))
                           == Host::Event::Message) {
             }
             put(m_ends[1], "", 1);
@@ -111,14 +95,6 @@ double allocationsPerRequest(RequestingHost& host, int requests, const std::func
     return (double(more) - double(some)) / requests; // what a run costs whatever its length is left out
 }
 
-HostLinkPhysicalLayer::Properties listening(const std::string& link)
-{
-    HostLinkPhysicalLayer::Properties properties;
-    properties.setString(HostLinkPhysicalLayer::Device, link);
-    properties.setInt(HostLinkPhysicalLayer::Listen, 1);
-    return properties;
-}
-
 ByteArray tenValues()
 {
     HostLinkValueMessage reply(MSG_GetStateResponse);
@@ -138,7 +114,7 @@ double linkAllocations(int requests)
     const BenchDirectory directory;
     const std::string link = directory / "link";
     RequestingHost host(link);
-    HostLinkTransportLayer transport(HostLinkPhysicalLayer::create("unix", listening(link)));
+    HostLinkTransportLayer transport(lineOn(link, true));
     const ByteArray reply = tenValues();
     const ByteArray emptyReply = HostLinkValueMessage(MSG_GetStateResponse).serialize();
     const ByteArray subscribed = HostLinkUInt16Message(MSG_SubscribeResponse).serialize();
@@ -212,9 +188,8 @@ void measureWorker(int requests, double link)
     QCoreApplication application(argc, nullptr);
     setUpLogging("off");
     registerSdkMetaTypes();
-    HostLinkPhysicalLayer::registerType("i2c", [&](const HostLinkPhysicalLayer::Properties&) {
-        return HostLinkPhysicalLayer::create("unix", listening(line));
-    });
+    HostLinkPhysicalLayer::registerType(
+        "i2c", [&](const HostLinkPhysicalLayer::Properties&) { return lineOn(line, true); });
     const ModuleNodes nodes;
     const CMHostLinkWorker worker((QVariantHash()));
     QEventLoop loop;
@@ -230,13 +205,11 @@ void measureWorker(int requests, double link)
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    const int requests = argc > 1 ? std::atoi(argv[1]) : 2000;
-    const double link = linkAllocations(requests);
-    report("get_link", link);
-    measureWorker(requests, link);
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "allocation_bench: %s\n", error.what());
-    return 1;
+{
+    return runBench([&] {
+        const int requests = argc > 1 ? std::atoi(argv[1]) : 2000;
+        const double link = linkAllocations(requests);
+        report("get_link", link);
+        measureWorker(requests, link);
+    });
 }

@@ -70,3 +70,14 @@ void reportCodec(Codec codec, const std::string& what, int count)
         });
     }
 }
+
+/// The main function of a program of codecs, called with CODEC encode|decode [COUNT]; `measure` gets these.
+template <typename Measure>
+int runCodecs(int argc, char** argv, Measure measure)
+{
+    return runBench([&] {
+        const std::string codec = argc > 1 ? argv[1] : "";
+        const std::string what = argc > 2 ? argv[2] : "encode";
+        measure(codec, what, argc > 3 ? std::atoi(argv[3]) : 1000000);
+    });
+}

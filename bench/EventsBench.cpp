@@ -1,139 +1,80 @@
-// Changes of a node's value that reach a subscribed host as events, one message each, as many a second as
-// there can be. The module, in a process and on a core of its own, changes the value without a pause but for
-// what the link's queue asks: while that is more than half full nothing changes. `raw` is a plain loop that
-// writes as many bytes for each event.
+// Changes of nodes' values that reach a subscribed host as events, as many a second as there can be. The
+// module, in a process and on a core of its own, changes the values without a pause but for what the link's
+// queue asks: while that is more than half full nothing changes. `raw` is a plain loop that writes as many
+// bytes for each event.
 //
 // usage: events_bench raw|own [EVENTS [CLIENT_CORE [SERVER_CORE [STATES]]]]     STATES change in turn
 
-#include <sys/socket.h>
-
 #include <QCoreApplication>
 #include <QSocketNotifier>
-#include <cstring>
+#include <QTimer>
 
+#include "ChangingNodes.h"
+#include "LinkedHost.h"
 #include "Trips.h"
-#include "host/Host.h"
-#include "host/HostSession.h"
 #include "modules/hostlink/HostLinkWorker.h"
 #include "platform/hostlink/HostLinkTransportLayer.h"
-#include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
-#include "platform/sdk/CMNode.h"
 #include "platform/sdk/MetaTypes.h"
 #include "runtime/Logging.h"
-#include "vocabulary/Proxies.h"
 
 namespace
 {
 
 constexpr std::size_t kEventBytes = 18; ///< on the line: id, tag, encoding, value, and the frame around it
 constexpr std::size_t kHalfQueue = 128 * 1024;
-constexpr int kChangesAtOnce = 64;
-
-/// Rows of states that show a node which only this program has, each another one.
-std::vector<const ProxyRow*> rowsToChange(std::size_t count)
-{
-    std::vector<const ProxyRow*> rows{
-        &*std::find_if(kProxies.begin(), kProxies.end(), [](const ProxyRow& row) {
-            return row.convert == CMValueItemProxyConvert::Int32VornI32;
-        })};
-    for (const ProxyRow& row : kProxies) {
-        const auto sameNode = [&](const ProxyRow* other) { return other->node == row.node; };
-        if (rows.size() < count && row.proxy == ProxyClass::ValueItemProxy
-            && row.convert != CMValueItemProxyConvert::Uint8InputState
-            && CMPath(*row.node).toString().indexOf("/hostLink/") != 0
-            && std::none_of(rows.begin(), rows.end(), sameNode)) {
-            rows.push_back(&row);
-        }
-    }
-    return rows;
-}
-
-/// The node's value in its turn: another one than in the turn before.
-VornValue valueInTurn(const ProxyRow& row, int turn)
-{
-    switch (*row.convert) {
-    case CMValueItemProxyConvert::Uint8VornBool: return VornValue().setBool(turn % 2 != 0);
-    case CMValueItemProxyConvert::Int64VornI64: return VornValue().setI64(turn);
-    case CMValueItemProxyConvert::Bin16VornString:
-        return VornValue().setString(turn % 2 != 0 ? "odd" : "even");
-    case CMValueItemProxyConvert::Bin16VornValueJson: return VornHash{{"turn", turn}};
-    default: return VornValue().setI32(turn);
-    }
-}
+constexpr std::size_t kChangesAtOnce = 64;
 
 /// The worker on its nodes. It begins with the changes when there is something to read from `go`.
 class Module
 {
 public:
-    Module(const std::string& link, const std::vector<const ProxyRow*>& rows, int events, int go)
-        : m_rows(rows), m_events(events), m_go(go, QSocketNotifier::Read)
+    Module(const std::string& link, const std::vector<State>& states, int turns, int go)
+        : m_turnsAtOnce(1 + int((kChangesAtOnce - 1) / states.size())), m_turns(turns),
+          m_go(go, QSocketNotifier::Read)
     {
         registerSdkMetaTypes();
-        HostLinkPhysicalLayer::Properties properties;
-        properties.setString(HostLinkPhysicalLayer::Device, link);
-        properties.setInt(HostLinkPhysicalLayer::Listen, 1);
-        HostLinkPhysicalLayer::registerType("i2c", [properties](const HostLinkPhysicalLayer::Properties&) {
-            return HostLinkPhysicalLayer::create("unix", properties);
-        });
-        for (const ProxyRow* row : rows) {
-            m_values.push_back(CMValueNode::create(&m_nodes, CMPath(*row->node)));
-            m_values.back()->setValue(valueInTurn(*row, 0));
-        }
+        HostLinkPhysicalLayer::registerType(
+            "i2c", [link](const HostLinkPhysicalLayer::Properties&) { return lineOn(link, true); });
+        m_nodes = std::make_unique<ChangingNodes>(states);
         m_worker = std::make_unique<CMHostLinkWorker>(QVariantHash());
         QObject::connect(&m_go, &QSocketNotifier::activated, [this] {
             m_go.setEnabled(false);
-            change();
+            m_timer.start(0);
         });
+        QObject::connect(&m_timer, &QTimer::timeout, [this] { changeSome(); });
     }
 
 private:
-    void change()
+    /// Comes back after the event loop has done what was posted.
+    void changeSome()
     {
-        for (int done = 0; done < m_events;) {
-            if (HostLinkTransportLayer::live().front().counters.stateQueued > kHalfQueue) {
-                usleep(20);
-                continue;
-            }
-            for (int i = 0; i < kChangesAtOnce && done < m_events; ++i, ++done) {
-                const std::size_t node = std::size_t(done) % m_rows.size();
-                m_values[node]->setValue(valueInTurn(*m_rows[node], 1 + done / int(m_rows.size())));
-            }
+        if (HostLinkTransportLayer::live().front().counters.stateQueued > kHalfQueue) {
+            usleep(20);
+            return;
+        }
+        for (int i = 0; i < m_turnsAtOnce && m_done < m_turns; ++i) {
+            m_nodes->change(++m_done);
+        }
+        if (m_done == m_turns) {
+            m_timer.stop();
         }
     }
 
-    const std::vector<const ProxyRow*> m_rows;
-    const int m_events;
+    const int m_turnsAtOnce;
+    const int m_turns;
+    int m_done = 0;
     QSocketNotifier m_go;
-    CMNodes m_nodes;
-    std::vector<CMValueNode*> m_values;
+    QTimer m_timer;
+    std::unique_ptr<ChangingNodes> m_nodes;
     std::unique_ptr<CMHostLinkWorker> m_worker;
 };
-
-int openPair(int (&ends)[2])
-{
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
-        throw std::runtime_error("socketpair failed");
-    }
-    return ends[0];
-}
-
-template <typename Receive>
-void reportEvents(int events, const Server& server, Receive receive)
-{
-    const double busyBefore = processorSeconds(0) + processorSeconds(server.pid());
-    const auto begin = Clock::now();
-    receive();
-    const double seconds = secondsSince(begin);
-    const double busy = processorSeconds(0) + processorSeconds(server.pid()) - busyBefore;
-    report("events_per_s", events / seconds);
-    report("cpu_us", 1e6 * busy / events);
-}
 
 void measureRaw(const TripArguments& arguments)
 {
     int ends[2];
-    const int end = openPair(ends);
+    openPair(ends);
+    const int end = ends[0];
     const Server server(arguments.serverCore, [&] {
         char event[kEventBytes] = {};
         if (read(ends[1], event, 1) != 1) {
@@ -143,7 +84,7 @@ void measureRaw(const TripArguments& arguments)
         }
         pause();
     });
-    reportEvents(arguments.requests, server, [&] {
+    reportEvents(arguments.requests, [&] {
         std::vector<char> buffer(64 * 1024);
         std::size_t left = std::size_t(arguments.requests) * kEventBytes;
         ssize_t got = write(end, "", 1);
@@ -156,73 +97,62 @@ void measureRaw(const TripArguments& arguments)
     });
 }
 
-void measureOwn(const TripArguments& arguments, std::size_t states)
+void measureOwn(const TripArguments& arguments)
 {
     const BenchDirectory directory;
     const std::string link = directory / "link";
-    const std::vector<const ProxyRow*> rows = rowsToChange(states);
+    const std::vector<State> states = someStates(std::size_t(std::max(1, arguments.states)));
+    const auto told = int(std::count_if(states.begin(), states.end(), [](State state) {
+        return std::find(std::begin(kNeverTold), std::end(kNeverTold), state) == std::end(kNeverTold);
+    }));
+    const int turns = (arguments.requests + told - 1) / told;
     int ends[2];
-    const int go = openPair(ends);
+    openPair(ends);
     const Server server(arguments.serverCore, [&] {
         int argc = 0;
         QCoreApplication application(argc, nullptr);
         setUpLogging("off");
-        const Module module(link, rows, arguments.requests, ends[1]);
+        const Module module(link, states, turns, ends[1]);
         QCoreApplication::exec();
     });
 
-    HostLinkPhysicalLayer::Properties properties;
-    properties.setString(HostLinkPhysicalLayer::Device, link);
-    Host host(HostLinkPhysicalLayer::create("unix", properties));
-    HostSession session(host, std::chrono::seconds(5));
-    session.open();
-    HostLinkUInt16Message subscription(MSG_Subscribe);
-    for (const ProxyRow* row : rows) {
-        subscription.addValue(row->states.front());
-    }
-    session.request(subscription.serialize(), HostSession::Repeat::Never);
+    LinkedHost linked(link);
+    linked.session.open();
+    linked.session.request(messageAbout(MSG_Subscribe, states), HostSession::Repeat::Never);
 
     ByteArray message;
-    const auto nextEvent = [&] {
+    const auto nextEvents = [&] {
         do {
-            if (host.receive(&message, host.now() + std::chrono::seconds(10)) != Host::Event::Message) {
+            if (linked.host.receive(&message, linked.host.now() + std::chrono::seconds(10))
+                != Host::Event::Message) {
                 throw std::runtime_error("events were lost");
             }
         } while (HostLinkMessage::messageId(message) != MSG_StateChanged);
+        return HostLinkValueMessage(message).size();
     };
-    nextEvent(); // the values at the time of the subscription
-    reportEvents(arguments.requests, server, [&] {
-        if (write(go, "", 1) != 1) {
+    nextEvents(); // the values at the time of the subscription
+    int left = turns * told;
+    reportEvents(left, [&] {
+        if (write(ends[0], "", 1) != 1) {
             throw std::runtime_error("the module went away");
         }
-        for (int i = 0; i < arguments.requests; ++i) {
-            nextEvent();
+        while (left > 0) {
+            left -= nextEvents();
         }
     });
-    const std::size_t last = std::size_t(arguments.requests - 1) % rows.size();
-    const HostLinkValueMessage event(message);
-    const bool isLast = event.getTag(0) == rows[last]->states.front()
-                        && (rows.size() > 1 || event.getInt32(0) == arguments.requests);
+    const bool isLast = left == 0 && (told > 1 || HostLinkValueMessage(message).getInt32(0) == turns);
     if (!isLast) {
         throw std::runtime_error("the last event is not that of the last change");
     }
-    report("states", double(rows.size()));
+    report("states", double(states.size()));
+    report("states_told", told);
 }
 
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    TripArguments arguments(argc - 2, argv + 2);
-    arguments.requests = argc > 2 ? arguments.requests : 100000;
-    pinTo(arguments.clientCore);
-    if (argc > 1 && std::strcmp(argv[1], "raw") == 0) {
-        measureRaw(arguments);
-    } else {
-        measureOwn(arguments, argc > 5 ? std::size_t(std::atoi(argv[5])) : 1);
-    }
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "events_bench: %s\n", error.what());
-    return 1;
+{
+    return runTrips(argc, argv, [](const TripArguments& arguments) {
+        arguments.subject == "raw" ? measureRaw(arguments) : measureOwn(arguments);
+    });
 }

@@ -5,24 +5,15 @@
 // usage: get_bench raw|own [REQUESTS [CLIENT_CORE [SERVER_CORE [STATES]]]]
 // environment: HOSTLINK, the program to measure
 
-#include <sys/socket.h>
-
-#include <cstring>
 #include <fstream>
 
+#include "LinkedHost.h"
 #include "Trips.h"
-#include "host/Host.h"
-#include "host/HostSession.h"
-#include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
 #include "vocabulary/Proxies.h"
 
 namespace
 {
-
-constexpr State kTenStates[] = {
-    STA_Mute,       STA_MicMute,   STA_DisplayBrightness, STA_MqaState, STA_MaxAmpVolume,
-    STA_VolumeMode, STA_IpAddress, STA_DiracActiveFilter, STA_PlayTime, STA_DeviceName};
 
 constexpr const char* kProfile = R"({
     "VornPlayerMutePath": {"bool_": true},
@@ -60,9 +51,7 @@ void writeAll(int fd, const std::vector<std::uint8_t>& bytes)
 void measureRaw(const TripArguments& arguments)
 {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
-        throw std::runtime_error("socketpair failed");
-    }
+    openPair(ends);
     std::vector<std::uint8_t> request(kRequestBytes);
     std::vector<std::uint8_t> reply(kReplyBytes);
     const Server server(arguments.serverCore, [&] {
@@ -107,7 +96,7 @@ void checkReply(const ByteArray& bytes, std::size_t states, bool isTen)
     }
 }
 
-void measureOwn(const TripArguments& arguments, const std::string& program, int stateCount)
+void measureOwn(const TripArguments& arguments, const std::string& program)
 {
     const BenchDirectory directory;
     const std::string profile = directory / "profile.json";
@@ -119,19 +108,14 @@ void measureOwn(const TripArguments& arguments, const std::string& program, int 
     pinTo(arguments.clientCore);
     await("module", [&] { return std::filesystem::exists(directory / "api"); });
 
-    HostLinkPhysicalLayer::Properties properties;
-    properties.setString(HostLinkPhysicalLayer::Device, link);
-    Host host(HostLinkPhysicalLayer::create("unix", properties));
-    HostSession(host, std::chrono::seconds(5)).open();
-
-    HostLinkUInt16Message request(MSG_GetState);
-    const std::vector<State> states = statesToAsk(stateCount);
-    for (const State state : states) {
-        request.addValue(state);
-    }
+    LinkedHost linked(link);
+    linked.session.open();
+    Host& host = linked.host;
+    const std::vector<State> states = statesToAsk(arguments.states);
+    const ByteArray request = messageAbout(MSG_GetState, states);
     ByteArray reply;
     const auto trip = [&] {
-        if (!host.send(request.serialize())) {
+        if (!host.send(request)) {
             throw std::runtime_error("the module takes no request");
         }
         do {
@@ -141,10 +125,10 @@ void measureOwn(const TripArguments& arguments, const std::string& program, int 
         } while (HostLinkMessage::messageId(reply) != MSG_GetStateResponse);
     };
     trip();
-    checkReply(reply, states.size(), stateCount == 0);
+    checkReply(reply, states.size(), arguments.states == 0);
     const std::uint64_t bytesBefore = host.counters().bytesReceived;
     trip();
-    if (stateCount == 0 && host.counters().bytesReceived - bytesBefore > kReplyBytes) {
+    if (arguments.states == 0 && host.counters().bytesReceived - bytesBefore > kReplyBytes) {
         throw std::runtime_error("the raw socket would carry less than the link does");
     }
     report("reply_bytes", double(reply.size()));
@@ -154,17 +138,10 @@ void measureOwn(const TripArguments& arguments, const std::string& program, int 
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    const TripArguments arguments(argc - 2, argv + 2);
-    pinTo(arguments.clientCore);
-    if (argc > 1 && std::strcmp(argv[1], "raw") == 0) {
-        measureRaw(arguments);
-        return 0;
-    }
-    const char* program = std::getenv("HOSTLINK");
-    measureOwn(arguments, program != nullptr ? program : HOSTLINK_PROGRAM, argc > 5 ? std::atoi(argv[5]) : 0);
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "get_bench: %s\n", error.what());
-    return 1;
+{
+    return runTrips(argc, argv, [](const TripArguments& arguments) {
+        const char* program = std::getenv("HOSTLINK");
+        arguments.subject == "raw" ? measureRaw(arguments)
+                                   : measureOwn(arguments, program != nullptr ? program : HOSTLINK_PROGRAM);
+    });
 }

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <errno.h>
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -38,6 +40,25 @@ inline double median(std::vector<double> values)
 inline void report(const char* name, double value)
 {
     std::printf("%s\t%.9g\n", name, value);
+}
+
+/// What a program's main does: what goes wrong is said under the program's name, and ends it with 1.
+template <typename Measure>
+int runBench(Measure measure)
+try {
+    measure();
+    return 0;
+} catch (const std::exception& error) {
+    std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, error.what());
+    return 1;
+}
+
+/// Two connected Unix sockets; `flags` are those of a socket's type.
+inline void openPair(int (&ends)[2], int flags = 0)
+{
+    if (socketpair(AF_UNIX, SOCK_STREAM | flags, 0, ends) != 0) {
+        throw std::runtime_error("socketpair failed");
+    }
 }
 
 /// Keeps this process, and those that it starts, on one core; anywhere when it is negative.

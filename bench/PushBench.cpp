@@ -6,16 +6,13 @@
 // usage: push_bench zmodem|xmodem|loop|CHUNK_SIZE [MEGABYTES]      environment: HOSTLINK, the program to
 // measure
 
-#include <sys/socket.h>
-
 #include <cstdlib>
 #include <fstream>
 #include <random>
 
+#include "LinkedHost.h"
 #include "Processes.h"
 #include "host/FileReceiver.h"
-#include "host/Host.h"
-#include "host/HostSession.h"
 #include "runtime/NodeClient.h"
 
 namespace
@@ -91,10 +88,8 @@ public:
         Process module({program, "module", "--link", "unix:" + link, "--api", api, "--state-dir",
                         m_directory / "state"});
         await("module", [&] { return std::filesystem::exists(api); });
-        HostLinkPhysicalLayer::Properties properties;
-        properties.setString(HostLinkPhysicalLayer::Device, link);
-        Host host(HostLinkPhysicalLayer::create("unix", properties));
-        HostSession session(host, std::chrono::seconds(5));
+        LinkedHost linked(link);
+        HostSession& session = linked.session;
         std::string failure;
         bool received = false;
         FileReceiver receiver(m_directory / "in", [&](const FileReceiver::Report& report) {
@@ -127,13 +122,6 @@ public:
     }
 
 private:
-    static void openPair(int (&ends)[2])
-    {
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
-            throw std::runtime_error("socketpair failed");
-        }
-    }
-
     void receiveLoop(int end) const
     {
         std::ofstream to(received(), std::ios::binary);
@@ -173,19 +161,18 @@ private:
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    const std::string subject = argc > 1 ? argv[1] : "32768";
-    const char* program = std::getenv("HOSTLINK");
-    PushBench bench(std::size_t(argc > 2 ? std::atoi(argv[2]) : 64));
-    const Result result =
-        subject == "zmodem"   ? bench.zmodem()
-        : subject == "xmodem" ? bench.xmodem()
-        : subject == "loop"   ? bench.loop()
-                            : bench.push(program != nullptr ? program : HOSTLINK_PROGRAM, std::stoi(subject));
-    report("mb_per_s", result.megabytesPerSecond);
-    report("cpu_ms_per_mb", result.cpuMillisecondsPerMegabyte);
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "push_bench: %s\n", error.what());
-    return 1;
+{
+    return runBench([&] {
+        const std::string subject = argc > 1 ? argv[1] : "32768";
+        const char* program = std::getenv("HOSTLINK");
+        PushBench bench(std::size_t(argc > 2 ? std::atoi(argv[2]) : 64));
+        const Result result =
+            subject == "zmodem"   ? bench.zmodem()
+            : subject == "xmodem" ? bench.xmodem()
+            : subject == "loop"
+                ? bench.loop()
+                : bench.push(program != nullptr ? program : HOSTLINK_PROGRAM, std::stoi(subject));
+        report("mb_per_s", result.megabytesPerSecond);
+        report("cpu_ms_per_mb", result.cpuMillisecondsPerMegabyte);
+    });
 }

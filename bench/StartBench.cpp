@@ -8,8 +8,8 @@
 #include <future>
 #include <thread>
 
+#include "LinkedHost.h"
 #include "Processes.h"
-#include "host/Host.h"
 #include "platform/hostlink/HostLinkTransportLayer.h"
 #include "platform/sdk/MetaTypes.h"
 #include "runtime/EmulatedLine.h"
@@ -25,9 +25,7 @@ constexpr int kAnnouncement = 4;
 
 Clock::time_point receiveAnnouncement(const std::string& link)
 {
-    HostLinkPhysicalLayer::Properties properties;
-    properties.setString(HostLinkPhysicalLayer::Device, link);
-    Host host(HostLinkPhysicalLayer::create("unix", properties));
+    Host host(lineOn(link, false));
     ByteArray message;
     for (int messages = 0; messages < kAnnouncement;) {
         const Host::Event event = host.receive(&message, host.now() + std::chrono::seconds(5));
@@ -75,10 +73,6 @@ void measure()
 } // namespace
 
 int main()
-try {
-    measure();
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "start_bench: %s\n", error.what());
-    return 1;
+{
+    return runBench(measure);
 }

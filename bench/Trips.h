@@ -16,20 +16,34 @@ constexpr std::size_t kReplyBytes = 85;
 /// The values themselves, where a protocol carries bytes.
 constexpr std::size_t kValueBytes = 6 + 4 + 4 + 8 + 20;
 
-/// Arguments of each program that measures trips: [REQUESTS [CLIENT_CORE [SERVER_CORE]]]
+/// Arguments of each program that measures trips or events:
+///     SUBJECT [REQUESTS [CLIENT_CORE [SERVER_CORE [STATES]]]]     only some have states, 0 for the usual
 struct TripArguments {
+    std::string subject;
     int requests = 20000;
     int clientCore = 0;
     int serverCore = 1;
+    int states = 0;
 
-    TripArguments(int count, char** arguments)
+    TripArguments(int argc, char** argv) : subject(argc > 1 ? argv[1] : "")
     {
-        int* const members[] = {&requests, &clientCore, &serverCore};
-        for (int i = 0; i < count && i < 3; ++i) {
-            *members[i] = std::atoi(arguments[i]);
+        int* const members[] = {&requests, &clientCore, &serverCore, &states};
+        for (int i = 0; i < argc - 2 && i < 4; ++i) {
+            *members[i] = std::atoi(argv[i + 2]);
         }
     }
 };
+
+/// The main function of these programs: `measure` gets the arguments, on the client's core.
+template <typename Measure>
+int runTrips(int argc, char** argv, Measure measure)
+{
+    return runBench([&] {
+        const TripArguments arguments(argc, argv);
+        pinTo(arguments.clientCore);
+        measure(arguments);
+    });
+}
 
 /// Makes trips, a tenth of them to warm up, and reports how long one takes and how much processor time the
 /// servers and this process spend on it.
@@ -62,4 +76,13 @@ void reportTrips(int requests, const std::vector<pid_t>& servers, Trip trip)
     report("p99_us", times[times.size() * 99 / 100]);
     report("trips_per_s", requests / seconds);
     report("cpu_us", 1e6 * busy / requests);
+}
+
+/// Reports how many events a second there are; `receive` returns when the last of them has come.
+template <typename Receive>
+void reportEvents(int events, Receive receive)
+{
+    const auto begin = Clock::now();
+    receive();
+    report("events_per_s", events / secondsSince(begin));
 }

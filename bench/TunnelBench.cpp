@@ -11,9 +11,8 @@
 #include <cstdlib>
 #include <thread>
 
+#include "LinkedHost.h"
 #include "Processes.h"
-#include "host/Host.h"
-#include "host/HostSession.h"
 #include "host/TunnelHost.h"
 #include "platform/hostlink/FileDescriptor.h"
 
@@ -130,10 +129,8 @@ Result tunnel(const std::string& program, std::size_t megabytes, int clients)
                     directory / "state", "--tunnel-port", std::to_string(port), "--tunnel-connections",
                     std::to_string(clients)});
     await("module", [&] { return std::filesystem::exists(directory / "api"); });
-    HostLinkPhysicalLayer::Properties properties;
-    properties.setString(HostLinkPhysicalLayer::Device, link);
-    Host host(HostLinkPhysicalLayer::create("unix", properties));
-    HostSession session(host, std::chrono::seconds(5));
+    LinkedHost linked(link);
+    HostSession& session = linked.session;
     std::size_t received = 0;
     TunnelHost end({[&](TunnelHost::Id, const ByteArray& data) { received += data.size(); },
                     [](TunnelHost::Id) {}, [](TunnelHost::Id, const std::string&) {}});
@@ -161,7 +158,7 @@ Result tunnel(const std::string& program, std::size_t megabytes, int clients)
     for (std::thread& sender : senders) {
         sender.join();
     }
-    host.goodbye();
+    linked.host.goodbye();
     module.terminate();
     return {double(megabytes) / seconds, 1000 * (module.wait() + own) / double(megabytes)};
 }
@@ -169,18 +166,16 @@ Result tunnel(const std::string& program, std::size_t megabytes, int clients)
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    const bool isPeer = argc > 1 && argv[1] == std::string("socat");
-    const auto megabytes = std::size_t(argc > 2 ? std::atoi(argv[2]) : 256);
-    const int clients = argc > 3 ? std::atoi(argv[3]) : 1;
-    const char* program = std::getenv("HOSTLINK");
-    const Result result = isPeer
-                              ? socat(megabytes)
-                              : tunnel(program != nullptr ? program : HOSTLINK_PROGRAM, megabytes, clients);
-    report("mb_per_s", result.megabytesPerSecond);
-    report("cpu_ms_per_mb", result.cpuMillisecondsPerMegabyte);
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "tunnel_bench: %s\n", error.what());
-    return 1;
+{
+    return runBench([&] {
+        const bool isPeer = argc > 1 && argv[1] == std::string("socat");
+        const auto megabytes = std::size_t(argc > 2 ? std::atoi(argv[2]) : 256);
+        const int clients = argc > 3 ? std::atoi(argv[3]) : 1;
+        const char* program = std::getenv("HOSTLINK");
+        const Result result =
+            isPeer ? socat(megabytes)
+                   : tunnel(program != nullptr ? program : HOSTLINK_PROGRAM, megabytes, clients);
+        report("mb_per_s", result.megabytesPerSecond);
+        report("cpu_ms_per_mb", result.cpuMillisecondsPerMegabyte);
+    });
 }

@@ -1,6 +1,6 @@
 // Ten values as the bytes of a resource, confirmed requests of libcoap over UDP.
 //
-// usage: coap_trips [REQUESTS [CLIENT_CORE [SERVER_CORE]]]
+// usage: coap_trips udp [REQUESTS [CLIENT_CORE [SERVER_CORE]]]
 
 #include <arpa/inet.h>
 #include <coap3/coap.h>
@@ -55,12 +55,8 @@ coap_response_t take(coap_session_t*, const coap_pdu_t*, const coap_pdu_t* recei
     return COAP_RESPONSE_OK;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
-try {
-    const TripArguments arguments(argc - 1, argv + 1);
-    pinTo(arguments.clientCore);
+void measure(const TripArguments& arguments)
+{
     coap_startup();
     const Server server(arguments.serverCore, serve);
     usleep(100'000); // a datagram to nobody would be repeated seconds later
@@ -82,8 +78,11 @@ try {
             }
         }
     });
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "coap_trips: %s\n", error.what());
-    return 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    return runTrips(argc, argv, measure);
 }

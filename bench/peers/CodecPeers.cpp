@@ -179,19 +179,14 @@ private:
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    const std::string codec = argc > 1 ? argv[1] : "msgpuck";
-    const std::string what = argc > 2 ? argv[2] : "encode";
-    const int count = argc > 3 ? std::atoi(argv[3]) : 1000000;
-    if (codec == "msgpuck") {
-        reportCodec(MsgpuckCodec(), what, count);
-    } else if (codec == "msgpack-c") {
-        reportCodec(MsgpackCodec(), what, count);
-    } else {
-        reportCodec(ProtobufCodec(), what, count);
-    }
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "codec_peers: %s\n", error.what());
-    return 1;
+{
+    return runCodecs(argc, argv, [](const std::string& codec, const std::string& what, int count) {
+        if (codec == "protobuf") {
+            reportCodec(ProtobufCodec(), what, count);
+        } else if (codec == "msgpack-c") {
+            reportCodec(MsgpackCodec(), what, count);
+        } else {
+            reportCodec(MsgpuckCodec(), what, count);
+        }
+    });
 }

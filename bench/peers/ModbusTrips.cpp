@@ -88,13 +88,8 @@ void measureRtu(const TripArguments& arguments)
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    const TripArguments arguments(argc - 2, argv + 2);
-    pinTo(arguments.clientCore);
-    const bool isRtu = argc > 1 && argv[1] == std::string("rtu");
-    isRtu ? measureRtu(arguments) : measureTcp(arguments);
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "modbus_trips: %s\n", error.what());
-    return 1;
+{
+    return runTrips(argc, argv, [](const TripArguments& arguments) {
+        arguments.subject == "rtu" ? measureRtu(arguments) : measureTcp(arguments);
+    });
 }

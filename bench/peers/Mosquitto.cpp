@@ -135,22 +135,15 @@ void measureEvents(const TripArguments& arguments)
         }
     });
     client.waitFor(1);
-    const auto begin = Clock::now();
-    client.waitFor(arguments.requests);
-    report("events_per_s", arguments.requests / secondsSince(begin));
+    reportEvents(arguments.requests, [&] { client.waitFor(arguments.requests); });
 }
 
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    const TripArguments arguments(argc - 2, argv + 2);
-    pinTo(arguments.clientCore);
-    mosquitto_lib_init();
-    const bool isEvents = argc > 1 && argv[1] == std::string("events");
-    isEvents ? measureEvents(arguments) : measureTrips(arguments);
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "mosquitto_peer: %s\n", error.what());
-    return 1;
+{
+    return runTrips(argc, argv, [](const TripArguments& arguments) {
+        mosquitto_lib_init();
+        arguments.subject == "events" ? measureEvents(arguments) : measureTrips(arguments);
+    });
 }

@@ -3,7 +3,6 @@
 //
 // usage: sdbus_peer trips|events [COUNT [CLIENT_CORE [SERVER_CORE]]]
 
-#include <sys/socket.h>
 #include <systemd/sd-bus.h>
 
 #include <cstring>
@@ -115,27 +114,20 @@ void measureEvents(const TripArguments& arguments, const int (&ends)[2])
     while (received == 0) {
         process(bus);
     }
-    const auto begin = Clock::now();
-    while (received < arguments.requests) {
-        process(bus);
-    }
-    report("events_per_s", arguments.requests / secondsSince(begin));
+    reportEvents(arguments.requests, [&] {
+        while (received < arguments.requests) {
+            process(bus);
+        }
+    });
 }
 
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    const TripArguments arguments(argc - 2, argv + 2);
-    pinTo(arguments.clientCore);
-    int ends[2];
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) != 0) {
-        throw std::runtime_error("socketpair failed");
-    }
-    const bool isEvents = argc > 1 && argv[1] == std::string("events");
-    isEvents ? measureEvents(arguments, ends) : measureTrips(arguments, ends);
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "sdbus_peer: %s\n", error.what());
-    return 1;
+{
+    return runTrips(argc, argv, [](const TripArguments& arguments) {
+        int ends[2];
+        openPair(ends, SOCK_NONBLOCK);
+        arguments.subject == "events" ? measureEvents(arguments, ends) : measureTrips(arguments, ends);
+    });
 }

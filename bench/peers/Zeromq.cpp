@@ -64,25 +64,20 @@ void measureEvents(const TripArguments& arguments, const std::string& address)
     check(zmq_setsockopt(socket, ZMQ_SUBSCRIBE, "", 0));
     char event[kEventBytes];
     check(zmq_recv(socket, event, sizeof event, 0));
-    const auto begin = Clock::now();
-    for (int i = 1; i < arguments.requests; ++i) {
-        check(zmq_recv(socket, event, sizeof event, 0));
-    }
-    report("events_per_s", arguments.requests / secondsSince(begin));
+    reportEvents(arguments.requests, [&] {
+        for (int i = 1; i < arguments.requests; ++i) {
+            check(zmq_recv(socket, event, sizeof event, 0));
+        }
+    });
 }
 
 } // namespace
 
 int main(int argc, char** argv)
-try {
-    const TripArguments arguments(argc - 2, argv + 2);
-    pinTo(arguments.clientCore);
-    const BenchDirectory directory;
-    const std::string address = "ipc://" + (directory / "socket");
-    const bool isEvents = argc > 1 && argv[1] == std::string("events");
-    isEvents ? measureEvents(arguments, address) : measureTrips(arguments, address);
-    return 0;
-} catch (const std::exception& error) {
-    std::fprintf(stderr, "zeromq_peer: %s\n", error.what());
-    return 1;
+{
+    return runTrips(argc, argv, [](const TripArguments& arguments) {
+        const BenchDirectory directory;
+        const std::string address = "ipc://" + (directory / "socket");
+        arguments.subject == "events" ? measureEvents(arguments, address) : measureTrips(arguments, address);
+    });
 }

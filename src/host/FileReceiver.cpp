@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "platform/hostlink/DataTransferCrc32.h"
-#include "platform/hostlink/HostLinkValueMessage.h"
 
 namespace
 {
@@ -77,9 +76,9 @@ bool FileReceiver::take(const ByteArray& message, HostLinkTime)
     if (HostLinkMessage::messageId(message) != MSG_DataTransfer) {
         return false;
     }
-    const HostLinkValueMessage values(message);
-    if (!isAbort(values)) {
-        const std::optional<Chunk> chunk = chunkOf(values);
+    m_message.restart(message);
+    if (!isAbort(m_message)) {
+        const std::optional<Chunk> chunk = chunkOf(m_message);
         m_pending = chunk ? answerTo(*chunk) : fail("what came is no chunk");
     } else if (m_file) {
         fail("the module has stopped the transfer");

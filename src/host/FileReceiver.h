@@ -8,8 +8,7 @@
 
 #include "host/HostChannel.h"
 #include "host/ReceivedFile.h"
-
-class HostLinkValueMessage;
+#include "platform/hostlink/HostLinkValueMessage.h"
 
 /// The host's side of data transfer: takes the files that the module pushes and puts each into a directory,
 /// once it is whole. Each chunk is answered with its index; with -1, which ends the transfer, where the host
@@ -70,6 +69,8 @@ private:
     std::uint64_t m_largest = kUsualLargest;
     std::vector<std::uint32_t> m_crc32Table;
     std::multimap<std::uint32_t, Answer> m_failures;
+
+    HostLinkValueMessage m_message{MSG_DataTransfer}; ///< the one that came last
 
     std::unique_ptr<ReceivedFile> m_file;  ///< while a file is under way
     std::string m_name;                    ///< as announced

@@ -228,46 +228,43 @@ void DataTransfer::sendChunk(Status& status, bool resend)
         logUnsendable("m_fileToSend.seek(bytesSent) == true");
         return;
     }
-    const ByteArray data = readChunk(params.chunkSize());
+    readChunk(params.chunkSize());
     if (!resend) {
-        status.setBytesSent(offset + qint64(data.size())).setChunksSent(index + 1);
+        status.setBytesSent(offset + qint64(m_chunk.size())).setChunksSent(index + 1);
     }
-    HostLinkValueMessage message = chunkMessage(index, data, params, resend);
+    fillMessage(index, params, resend);
     logProgress(index, status.chunksTotal() - 1);
-    logChunk(index, status.chunksTotal() - 1, int(data.size()), resend);
+    logChunk(index, status.chunksTotal() - 1, int(m_chunk.size()), resend);
     if (m_fileToSend.atEnd()) {
-        message.addValueNil(FileTag::LastChunk);
+        m_message.addValueNil(FileTag::LastChunk);
         LOG4CPLUS_INFO(hostLinkLogger, "Data transfer: '" << fileName() << "': This was the last chunk");
     }
-    sendMessage(message);
+    sendMessage(m_message);
     m_timer->start();
 }
 
 /// The next bytes of the file, fewer at its end.
-ByteArray DataTransfer::readChunk(qint64 chunkSize)
+void DataTransfer::readChunk(qint64 chunkSize)
 {
-    ByteArray bytes(static_cast<std::size_t>(chunkSize));
-    const qint64 size = m_fileToSend.read(reinterpret_cast<char*>(bytes.data()), chunkSize);
-    bytes.resize(static_cast<std::size_t>(std::max<qint64>(size, 0)));
-    return bytes;
+    m_chunk.resize(static_cast<std::size_t>(chunkSize));
+    const qint64 size = m_fileToSend.read(reinterpret_cast<char*>(m_chunk.data()), chunkSize);
+    m_chunk.resize(static_cast<std::size_t>(std::max<qint64>(size, 0)));
 }
 
-HostLinkValueMessage DataTransfer::chunkMessage(qint64 index, const ByteArray& bytes,
-                                                const Parameters& params, bool resend) const
+void DataTransfer::fillMessage(qint64 index, const Parameters& params, bool resend)
 {
-    HostLinkValueMessage message(MSG_DataTransfer);
+    m_message.restart(MSG_DataTransfer);
     if (index == 0 && !resend) {
-        message.addValueString(FileTag::Name, QFileInfo(params.fileName()).fileName().toStdString());
+        m_message.addValueString(FileTag::Name, QFileInfo(params.fileName()).fileName().toStdString());
     }
-    message.addValueUint32(FileTag::Index, static_cast<std::uint32_t>(index));
-    message.addValueBin16(FileTag::Data, bytes);
+    m_message.addValueUint32(FileTag::Index, static_cast<std::uint32_t>(index));
+    m_message.addValueBin16(FileTag::Data, m_chunk);
     if (params.crc()) {
         const auto tableSize = static_cast<std::uint16_t>(m_crc32Table.size());
-        message.addValueUint32(FileTag::Crc,
-                               dataTransferCalcCrc32(m_crc32Table.data(), tableSize, bytes.data(),
-                                                     static_cast<std::uint32_t>(bytes.size())));
+        const std::uint32_t crc = dataTransferCalcCrc32(m_crc32Table.data(), tableSize, m_chunk.data(),
+                                                        static_cast<std::uint32_t>(m_chunk.size()));
+        m_message.addValueUint32(FileTag::Crc, crc);
     }
-    return message;
 }
 
 void DataTransfer::logProgress(qint64 index, qint64 last)

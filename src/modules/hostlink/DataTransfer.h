@@ -48,9 +48,8 @@ private:
     static Next interpret(int statusResponse, Status& status);
     void finish(Status& status);
     void sendChunk(Status& status, bool resend);
-    ByteArray readChunk(qint64 chunkSize);
-    HostLinkValueMessage chunkMessage(qint64 index, const ByteArray& bytes, const Parameters& params,
-                                      bool resend) const;
+    void readChunk(qint64 chunkSize);
+    void fillMessage(qint64 index, const Parameters& params, bool resend);
     void logProgress(qint64 index, qint64 last);
     void logChunk(qint64 index, qint64 last, int size, bool resend) const;
     void logUnsendable(const char* condition) const;
@@ -61,6 +60,8 @@ private:
     CMValueNode* m_statusNode; ///< of the tree; its value is the whole state of the transfer
     QTimer* m_timer;           ///< since the last chunk; it runs on when the transfer completes
     QFile m_fileToSend;
+    ByteArray m_chunk;                                ///< of the file, read last
+    HostLinkValueMessage m_message{MSG_DataTransfer}; ///< with it
     std::vector<std::uint32_t> m_crc32Table;
     qint32 m_loggedPercent = -1;
 };

@@ -344,37 +344,37 @@ void CMHostLinkWorker::answerGetState(const ByteArray& bytes)
 {
     LOG4CPLUS_DEBUG(hostLinkLogger, "received getStateMessage");
     const HostLinkUInt16Message request(bytes);
-    HostLinkValueMessage reply(MSG_GetStateResponse);
-    for (int i = 0; i < request.size() && !reply.isBeyondAnyLink(); ++i) {
+    m_reply.restart(MSG_GetStateResponse);
+    for (int i = 0; i < request.size() && !m_reply.isBeyondAnyLink(); ++i) {
         const State state = stateAt(request, i);
         if (ValueProxy* proxy = m_proxies.value(state)) {
-            proxy->getValue(state, &reply);
+            proxy->getValue(state, &m_reply);
         } else {
-            reply.addValueNil(state);
+            m_reply.addValueNil(state);
         }
     }
-    sendMessage(reply);
+    sendMessage(m_reply);
 }
 
 void CMHostLinkWorker::answerSetState(const ByteArray& bytes)
 {
     LOG4CPLUS_DEBUG(hostLinkLogger, "received setStateMessage");
-    const HostLinkValueMessage request(bytes);
-    HostLinkValueMessage reply(MSG_SetStateResponse);
-    for (int i = 0; i < request.size(); ++i) {
-        const State state = stateAt(request, i);
+    m_request.restart(bytes);
+    m_reply.restart(MSG_SetStateResponse);
+    for (int i = 0; i < m_request.size(); ++i) {
+        const State state = stateAt(m_request, i);
         if (state == STA_TarkoFactoryReset) {
             LOG4CPLUS_DEBUG(hostLinkLogger, "TarkoFactoryReset received");
             QTimer::singleShot(kFactoryResetDelay, Qt::PreciseTimer, this,
                                &CMHostLinkWorker::on_tarkoFactoryReset);
-            reply.addValueUint8(state, 1);
+            m_reply.addValueUint8(state, 1);
         } else if (ValueProxy* proxy = m_proxies.value(state)) {
-            proxy->setValue(state, request, i, &reply);
+            proxy->setValue(state, m_request, i, &m_reply);
         } else {
-            reply.addValueNil(state);
+            m_reply.addValueNil(state);
         }
     }
-    sendMessage(reply);
+    sendMessage(m_reply);
 }
 
 void CMHostLinkWorker::answerSubscribe(const ByteArray& bytes)
@@ -406,11 +406,11 @@ void CMHostLinkWorker::answerUnsubscribe(const ByteArray& bytes)
 void CMHostLinkWorker::takeHostStates(const ByteArray& bytes)
 {
     LOG4CPLUS_DEBUG(hostLinkLogger, "received state changed event, size " << bytes.size());
-    const HostLinkValueMessage event(bytes);
-    for (int i = 0; i < event.size(); ++i) {
-        const State state = stateAt(event, i);
+    m_request.restart(bytes);
+    for (int i = 0; i < m_request.size(); ++i) {
+        const State state = stateAt(m_request, i);
         if (HostStateValueNode* node = m_hostStateNodes.value(state)) {
-            node->setValue(state, event, i);
+            node->setValue(state, m_request, i);
         } else if (state == STA_HostResubscribe) {
             configureSubscriptions(true);
         } else {
@@ -457,17 +457,17 @@ bool CMHostLinkWorker::unsubscribeStateChange(State state, HostLinkUInt16Message
 void CMHostLinkWorker::on_proxy_changed(const QList<State>& statesChanged)
 {
     HOSTLINK_TRACE_FUNCTION_WITH(stateNames(statesChanged));
-    HostLinkValueMessage event(MSG_StateChanged);
+    m_event.restart(MSG_StateChanged);
     for (const State state : statesChanged) {
-        if (!m_subscribedStates.contains(state) || event.isBeyondAnyLink()) {
+        if (!m_subscribedStates.contains(state) || m_event.isBeyondAnyLink()) {
             continue;
         }
         if (ValueProxy* proxy = m_proxies.value(state)) {
-            proxy->getValue(state, &event);
+            proxy->getValue(state, &m_event);
         }
     }
-    if (event.size() > 0) {
-        sendMessage(event);
+    if (m_event.size() > 0) {
+        sendMessage(m_event);
     }
 }
 

@@ -8,6 +8,7 @@
 
 #include "modules/hostlink/HostLinkMessageHandler.h"
 #include "platform/hostlink/HostLinkMessage.h"
+#include "platform/hostlink/HostLinkValueMessage.h"
 #include "platform/sdk/CMWorker.h"
 #include "vocabulary/States.h"
 
@@ -92,4 +93,9 @@ private:
     void takeHostStates(const ByteArray& bytes);
     void noteSubscribed(const ByteArray& bytes);
     void noteUnsubscribed(const ByteArray& bytes);
+
+    // One is dealt with after another, in memory that is there already.
+    HostLinkValueMessage m_request{MessageId(0)};
+    HostLinkValueMessage m_reply{MessageId(0)};
+    HostLinkValueMessage m_event{MSG_StateChanged};
 };

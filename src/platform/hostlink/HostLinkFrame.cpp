@@ -1,26 +1,15 @@
 #include "platform/hostlink/HostLinkFrame.h"
 
+#include <libdeflate.h>
+
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
 #include "platform/hostlink/BigEndian.h"
-#include "platform/hostlink/DataTransferCrc32.h"
 
 namespace
 {
 constexpr std::size_t kMaxBlock = 254; ///< bytes behind one COBS code
-
-/// The same CRC as that of a file's chunks. At the size of a frame zlib's takes half as long again.
-std::uint32_t crcOf(const std::uint8_t* bytes, std::size_t size)
-{
-    static const std::vector<std::uint32_t> table = [] {
-        std::vector<std::uint32_t> words(dataTransferCrc32TableSize());
-        genDataTransferCrc32Table(words.data(), std::uint16_t(words.size()));
-        return words;
-    }();
-    return dataTransferCalcCrc32(table.data(), std::uint16_t(table.size()), bytes, std::uint32_t(size));
-}
 
 /// COBS: each code byte says how many bytes follow up to the next zero, which it stands for. Returns
 /// the end of what it wrote.
@@ -80,7 +69,7 @@ void HostLinkFrameEncoder::encode(const HostLinkFrame& frame, bool zeroFirst)
         std::memcpy(raw + HostLinkFrame::kHeader, frame.payload, size);
     }
     const std::size_t covered = HostLinkFrame::kHeader + size;
-    writeBigEndian(raw + covered, crcOf(raw, covered));
+    writeBigEndian<std::uint32_t>(raw + covered, libdeflate_crc32(0, raw, covered));
 
     std::uint8_t* to = m_encoded.data();
     if (zeroFirst) {
@@ -135,7 +124,8 @@ bool HostLinkFrameDecoder::decode(const std::uint8_t* bytes, std::size_t size)
         return false;
     }
     const std::size_t covered = decoded - HostLinkFrame::kCrc;
-    if (crcOf(m_decoded.data(), covered) != readBigEndian<std::uint32_t>(m_decoded.data() + covered)) {
+    const auto crc = readBigEndian<std::uint32_t>(m_decoded.data() + covered);
+    if (libdeflate_crc32(0, m_decoded.data(), covered) != crc) {
         return false;
     }
     m_frame.control = m_decoded[0];

@@ -9,8 +9,8 @@
 namespace
 {
 
-constexpr std::size_t kLengthSize = 2; // of text and bytes
 constexpr std::size_t kMaxLength = 0xFFFF;
+constexpr std::size_t kMostKept = 64 * 1024;
 
 /// Bytes behind the encoding, of text and bytes only those that hold the length.
 constexpr std::size_t fixedSize(WireType type)
@@ -25,54 +25,84 @@ constexpr std::size_t fixedSize(WireType type)
     case WireType::I32: return 4;
     case WireType::I64: return 8;
     case WireType::Str:
-    case WireType::Bin: return kLengthSize;
+    case WireType::Bin: return 2;
     }
     return 0;
 }
 
-constexpr std::uint8_t kNoSize = 0xFF;
+constexpr std::uint32_t kNoSize = 0xFFFFFFFF; ///< more than any message has left
 
-/// The same by encoding; kNoSize for what is no encoding.
-constexpr std::array<std::uint8_t, 256> fixedSizes()
+/// Bytes from the tag to where they are fixed, by encoding; kNoSize for what is no encoding.
+constexpr std::array<std::uint32_t, 256> fixedSizes(std::size_t headSize)
 {
-    std::array<std::uint8_t, 256> sizes{};
+    std::array<std::uint32_t, 256> sizes{};
     for (std::size_t encoding = 0; encoding < sizes.size(); ++encoding) {
         const WireType type = wireTypeOfEncoding(std::uint8_t(encoding));
-        sizes[encoding] = type == WireType::None ? kNoSize : std::uint8_t(fixedSize(type));
+        sizes[encoding] = type == WireType::None ? kNoSize : std::uint32_t(headSize + fixedSize(type));
     }
     return sizes;
 }
-constexpr std::array<std::uint8_t, 256> kFixedSizes = fixedSizes();
+
+constexpr bool hasLength(std::uint8_t encoding)
+{
+    return encoding == wireTypeEncoding(WireType::Str) || encoding == wireTypeEncoding(WireType::Bin);
+}
 
 } // namespace
 
-/// Bytes from the tag to the end of the value; 0 when it is cut off or of another format.
-inline std::size_t HostLinkValueMessage::valueSize(const std::uint8_t* value, std::size_t left)
+/// On its own, so that what goes on for each of the few stays short.
+[[gnu::noinline]] void HostLinkValueMessage::Places::appendMore(std::size_t place)
 {
-    if (left < kHeadSize) {
-        return 0;
-    }
-    const std::uint8_t encoding = value[kTagSize];
-    const std::size_t fixed = kFixedSizes[encoding];
-    std::size_t size = kHeadSize + fixed;
-    if (fixed == kNoSize || size > left) {
-        return 0;
-    }
-    if (encoding == wireTypeEncoding(WireType::Str) || encoding == wireTypeEncoding(WireType::Bin)) {
-        size += readBigEndian<std::uint16_t>(value + kHeadSize);
-    }
-    return size <= left ? size : 0;
+    m_more.push_back(std::uint32_t(place));
 }
 
-HostLinkValueMessage::HostLinkValueMessage(ByteArray bytes) : m_bytes(std::move(bytes))
+void HostLinkValueMessage::restart(MessageId id)
 {
+    keepLittle();
+    m_bytes.resize(std::max(m_bytes.size(), kIdSize));
+    writeBigEndian<std::uint16_t>(m_bytes.data(), id);
+    m_size = kIdSize;
+    m_values.clear();
+}
+
+void HostLinkValueMessage::restart(const ByteArray& bytes)
+{
+    keepLittle();
+    m_bytes = bytes;
+    m_values.clear();
+    findValues();
+}
+
+/// Gives back the memory of a long message.
+void HostLinkValueMessage::keepLittle()
+{
+    if (m_bytes.capacity() > kMostKept) {
+        ByteArray().swap(m_bytes);
+    }
+}
+
+/// Up to the first value that is cut off or of another format.
+void HostLinkValueMessage::findValues()
+{
+    static constexpr std::array<std::uint32_t, 256> kFixedSizes = fixedSizes(kHeadSize);
     if (m_bytes.size() < kIdSize) {
         m_bytes.assign(kIdSize, 0);
     }
     const std::uint8_t* const message = m_bytes.data();
     const std::size_t end = m_bytes.size();
     std::size_t at = kIdSize;
-    while (const std::size_t size = valueSize(message + at, end - at)) {
+    while (end - at >= kHeadSize) {
+        const std::uint8_t encoding = message[at + kTagSize];
+        std::size_t size = kFixedSizes[encoding];
+        if (size > end - at) {
+            break;
+        }
+        if (hasLength(encoding)) {
+            size += readBigEndian<std::uint16_t>(message + at + kHeadSize);
+            if (size > end - at) {
+                break;
+            }
+        }
         m_values.append(at);
         at += size;
     }
@@ -82,16 +112,6 @@ HostLinkValueMessage::HostLinkValueMessage(ByteArray bytes) : m_bytes(std::move(
 MessageId HostLinkValueMessage::id() const
 {
     return HostLinkMessage::messageId(m_bytes);
-}
-
-std::string HostLinkValueMessage::getString(int i, bool* ok) const
-{
-    const std::uint8_t* content = contentOf(i, WireType::Str, ok);
-    if (content == nullptr) {
-        return {};
-    }
-    const auto* text = reinterpret_cast<const char*>(content + kLengthSize);
-    return std::string(text, readBigEndian<std::uint16_t>(content));
 }
 
 ByteArray HostLinkValueMessage::getBin16(int i, bool* ok) const
@@ -126,31 +146,31 @@ void HostLinkValueMessage::addValueOf(const HostLinkValueMessage& other, int i)
     std::copy_n(other.m_bytes.data() + begin, end - begin, to);
 }
 
-/// Makes room for values that come, in few steps; what was asked for as bytes had none.
+/// Makes room for values that come, in few steps: behind a long one there is some for short ones. What was
+/// asked for as bytes had none.
 void HostLinkValueMessage::grow()
 {
     const std::size_t room = m_bytes.capacity();
-    m_bytes.resize(std::max(m_size, m_size <= room ? room : 2 * room));
-}
-
-const ByteArray& HostLinkValueMessage::serialize() const
-{
-    m_bytes.resize(m_size);
-    return m_bytes;
+    m_bytes.resize(m_size <= room ? room : std::max(m_size + kUsualBytes, 2 * room));
 }
 
 bool HostLinkValueMessage::addBytes(std::uint16_t tag, WireType type, const std::uint8_t* bytes,
                                     std::size_t size)
 {
     if (size > kMaxLength) {
-        addValueNil(tag);
-        HostLinkLog::write(HostLinkLog::Level::Warning,
-                           HostLinkPrinter::printMessageId(id()) + ": value " + std::to_string(tag) + " of "
-                               + std::to_string(size) + " bytes is too long, sent as nil");
-        return false;
+        return addTooLong(tag, size);
     }
     std::uint8_t* content = appendHead(tag, type, kLengthSize + size);
     writeBigEndian(content, static_cast<std::uint16_t>(size));
     std::copy_n(bytes, size, content + kLengthSize);
     return true;
+}
+
+bool HostLinkValueMessage::addTooLong(std::uint16_t tag, std::size_t size)
+{
+    addValueNil(tag);
+    HostLinkLog::write(HostLinkLog::Level::Warning, HostLinkPrinter::printMessageId(id()) + ": value "
+                                                        + std::to_string(tag) + " of " + std::to_string(size)
+                                                        + " bytes is too long, sent as nil");
+    return false;
 }

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/hostlink/BigEndian.h"
@@ -27,7 +28,12 @@ public:
     }
 
     /// A received message, parsed in one pass. Without an id it is the empty message with id 0.
-    explicit HostLinkValueMessage(ByteArray bytes);
+    explicit HostLinkValueMessage(ByteArray bytes) : m_bytes(std::move(bytes)) { findValues(); }
+
+    /// Makes another message of this one, as the constructors do. Who builds or reads one message after
+    /// another keeps the memory so, up to 64 KiB of it.
+    void restart(MessageId id);
+    void restart(const ByteArray& bytes);
 
     MessageId id() const;
     int size() const { return static_cast<int>(m_values.size()); }
@@ -75,8 +81,19 @@ public:
     {
         return readInteger<std::int64_t>(i, WireType::I64, ok);
     }
-    std::string getString(int i, bool* ok = nullptr) const;
+    std::string getString(int i, bool* ok = nullptr) const { return std::string(getStringView(i, ok)); }
     ByteArray getBin16(int i, bool* ok = nullptr) const;
+
+    /// The same text as getString(), valid until the message is changed or destroyed.
+    std::string_view getStringView(int i, bool* ok = nullptr) const
+    {
+        const std::uint8_t* content = contentOf(i, WireType::Str, ok);
+        if (content == nullptr) {
+            return "";
+        }
+        const auto* text = reinterpret_cast<const char*>(content + kLengthSize);
+        return {text, readBigEndian<std::uint16_t>(content)};
+    }
 
     /// Writers: each appends one value.
     void addValueNil(std::uint16_t tag) { appendHead(tag, WireType::Nil, 0); }
@@ -95,12 +112,19 @@ public:
     /// Appends value i of `other` as it stands, its tag too; nothing when there is none.
     void addValueOf(const HostLinkValueMessage& other, int i);
 
-    const ByteArray& serialize() const override;
+    const ByteArray& serialize() const override
+    {
+        if (m_bytes.size() != m_size) {
+            m_bytes.resize(m_size);
+        }
+        return m_bytes;
+    }
 
 private:
     static constexpr std::size_t kIdSize = 2;
     static constexpr std::size_t kTagSize = 2;
     static constexpr std::size_t kHeadSize = kTagSize + 1; ///< tag and encoding
+    static constexpr std::size_t kLengthSize = 2;          ///< of text and bytes, behind the head
 
     /// A usual reply, ten small values, does not grow.
     static constexpr std::size_t kUsualBytes = kIdSize + 12 * (kHeadSize + sizeof(std::int64_t));
@@ -117,20 +141,26 @@ private:
             if (m_size < kFew) {
                 m_few[m_size] = std::uint32_t(place);
             } else {
-                m_more.push_back(std::uint32_t(place));
+                appendMore(place);
             }
             ++m_size;
+        }
+
+        void clear()
+        {
+            m_size = 0;
+            m_more.clear();
         }
 
     private:
         static constexpr std::size_t kFew = 16;
 
+        void appendMore(std::size_t place);
+
         std::size_t m_size = 0;
         std::array<std::uint32_t, kFew> m_few{}; ///< the first ones
         std::vector<std::uint32_t> m_more;
     };
-
-    static std::size_t valueSize(const std::uint8_t* value, std::size_t left);
 
     static void report(bool* ok, bool result)
     {
@@ -191,7 +221,10 @@ private:
     }
 
     bool addBytes(std::uint16_t tag, WireType type, const std::uint8_t* bytes, std::size_t size);
+    bool addTooLong(std::uint16_t tag, std::size_t size);
     void grow();
+    void findValues();
+    void keepLittle();
 
     mutable ByteArray m_bytes; ///< with room behind the message, which goes when somebody asks for the bytes
     std::size_t m_size;        ///< of the message

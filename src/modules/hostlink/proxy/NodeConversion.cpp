@@ -68,7 +68,9 @@ struct Answer {
 /// A text of the host, which ends at its first zero byte too.
 QString textAt(const HostLinkValueMessage& message, int index, bool* ok)
 {
-    return QString::fromUtf8(message.getString(index, ok).c_str());
+    const std::string_view text = message.getStringView(index, ok);
+    const std::string_view shown = text.substr(0, text.find('\0'));
+    return QString::fromUtf8(shown.data(), static_cast<int>(shown.size()));
 }
 
 /// Whatever text arrives there is a value: a node never keeps what the host meant to replace.

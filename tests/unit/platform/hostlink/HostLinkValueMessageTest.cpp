@@ -374,6 +374,111 @@ TEST(HostLinkValueMessage, CanBeCopiedAndMoved)
     EXPECT_EQ(readAll(moved), readAll(oneOfEach()));
 }
 
+TEST(HostLinkValueMessage, RestartedIsAnotherEmptyMessage)
+{
+    HostLinkValueMessage message = oneOfEach();
+    message.restart(MSG_SetState);
+    EXPECT_EQ(message.id(), MSG_SetState);
+    EXPECT_EQ(message.size(), 0);
+    bool ok = true;
+    EXPECT_EQ(message.getTag(0, &ok), 0);
+    EXPECT_FALSE(ok);
+    EXPECT_EQ(message.serialize(), bytesOf("0001"));
+    message.addValueUint8(1, 5);
+    message.addValueString(2, "a text that is longer than the one before");
+    EXPECT_EQ(message.getUint8(0), 5);
+    EXPECT_EQ(message.getString(1), "a text that is longer than the one before");
+    EXPECT_EQ(readAll(HostLinkValueMessage(message.serialize())), readAll(message));
+}
+
+TEST(HostLinkValueMessage, RestartedAfterMoreValuesThanAFewHoldsNoneOfThem)
+{
+    HostLinkValueMessage message(MSG_StateChanged);
+    for (int i = 0; i < 40; ++i) {
+        message.addValueNil(std::uint16_t(i));
+    }
+    message.restart(MSG_StateChanged);
+    for (int i = 0; i < 20; ++i) {
+        message.addValueUint8(std::uint16_t(100 + i), std::uint8_t(i));
+    }
+    ASSERT_EQ(message.size(), 20);
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(message.getTag(i), 100 + i);
+        EXPECT_EQ(message.getUint8(i), i);
+    }
+}
+
+RC_GTEST_PROP(HostLinkValueMessage, RestartedReadsAnotherMessageAsANewOneWould,
+              (const ByteArray& before, const ByteArray& after))
+{
+    HostLinkValueMessage message(before);
+    message.restart(after);
+    const HostLinkValueMessage fresh(after);
+    RC_ASSERT(message.id() == fresh.id());
+    RC_ASSERT(readAll(message) == readAll(fresh));
+    RC_ASSERT(message.serialize() == fresh.serialize());
+}
+
+TEST(HostLinkValueMessage, CanBeRestartedFromItsOwnBytes)
+{
+    HostLinkValueMessage message = oneOfEach();
+    message.restart(message.serialize());
+    EXPECT_EQ(readAll(message), readAll(oneOfEach()));
+}
+
+TEST(HostLinkValueMessage, RestartedKeepsItsMemory)
+{
+    HostLinkValueMessage message = oneOfEach();
+    const ByteArray bytes = message.serialize();
+    const std::uint8_t* place = message.serialize().data();
+    message.restart(bytes);
+    EXPECT_EQ(message.serialize().data(), place);
+    message.restart(MSG_SetState);
+    message.addValueUint8(1, 5);
+    EXPECT_EQ(message.serialize().data(), place);
+}
+
+TEST(HostLinkValueMessage, RestartedGivesBackTheMemoryOfALongMessage)
+{
+    constexpr std::size_t kMostKept = 64 * 1024;
+    HostLinkValueMessage message(MSG_DataTransfer);
+    message.addValueBin16(1, ByteArray(60'000));
+    message.addValueBin16(2, ByteArray(60'000));
+    message.restart(MSG_DataTransfer);
+    EXPECT_LE(message.serialize().capacity(), kMostKept);
+    HostLinkValueMessage read(ByteArray(200'000));
+    read.restart(bytesOf("0001 0001 CC 05"));
+    EXPECT_LE(read.serialize().capacity(), kMostKept);
+    EXPECT_EQ(read.getUint8(0), 5);
+}
+
+TEST(HostLinkValueMessage, HasRoomForAFewValuesBehindALongOne)
+{
+    HostLinkValueMessage message(MSG_DataTransfer);
+    message.addValueBin16(1, ByteArray(32'768));
+    const std::uint8_t* place = message.serialize().data();
+    message.addValueUint32(2, 7);
+    message.addValueNil(3);
+    EXPECT_EQ(message.serialize().data(), place) << "the long value was copied";
+}
+
+TEST(HostLinkValueMessage, ShowsATextWhereItLies)
+{
+    const HostLinkValueMessage message = received("0001 0001 DA 0003 610062 0002 CC 05");
+    bool ok = false;
+    const std::string_view text = message.getStringView(0, &ok);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(text, std::string_view("a\0b", 3));
+    EXPECT_EQ(text.data(), reinterpret_cast<const char*>(message.serialize().data()) + 7);
+    for (const int i : {1, 2, -1}) {
+        ok = true;
+        const std::string_view none = message.getStringView(i, &ok);
+        EXPECT_FALSE(ok) << i;
+        EXPECT_TRUE(none.empty()) << i;
+        EXPECT_NE(none.data(), nullptr) << i;
+    }
+}
+
 RC_GTEST_PROP(HostLinkValueMessage, GivesBackWhatWasAdded,
               (std::uint16_t tag, std::int8_t i8, std::uint8_t u8, std::uint16_t u16, std::int32_t i32,
                std::uint32_t u32, std::int64_t i64, const std::string& text, const ByteArray& bin))
