@@ -104,7 +104,7 @@ std::uint32_t dataTransferCrc32TableSize()
 
 void genDataTransferCrc32Table(std::uint32_t* table, std::uint16_t size)
 {
-    std::array<std::uint32_t, kSlice> slice;
+    std::array<std::uint32_t, kSlice> slice{};
     for (std::uint32_t byte = 0; byte < kSlice; ++byte) {
         slice[byte] = contributionOf(byte);
     }

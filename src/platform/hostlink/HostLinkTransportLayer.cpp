@@ -56,7 +56,7 @@ public:
     SignalsBlocked& operator=(const SignalsBlocked&) = delete;
 
 private:
-    sigset_t m_before;
+    sigset_t m_before{};
 };
 
 void pollUntil(std::vector<pollfd>& descriptors, HostLinkTime until)
