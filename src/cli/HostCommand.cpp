@@ -169,7 +169,8 @@ ExitStatus sendAndListen(HostSession& session, const ByteArray& bytes, const Hos
                 throw HostError(HostError::Cause::SessionLost, "the module went away");
             }
             return delivered(session);
-        default: return delivered(session);
+        case Host::Event::Interrupted: throw HostError(HostError::Cause::Interrupted, "interrupted");
+        default: break;
         }
     }
 }
@@ -291,7 +292,8 @@ Examples:
   hostlink host send 00020007                 get state 7
   hostlink host send 0042 --timeout 300       a request that no module knows
 
-Exit status: 0 the message was delivered, 2 wrong usage, 3 no link, or the link was lost.)";
+Exit status: 0 the message was delivered, 2 wrong usage, 3 no link, the link was lost, or an interrupt came before
+the time-out.)";
 
 // NOLINTNEXTLINE(cppcoreguidelines-interfaces-global-init): it refers to the requests and does not read them
 const Command kCommands[] = {

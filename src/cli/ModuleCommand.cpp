@@ -71,9 +71,10 @@ ModuleProcess::Settings settingsOf(const ModuleOptions& options, const LinkUrl& 
     return settings;
 }
 
+/// Also of a link that a power target has stopped.
 void printAllStats()
 {
-    for (const HostLinkTransportLayer::Live& each : HostLinkTransportLayer::live()) {
+    for (const HostLinkTransportLayer::Live& each : HostLinkTransportLayer::started()) {
         printStats(each.name, each.counters, false);
     }
 }

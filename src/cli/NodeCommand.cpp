@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 
 #include <QFile>
@@ -6,6 +8,7 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <system_error>
 
 #include "cli/Commands.h"
 #include "cli/InterruptSignals.h"
@@ -22,10 +25,9 @@
 
 namespace
 {
-constexpr std::chrono::seconds kTimeout{10};
-
 struct NodeOptions {
     std::string api;
+    unsigned timeout = 10'000; ///< milliseconds
     bool json = false;
     std::string path;
     std::string text;
@@ -81,8 +83,9 @@ private:
 class NodeCommand
 {
 public:
-    explicit NodeCommand(const NodeOptions& options, int interrupt = -1)
-        : m_options(options), m_path(QString::fromStdString(options.path)), m_client(interrupt)
+    /// `interrupt` and `output` as NodeClient takes them.
+    explicit NodeCommand(const NodeOptions& options, int interrupt = -1, int output = -1)
+        : m_options(options), m_path(QString::fromStdString(options.path)), m_client(interrupt, output)
     {
     }
 
@@ -99,6 +102,8 @@ private:
     /// The result of a call; nothing, and m_status, when there is none.
     std::optional<QVariant> call(const QString& method, const QVariantHash& params);
     bool connect();
+    int watchEnded(const QString& error) const;
+    std::chrono::milliseconds timeout() const { return std::chrono::milliseconds(m_options.timeout); }
     std::string similarNodes();
     void putRecord(QVariantHash fields) const;
     void putValue(const QVariant& value, QVariantHash more = {}) const;
@@ -130,7 +135,7 @@ std::optional<QVariant> NodeCommand::call(const QString& method, const QVariantH
     if (!connect()) {
         return std::nullopt;
     }
-    const std::optional<NodeClient::Answer> answer = m_client.call(method, params, kTimeout, &error);
+    const std::optional<NodeClient::Answer> answer = m_client.call(method, params, timeout(), &error);
     if (!answer) {
         m_status = m_client.interrupted() ? static_cast<int>(Done) : complain(NoLink, error);
         return std::nullopt;
@@ -149,7 +154,7 @@ std::string NodeCommand::similarNodes()
     std::vector<std::string> names;
     if (m_path.startsWith('/')) {
         QString error;
-        const auto paths = m_client.call("list", {}, kTimeout, &error);
+        const auto paths = m_client.call("list", {}, timeout(), &error);
         for (const QString& path : paths ? paths->result.toStringList() : QStringList()) {
             names.push_back(path.toStdString());
         }
@@ -251,6 +256,15 @@ int NodeCommand::watch()
     while (const auto change = m_client.nextNotification(&error)) {
         putValue(change->value("value"), {{"previous", change->value("previous")}});
     }
+    return watchEnded(error);
+}
+
+/// Without a reader it ends as it would with the next line.
+int NodeCommand::watchEnded(const QString& error) const
+{
+    if (m_client.outputGone()) {
+        throw std::system_error(EPIPE, std::generic_category(), "standard output");
+    }
     return m_client.interrupted() ? static_cast<int>(Done) : complain(NoLink, error);
 }
 
@@ -270,7 +284,7 @@ int NodeCommand::watchProgress()
         QString error;
         const auto change = m_client.nextNotification(&error);
         if (!change) {
-            return m_client.interrupted() ? static_cast<int>(Done) : complain(NoLink, error);
+            return watchEnded(error);
         }
         status = VornHash(change->value("value").toHash());
     }
@@ -304,7 +318,7 @@ CLI::App* addMethod(CLI::App* node, const std::shared_ptr<NodeOptions>& options,
 int watchNode(const NodeOptions& options)
 {
     const InterruptSignals interrupts;
-    NodeCommand command(options, interrupts.descriptor());
+    NodeCommand command(options, interrupts.descriptor(), STDOUT_FILENO);
     return options.progress ? command.watchProgress() : command.watch();
 }
 
@@ -337,6 +351,10 @@ void addNodeCommand(CLI::App& app, int* status)
     node->add_option("--api", options->api,
                      "Socket of the module's node API [in the user's run-time directory]")
         ->type_name("SOCKET");
+    node->add_option("--timeout", options->timeout, "Milliseconds to wait for each answer of the module")
+        ->type_name("MS")
+        ->check(CLI::Range(1u, 86'400'000u))
+        ->capture_default_str();
     node->add_flag("--json", options->json, "Print one JSON object a line, values in full");
     node->require_subcommand(1);
     addMethod(node, options, status, "list", "Print the paths of all nodes that begin with PREFIX", "",

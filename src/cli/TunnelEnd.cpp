@@ -93,7 +93,7 @@ void TunnelEnd::readInput()
         return;
     }
     m_unread.append(buffer, static_cast<std::size_t>(size));
-    for (std::size_t end; (end = m_unread.find('\n')) != std::string::npos;) {
+    for (std::size_t end = 0; (end = m_unread.find('\n')) != std::string::npos;) {
         const std::string line = m_unread.substr(0, end);
         m_unread.erase(0, end + 1);
         execute(line);

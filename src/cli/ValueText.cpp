@@ -57,6 +57,7 @@ std::string_view withoutPrefix(std::string_view name)
 std::vector<std::string_view> stateNames()
 {
     std::vector<std::string_view> names;
+    names.reserve(kStates.size());
     for (const StateRow& row : kStates) {
         names.push_back(row.name);
     }

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "vocabulary/States.h"
 
 namespace
 {
@@ -16,15 +18,20 @@ enum Result : std::uint8_t { Done = 0, NoConnection = 2, NotWritten = 3 };
 
 constexpr std::uint16_t kClose = 0; ///< the command, in the high byte
 
+constexpr const char* kBeingClosed = "it is being closed";
+
 constexpr std::chrono::milliseconds kFirstPause{5};
 constexpr std::chrono::milliseconds kLongestPause{160};
 } // namespace
 
 void TunnelHost::write(Id id, const ByteArray& data)
 {
+    if (m_orphans.count(id) != 0) {
+        return m_observer.failed(id, kBeingClosed);
+    }
     Connection& to = connection(id);
     if (to.end != Connection::Stays) {
-        return m_observer.failed(id, "it is being closed");
+        return m_observer.failed(id, kBeingClosed);
     }
     if (to.left() + data.size() > kMostWaiting) {
         return giveUp(id, to, "the client does not read; closing");
@@ -34,7 +41,9 @@ void TunnelHost::write(Id id, const ByteArray& data)
 
 void TunnelHost::close(Id id)
 {
-    connection(id).close();
+    if (m_orphans.count(id) == 0) {
+        connection(id).close();
+    }
 }
 
 void TunnelHost::closeAll()
@@ -64,6 +73,9 @@ TunnelHost::Connection& TunnelHost::connection(Id id)
 bool TunnelHost::take(const ByteArray& message, HostLinkTime now)
 {
     const MessageId id = HostLinkMessage::messageId(message);
+    if (std::exchange(m_nothingTaken, false)) {
+        takeFirst(message);
+    }
     if (id == MSG_TcpTunnel) {
         takeFromModule(HostLinkValueMessage(message));
     } else if (id == MSG_TcpTunnelReply) {
@@ -74,6 +86,25 @@ bool TunnelHost::take(const ByteArray& message, HostLinkTime now)
     return true;
 }
 
+/// A module that has just started says so first of all, and has no clients of before.
+void TunnelHost::takeFirst(const ByteArray& message)
+{
+    if (HostLinkMessage::messageId(message) != MSG_StateChanged
+        || HostLinkValueMessage(message).getTag(0) != STA_SystemUp) {
+        return;
+    }
+    while (!m_orphans.empty()) {
+        forgetOrphan(m_orphans.begin()->first);
+    }
+}
+
+void TunnelHost::forgetOrphan(Id id)
+{
+    if (m_orphans.erase(id) != 0) {
+        m_observer.closed(id);
+    }
+}
+
 void TunnelHost::takeFromModule(const HostLinkValueMessage& message)
 {
     for (int i = 0; i < message.size(); ++i) {
@@ -82,6 +113,7 @@ void TunnelHost::takeFromModule(const HostLinkValueMessage& message)
             const std::uint16_t id = message.getUint16(i, &ok);
             if (ok && id <= 0xFF) {
                 m_connections.erase(static_cast<Id>(id));
+                m_orphans.erase(static_cast<Id>(id));
                 m_observer.closed(static_cast<Id>(id));
             }
             continue;
@@ -91,6 +123,9 @@ void TunnelHost::takeFromModule(const HostLinkValueMessage& message)
             continue;
         }
         const Id id = data.front();
+        if (m_orphans.count(id) != 0) {
+            continue; // there is a hole before it
+        }
         data.erase(data.begin());
         connection(id);
         m_observer.data(id, data);
@@ -105,6 +140,22 @@ void TunnelHost::takeReply(const HostLinkValueMessage& message, HostLinkTime now
     const Request request = m_underWay.front();
     m_underWay.pop_front();
     m_bytesUnderWay -= request.size;
+    if (request.whom == Request::ForConnection) {
+        return takeConnectionsReply(request, message, now);
+    }
+    if (request.whom == Request::ForNobody) {
+        m_module = Module::Same;
+        return;
+    }
+    bool ok = false;
+    if (message.getUint8(0, &ok) != Result::Done || !ok) {
+        forgetOrphan(request.id); // otherwise the notice says when it is gone
+    }
+}
+
+void TunnelHost::takeConnectionsReply(const Request& request, const HostLinkValueMessage& message,
+                                      HostLinkTime now)
+{
     const auto found = m_connections.find(request.id);
     if (found == m_connections.end() || found->second.number != request.number) {
         return; // it is gone, and others may have its id by now
@@ -148,10 +199,8 @@ bool TunnelHost::hasWork(const Connection& connection) const
 
 std::optional<ByteArray> TunnelHost::next(HostLinkTime now)
 {
-    if (!m_orphans.empty()) {
-        const Id id = m_orphans.front();
-        m_orphans.pop_front();
-        return closeCommand(id, 0);
+    if (std::optional<ByteArray> message = nextForOrphans()) {
+        return message;
     }
     // All have their turn, in the order of their ids behind the one that was served last.
     auto each = m_connections.upper_bound(m_lastServed);
@@ -167,9 +216,32 @@ std::optional<ByteArray> TunnelHost::next(HostLinkTime now)
             return pieceOf(id, connection);
         }
         connection.end = Connection::CloseSent;
-        return closeCommand(id, connection.number);
+        m_underWay.push_back({Request::ForConnection, id, connection.number, 0});
+        return closeCommand(id);
     }
     return std::nullopt;
+}
+
+/// Asks for nothing first: what a module says when it starts comes before the answer. Until then an orphan's
+/// id may be that of a new client.
+std::optional<ByteArray> TunnelHost::nextForOrphans()
+{
+    if (m_orphans.empty()) {
+        return std::nullopt;
+    }
+    if (m_module == Module::Unknown) {
+        m_module = Module::Asked;
+        m_underWay.push_back({});
+        return HostLinkValueMessage(MSG_TcpTunnel).serialize();
+    }
+    const auto next =
+        std::find_if(m_orphans.begin(), m_orphans.end(), [](const auto& orphan) { return !orphan.second; });
+    if (m_module == Module::Asked || next == m_orphans.end()) {
+        return std::nullopt;
+    }
+    next->second = true;
+    m_underWay.push_back({Request::ForOrphan, next->first});
+    return closeCommand(next->first);
 }
 
 ByteArray TunnelHost::pieceOf(Id id, Connection& connection)
@@ -180,16 +252,15 @@ ByteArray TunnelHost::pieceOf(Id id, Connection& connection)
     bytes.reserve(size + 1);
     bytes.push_back(id);
     bytes.insert(bytes.end(), begin, begin + static_cast<std::ptrdiff_t>(size));
-    m_underWay.push_back({id, connection.number, size});
+    m_underWay.push_back({Request::ForConnection, id, connection.number, size});
     m_bytesUnderWay += size;
     HostLinkValueMessage message(MSG_TcpTunnel);
     message.addValueBin16(TunnelTag::Data, bytes);
     return message.serialize();
 }
 
-ByteArray TunnelHost::closeCommand(Id id, std::uint64_t number)
+ByteArray TunnelHost::closeCommand(Id id)
 {
-    m_underWay.push_back({id, number, 0});
     HostLinkValueMessage message(MSG_TcpTunnel);
     message.addValueUint16(TunnelTag::Command, static_cast<std::uint16_t>(kClose << 8 | id));
     return message.serialize();
@@ -212,12 +283,16 @@ void TunnelHost::sessionBegan()
 {
     m_underWay.clear();
     m_bytesUnderWay = 0;
-    m_orphans.clear();
-    for (const auto& [id, connection] : m_connections) {
-        m_orphans.push_back(id);
+    m_module = Module::Unknown;
+    m_nothingTaken = true;
+    for (auto& [id, closeSent] : m_orphans) {
+        closeSent = false; // the command may be lost
     }
-    m_connections.clear();
-    for (const Id id : m_orphans) {
+    const std::map<Id, Connection> lost = std::exchange(m_connections, {});
+    for (const auto& [id, connection] : lost) {
+        m_orphans[id] = false;
+    }
+    for (const auto& [id, connection] : lost) {
         m_observer.failed(id, "a new session began; closing");
     }
 }

@@ -44,7 +44,7 @@ public:
     /// Closes all that are known, without what waits for them. hasConnections() is then true until the
     /// module has done so.
     void closeAll();
-    bool hasConnections() const { return !m_connections.empty(); }
+    bool hasConnections() const { return !m_connections.empty() || !m_orphans.empty(); }
 
     bool take(const ByteArray& message, HostLinkTime now) override;
     std::optional<ByteArray> next(HostLinkTime now) override;
@@ -68,24 +68,34 @@ private:
 
     /// A request that the module has not answered yet.
     struct Request {
-        Id id;
-        std::uint64_t number; ///< of its connection
-        std::size_t size;     ///< bytes of its piece, 0 for the command to close
+        enum For { ForConnection, ForOrphan, ForNobody } whom = ForNobody;
+        Id id = 0;
+        std::uint64_t number = 0; ///< of its connection
+        std::size_t size = 0;     ///< bytes of its piece, 0 for the command to close
     };
+
+    /// Whether the module of this session is the one of the session before, with its clients.
+    enum class Module { Unknown, Asked, Same };
 
     Connection& connection(Id id);
     bool hasWork(const Connection& connection) const;
     ByteArray pieceOf(Id id, Connection& connection);
-    ByteArray closeCommand(Id id, std::uint64_t number);
+    static ByteArray closeCommand(Id id);
+    std::optional<ByteArray> nextForOrphans();
+    void forgetOrphan(Id id);
+    void takeFirst(const ByteArray& message);
     void takeFromModule(const HostLinkValueMessage& message);
     void takeReply(const HostLinkValueMessage& message, HostLinkTime now);
+    void takeConnectionsReply(const Request& request, const HostLinkValueMessage& message, HostLinkTime now);
     static void pieceWritten(Connection& connection, std::size_t size);
     void giveUp(Id id, Connection& connection, const std::string& why);
 
     const Observer m_observer;
     std::map<Id, Connection> m_connections;
     std::deque<Request> m_underWay; ///< answers come in the order of requests
-    std::deque<Id> m_orphans;       ///< connections of a former session that are to be closed
+    std::map<Id, bool> m_orphans;   ///< connections of former sessions; true: the command to close is sent
+    Module m_module = Module::Same;
+    bool m_nothingTaken = false; ///< no message has come in this session yet
     std::size_t m_bytesUnderWay = 0;
     std::uint64_t m_lastNumber = 0;
     Id m_lastServed = 0;

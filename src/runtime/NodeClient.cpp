@@ -8,6 +8,7 @@
 #include <QFile>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 #include "platform/sdk/VornJson.h"
 #include "runtime/PeerCredentials.h"
@@ -160,8 +161,9 @@ bool NodeClient::receive(const Deadline& deadline, QString* error)
 bool NodeClient::wait(short events, const Deadline& deadline, QString* error)
 {
     for (;;) {
-        pollfd descriptors[] = {{m_socket, events, 0}, {m_interrupt, POLLIN, 0}};
-        const int ready = ::poll(descriptors, 2, remainingMs(deadline));
+        // What the last one waits for is told without being asked: an error or a hang-up.
+        pollfd descriptors[] = {{m_socket, events, 0}, {m_interrupt, POLLIN, 0}, {m_output, 0, 0}};
+        const int ready = ::poll(descriptors, std::size(descriptors), remainingMs(deadline));
         if (ready < 0 && errno == EINTR) {
             continue;
         }
@@ -172,6 +174,11 @@ bool NodeClient::wait(short events, const Deadline& deadline, QString* error)
         if (descriptors[1].revents != 0) {
             m_interrupted = true;
             *error = "interrupted";
+            return false;
+        }
+        if (descriptors[2].revents != 0) {
+            m_outputGone = true;
+            *error = "nobody reads the output";
             return false;
         }
         return true;

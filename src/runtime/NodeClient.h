@@ -19,8 +19,9 @@ public:
         QVariant result;
     };
 
-    /// Waiting ends when `interrupt`, a descriptor, becomes readable; -1 for none.
-    explicit NodeClient(int interrupt = -1) : m_interrupt(interrupt) {}
+    /// Waiting ends when the descriptor `interrupt` becomes readable, and when nobody reads any more what is
+    /// written to the descriptor `output`, a pipe, a socket or a terminal; -1 for none.
+    explicit NodeClient(int interrupt = -1, int output = -1) : m_interrupt(interrupt), m_output(output) {}
     ~NodeClient();
 
     NodeClient(const NodeClient&) = delete;
@@ -29,17 +30,19 @@ public:
     /// Without success *error says why.
     bool connect(const QString& socket, QString* error);
 
-    /// Nothing, and *error, when no answer came within `timeout`, the module went away or waiting was
-    /// interrupted.
+    /// Nothing, and *error, when no answer came within `timeout`, the module went away or waiting was ended.
     std::optional<Answer> call(const QString& method, const QVariantHash& params,
                                std::chrono::milliseconds timeout, QString* error);
 
     /// Waits for the next notification and gives its parameters. Nothing, and *error, when the module
-    /// went away or waiting was interrupted.
+    /// went away or waiting was ended.
     std::optional<QVariantHash> nextNotification(QString* error);
 
     /// True once waiting was interrupted.
     bool interrupted() const { return m_interrupted; }
+
+    /// True once waiting was ended because nobody reads the output.
+    bool outputGone() const { return m_outputGone; }
 
 private:
     using Deadline = std::optional<std::chrono::steady_clock::time_point>;
@@ -50,9 +53,11 @@ private:
     bool wait(short events, const Deadline& deadline, QString* error);
 
     int m_interrupt;
+    int m_output;
     int m_socket = -1;
     int m_lastId = 0;
     bool m_interrupted = false;
+    bool m_outputGone = false;
     QByteArray m_input;
     QList<QVariantHash> m_notifications;
 };

@@ -64,7 +64,7 @@ private:
 
 struct ProxyRow {
     ProxyStates states;
-    ProxyClass proxy;
+    ProxyClass proxy{};
     std::optional<Node> node;                       ///< nothing where it uses several
     std::optional<CMValueItemProxyConvert> convert; ///< nothing where the class has its own; else one state
 };

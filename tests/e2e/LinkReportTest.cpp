@@ -184,6 +184,24 @@ TEST_F(RuntimeDirectory, ModuleTracesAndTellsItsCountersAtTheEnd)
     expectAllCounters(result.err.substr(result.err.rfind("stats link=")));
 }
 
+TEST_F(RuntimeDirectory, ModuleTellsTheCountersOfALinkThatAPowerTargetHasStopped)
+{
+    Program module({"module", "--stats"});
+    ASSERT_NE(module.waitForLine("ready link="), "");
+    Program attend({"host", "attend"});
+    attend.nextLineWith("a session with the module begins");
+    EXPECT_EQ(Program::run({"node", "set", "VornPowerManagerTargetPath", R"({"powerTarget": {"target": 4}})"})
+                  .status,
+              0);
+    attend.nextLineWith("the module ended the session");
+    EXPECT_EQ(Program::run({"node", "get", "/hostLink/links"}).out, "{\"links\":[]}\n");
+    module.signal(SIGTERM);
+    const ProgramResult result = module.wait();
+    EXPECT_EQ(result.status, 0);
+    expectAllCounters(result.err);
+    EXPECT_EQ(counterIn(result.err, "sessions"), 1);
+}
+
 TEST_F(RuntimeDirectory, AConversationAndALargeTransferAreWholeWhileTheLinkIsCutAllTheTime)
 {
     constexpr int kRounds = 200;

@@ -363,6 +363,29 @@ TEST_F(ModuleNode, WatchEndsWithThreeWhenTheModuleGoesAway)
     EXPECT_EQ(end.err, "hostlink node: the module went away\n");
 }
 
+TEST_F(ModuleNode, WatchEndsWhenNobodyReadsAnyMoreThoughNothingChanges)
+{
+    const auto module = startModule();
+    Program watch({"node", "watch", "VornUIDisplayBrightnessPath"});
+    watch.waitForLine("80");
+    watch.stopReading();
+    EXPECT_EQ(watch.wait().status, -SIGPIPE);
+}
+
+TEST_F(ModuleNode, HowLongAnAnswerIsWaitedForCanBeChosen)
+{
+    const auto module = startModule();
+    EXPECT_EQ(node({"--timeout", "60000", "get", "/player/mute"}).out, "false\n");
+    EXPECT_EQ(node({"--timeout", "0", "get", "/player/mute"}).status, 2);
+    module->signal(SIGSTOP);
+    const auto begin = std::chrono::steady_clock::now();
+    const ProgramResult end = node({"--timeout", "50", "get", "/player/mute"});
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10)) << "the usual time";
+    EXPECT_EQ(end.status, 3);
+    EXPECT_EQ(end.err, "hostlink node: the module does not answer in time\n");
+    module->signal(SIGCONT);
+}
+
 TEST_F(ModuleNode, AWorkerOfAnotherPluginIsRun)
 {
     const auto module = startModule({"--plugin", LAB_WORKER});

@@ -476,6 +476,25 @@ TEST_F(Tunnel, AShutdownClosesTheConnections)
     EXPECT_TRUE(client.awaitClosed());
 }
 
+TEST_F(Tunnel, ClientsOfAModuleThatRestartedAreNotTakenForThoseOfBefore)
+{
+    const auto host = startHost({"--echo"});
+    TcpClient before(m_port);
+    before.say("x");
+    EXPECT_EQ(before.await(1), "x");
+    host->signal(SIGSTOP);
+    m_module->signal(SIGKILL);
+    m_module->wait();
+    SetUp();
+    TcpClient after(m_port);
+    after.say("y"); // waits for the session
+    host->signal(SIGCONT);
+    EXPECT_EQ(after.await(1), "y");
+    after.say("z");
+    EXPECT_EQ(after.await(2), "yz");
+    EXPECT_TRUE(host->waitForError("connection 0: a new session began; closing"));
+}
+
 TEST_F(Tunnel, AHostThatRestartsFindsAWorkingTunnel)
 {
     TcpClient before(m_port);

@@ -71,7 +71,7 @@ private:
 
     struct Portion {
         HostLinkTime arrival;
-        std::size_t size;
+        std::size_t size = 0;
     };
 
     void carry(const std::uint8_t* bytes, std::size_t size, HostLinkTime now, HostLinkDuration pause);

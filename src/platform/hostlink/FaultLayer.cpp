@@ -105,7 +105,7 @@ std::size_t FaultLayer::read(std::uint8_t* to, std::size_t max, HostLinkTime now
 /// Takes over what the layer below has, as far as the line takes it. A line that is cut loses all of it.
 void FaultLayer::pull()
 {
-    std::array<std::uint8_t, kReadSize> bytes;
+    std::array<std::uint8_t, kReadSize> bytes{};
     for (int i = 0; i < kReadsAtOnce && (!m_up || m_layer->lineNumber() == m_lineBelow); ++i) {
         const std::size_t most = m_up ? std::min(bytes.size(), m_in.room(m_now)) : bytes.size();
         const std::size_t size = most == 0 ? 0 : m_layer->read(bytes.data(), most, m_now);

@@ -53,8 +53,8 @@ public:
     std::size_t size() const { return m_size; }
 
 private:
-    std::array<std::uint8_t, HostLinkFrame::kMaxEncoded + 2> m_encoded;
-    std::array<std::uint8_t, HostLinkFrame::kMaxDecoded> m_decoded;
+    std::array<std::uint8_t, HostLinkFrame::kMaxEncoded + 2> m_encoded{};
+    std::array<std::uint8_t, HostLinkFrame::kMaxDecoded> m_decoded{};
     std::size_t m_size = 0;
 };
 
@@ -86,9 +86,9 @@ private:
     void keep(const std::uint8_t* bytes, std::size_t size);
     bool decode(const std::uint8_t* bytes, std::size_t size);
 
-    std::array<std::uint8_t, HostLinkFrame::kMaxEncoded> m_encoded; ///< of a frame that came in parts
+    std::array<std::uint8_t, HostLinkFrame::kMaxEncoded> m_encoded{}; ///< of a frame that came in parts
     std::size_t m_size = 0; ///< bytes of it seen; above the buffer's size when it is too long
-    std::array<std::uint8_t, HostLinkFrame::kMaxDecoded> m_decoded;
+    std::array<std::uint8_t, HostLinkFrame::kMaxDecoded> m_decoded{};
     HostLinkFrame m_frame;
     std::size_t m_damagedSize = 0;
 };

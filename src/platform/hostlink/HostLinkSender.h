@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 
 #include "platform/hostlink/ByteArray.h"
 #include "platform/hostlink/HostLinkFrame.h"
@@ -112,7 +113,8 @@ private:
 
     HostLinkSendQueue m_queues[2];
     std::uint64_t m_credit[2] = {};
-    std::uint32_t m_largest[2];
+    std::uint32_t m_largest[2] = {std::numeric_limits<std::uint32_t>::max(),
+                                  std::numeric_limits<std::uint32_t>::max()};
     std::uint32_t m_unacknowledged[2] = {}; ///< segments of each class
     int m_stateRun = 0;
 

@@ -56,7 +56,7 @@ public:
     SignalsBlocked& operator=(const SignalsBlocked&) = delete;
 
 private:
-    sigset_t m_before;
+    sigset_t m_before{};
 };
 
 void pollUntil(std::vector<pollfd>& descriptors, HostLinkTime until)
@@ -79,13 +79,16 @@ struct HostLinkTransportLayer::Private {
 
     using Transports = std::vector<std::shared_ptr<Private>>;
 
-    /// The running transports of the process.
+    /// The transports of the process, in the order of their starts.
     struct Registry {
         std::mutex mutex;
-        Transports transports;
+        Transports transports; ///< that run
+        std::vector<std::weak_ptr<Private>> started;
     };
     static Registry& registry();
     static Transports allLive();
+    static Transports allStarted();
+    static std::vector<Live> countersOf(const Transports& transports);
     static void addLive(const std::shared_ptr<Private>& transport);
     static void removeLive(const std::shared_ptr<Private>& transport);
 
@@ -226,12 +229,12 @@ HostLinkCounters HostLinkTransportLayer::counters() const
 
 std::vector<HostLinkTransportLayer::Live> HostLinkTransportLayer::live()
 {
-    std::vector<Live> all;
-    for (const std::shared_ptr<Private>& transport : Private::allLive()) {
-        const std::lock_guard lock(transport->mutex);
-        all.push_back({transport->name, transport->port.core().counters()});
-    }
-    return all;
+    return Private::countersOf(Private::allLive());
+}
+
+std::vector<HostLinkTransportLayer::Live> HostLinkTransportLayer::started()
+{
+    return Private::countersOf(Private::allStarted());
 }
 
 void HostLinkTransportLayer::stopAll()
@@ -253,10 +256,37 @@ HostLinkTransportLayer::Private::Transports HostLinkTransportLayer::Private::all
     return registry().transports;
 }
 
+HostLinkTransportLayer::Private::Transports HostLinkTransportLayer::Private::allStarted()
+{
+    Transports all;
+    const std::lock_guard lock(registry().mutex);
+    for (const std::weak_ptr<Private>& each : registry().started) {
+        if (std::shared_ptr<Private> transport = each.lock()) {
+            all.push_back(std::move(transport));
+        }
+    }
+    return all;
+}
+
+std::vector<HostLinkTransportLayer::Live>
+HostLinkTransportLayer::Private::countersOf(const Transports& transports)
+{
+    std::vector<Live> all;
+    for (const std::shared_ptr<Private>& transport : transports) {
+        const std::lock_guard lock(transport->mutex);
+        all.push_back({transport->name, transport->port.core().counters()});
+    }
+    return all;
+}
+
 void HostLinkTransportLayer::Private::addLive(const std::shared_ptr<Private>& transport)
 {
     const std::lock_guard lock(registry().mutex);
     registry().transports.push_back(transport);
+    auto& list = registry().started;
+    list.erase(std::remove_if(list.begin(), list.end(), [](const auto& each) { return each.expired(); }),
+               list.end());
+    list.push_back(transport);
 }
 
 void HostLinkTransportLayer::Private::removeLive(const std::shared_ptr<Private>& transport)

@@ -60,6 +60,9 @@ public:
     /// The transports of the process that run now, in the order of their starts.
     static std::vector<Live> live();
 
+    /// Those that run and those that have stopped, as long as they are not destroyed.
+    static std::vector<Live> started();
+
     /// Stops every transport of the process that still runs. What observers point at may be destroyed
     /// afterwards.
     static void stopAll();

@@ -4,6 +4,7 @@
 
 #include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "vocabulary/States.h"
 
 using namespace std::chrono_literals;
 
@@ -38,6 +39,19 @@ protected:
         EXPECT_TRUE(m_tunnel.take(message.serialize(), m_now));
     }
 
+    void answerQuestion()
+    {
+        EXPECT_TRUE(m_tunnel.take(HostLinkValueMessage(MSG_TcpTunnelReply).serialize(), m_now));
+    }
+
+    /// What a module says first of all.
+    void moduleStarts()
+    {
+        HostLinkValueMessage message(MSG_StateChanged);
+        message.addValueUint8(STA_SystemUp, 1);
+        EXPECT_FALSE(m_tunnel.take(message.serialize(), m_now)) << "it is for others too";
+    }
+
     /// What it sends next, in readable form; empty for nothing.
     std::string sent()
     {
@@ -51,6 +65,8 @@ protected:
         const auto message = m_tunnel.next(m_now);
         return message ? HostLinkValueMessage(*message).getBin16(0).size() - 1 : 0;
     }
+
+    const std::string kQuestion = "MSG_TcpTunnel"; ///< whether the module is still the same
 
     Texts m_seen;
     TunnelHost m_tunnel{{
@@ -266,15 +282,94 @@ TEST_F(TunnelHostTest, ANewSessionClosesWhatMayHaveLostBytes)
     m_tunnel.sessionBegan();
     EXPECT_EQ(m_seen,
               (Texts{"3 failed: a new session began; closing", "7 failed: a new session began; closing"}));
+    m_seen.clear();
+    EXPECT_EQ(sent(), kQuestion);
+    EXPECT_EQ(sent(), "") << "before the answer the module may be another one";
+    answerQuestion();
     EXPECT_EQ(sent(), "MSG_TcpTunnel 2=u16:3");
     EXPECT_EQ(sent(), "MSG_TcpTunnel 2=u16:7");
     EXPECT_EQ(sent(), "");
+    clientSends(3, "behind a hole");
+    EXPECT_EQ(m_seen, Texts{});
+    EXPECT_TRUE(m_tunnel.hasConnections());
+    clientCloses(3);
     reply(0, 2);
     reply(2, 2);
+    EXPECT_EQ(m_seen, (Texts{"3 closed", "7 closed"}));
     EXPECT_FALSE(m_tunnel.hasConnections());
     m_seen.clear();
     m_tunnel.sessionBegan();
     EXPECT_TRUE(m_seen.empty());
+    EXPECT_EQ(sent(), "") << "nobody is left to be asked about";
+}
+
+TEST_F(TunnelHostTest, ClientsOfAModuleThatRestartedAreNotTakenForThoseOfBefore)
+{
+    clientSends(0, "of the old one");
+    m_tunnel.sessionBegan();
+    m_seen.clear();
+    EXPECT_EQ(sent(), kQuestion);
+    moduleStarts();
+    clientSends(0, "of the new one");
+    answerQuestion();
+    EXPECT_EQ(sent(), "") << "it is not closed";
+    m_tunnel.write(0, bytes("hi"));
+    EXPECT_EQ(sent(), "MSG_TcpTunnel 1=bin:006869");
+    reply(0);
+    EXPECT_EQ(m_seen, (Texts{"0 closed", "0 data of the new one"}));
+}
+
+TEST_F(TunnelHostTest, OnlyTheFirstMessageOfASessionSaysThatTheModuleRestarted)
+{
+    clientSends(0, "x");
+    m_tunnel.sessionBegan();
+    EXPECT_EQ(sent(), kQuestion);
+    answerQuestion();
+    moduleStarts(); // a subscription's event
+    EXPECT_EQ(sent(), "MSG_TcpTunnel 2=u16:0");
+}
+
+TEST_F(TunnelHostTest, AClientThatClosedByItselfAfterANewSessionDoesNotTakeTheNextOneAlong)
+{
+    clientSends(0, "x");
+    m_tunnel.sessionBegan();
+    EXPECT_EQ(sent(), kQuestion);
+    clientCloses(0);
+    clientSends(0, "the next one");
+    answerQuestion();
+    EXPECT_EQ(sent(), "");
+    EXPECT_EQ(m_seen.back(), "0 data the next one");
+}
+
+TEST_F(TunnelHostTest, WhatAFormerSessionLeftIsClosedThoughThatWasLostWithTheNextSession)
+{
+    clientSends(0, "x");
+    m_tunnel.sessionBegan();
+    EXPECT_EQ(sent(), kQuestion);
+    answerQuestion();
+    EXPECT_EQ(sent(), "MSG_TcpTunnel 2=u16:0");
+    m_tunnel.sessionBegan();
+    EXPECT_EQ(sent(), kQuestion);
+    answerQuestion();
+    EXPECT_EQ(sent(), "MSG_TcpTunnel 2=u16:0");
+    reply(2, 2);
+    EXPECT_FALSE(m_tunnel.hasConnections());
+}
+
+TEST_F(TunnelHostTest, NothingIsWrittenToAClientOfAFormerSession)
+{
+    clientSends(0, "x");
+    m_tunnel.sessionBegan();
+    EXPECT_EQ(sent(), kQuestion);
+    m_seen.clear();
+    m_tunnel.write(0, bytes("more"));
+    m_tunnel.close(0); // it is closed anyway
+    EXPECT_EQ(m_seen, Texts{"0 failed: it is being closed"});
+    answerQuestion();
+    EXPECT_EQ(sent(), "MSG_TcpTunnel 2=u16:0");
+    EXPECT_EQ(sent(), "");
+    EXPECT_TRUE(m_tunnel.take(HostLinkValueMessage(MSG_TcpTunnelReply).serialize(), m_now));
+    EXPECT_FALSE(m_tunnel.hasConnections()) << "an answer that nobody understands ends it too";
 }
 
 TEST_F(TunnelHostTest, ClosingAllDropsWhatWaits)

@@ -1,6 +1,7 @@
 #include "runtime/NodeApi.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <QTemporaryDir>
 #include <list>
@@ -10,6 +11,7 @@
 #include "platform/sdk/CMNode.h"
 #include "platform/sdk/Paths.h"
 #include "runtime/NodeApiConnection.h"
+#include "support/LogCapture.h"
 #include "unit/runtime/ApiClient.h"
 
 namespace
@@ -52,6 +54,17 @@ protected:
     {
         m_client->send(line + '\n');
         return m_client->message();
+    }
+
+    /// Bytes that a local socket keeps for a reader.
+    static int socketBuffer()
+    {
+        const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        int bytes = 0;
+        socklen_t size = sizeof bytes;
+        EXPECT_EQ(::getsockopt(socket, SOL_SOCKET, SO_SNDBUF, &bytes, &size), 0);
+        ::close(socket);
+        return bytes;
     }
 
     QTemporaryDir m_directory;
@@ -370,13 +383,19 @@ TEST_F(NodeApiTest, AClientThatReadsNothingIsServedNoFurther)
 {
     const QByteArray request = R"({"jsonrpc":"2.0","id":1,"method":"get","params":{"path":"/n"}})"
                                "\n";
-    addNode(CMPath("/n"), VornValue().setString(QString(1000, 'x')));
+    int served = 0;
+    CMValueNode* node = CMValueNode::create(&m_nodes, CMPath("/n"));
+    node->setSource([&] {
+        ++served;
+        return VornValue().setString(QString(1000, 'x'));
+    });
     int sent = 0;
     while (m_client->sendNow(request) == request.size() && sent < 100000) {
         ++sent;
         QCoreApplication::processEvents();
     }
     EXPECT_LT(sent, 100000) << "the module took every request";
+    EXPECT_LE(served, (262'144 + socketBuffer()) / 1000 + 1) << "the socket holds the others";
     ApiClient other(m_path);
     EXPECT_TRUE(other.ask("list").contains("result"));
     for (int i = 0; i < sent; ++i) {
@@ -408,4 +427,26 @@ TEST_F(NodeApiTest, TooManyClientsAreTurnedAway)
 
     clients.pop_back();
     EXPECT_TRUE(waitFor([&] { return ApiClient(m_path).ask("list").contains("result"); }));
+}
+
+TEST_F(NodeApiTest, AClientThatFindsNoDescriptorLeftIsServedWhenThereIsOne)
+{
+    const LogCapture log(log4cplus::TRACE_LOG_LEVEL, "Runtime.NodeApi");
+    EXPECT_TRUE(ask("list").contains("result"));
+    ApiClient waiting(m_path);
+    const int free = ::dup(STDIN_FILENO);
+    ::close(free);
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{rlim_t(free), before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_TRUE(ask("list").contains("result")) << "the others are served";
+    EXPECT_TRUE(waitFor([&] { return !log.warnings().empty(); }));
+    EXPECT_EQ(log.warnings()[0], "cannot accept a client now: Too many open files");
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_TRUE(ask("list").contains("result"));
+    }
+    EXPECT_LT(log.warnings().size(), 50U) << "it pauses";
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_TRUE(waiting.ask("list").contains("result"));
 }

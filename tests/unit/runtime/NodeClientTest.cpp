@@ -119,6 +119,21 @@ TEST_F(NodeClientTest, SaysThatTheModuleWentAway)
     EXPECT_EQ(m_error, "the module went away");
 }
 
+TEST_F(NodeClientTest, AnOutputThatNobodyReadsEndsWaiting)
+{
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    NodeClient client(-1, pipe[1]);
+    ASSERT_TRUE(client.connect(m_path, &m_error));
+    EXPECT_FALSE(client.call("list", {}, 20ms, &m_error)); // nobody runs the event loop
+    EXPECT_FALSE(client.outputGone()) << "somebody may still read";
+    ::close(pipe[0]);
+    EXPECT_FALSE(client.nextNotification(&m_error));
+    EXPECT_TRUE(client.outputGone());
+    EXPECT_FALSE(client.interrupted());
+    ::close(pipe[1]);
+}
+
 TEST_F(NodeClientTest, AnInterruptEndsWaiting)
 {
     int pipe[2];

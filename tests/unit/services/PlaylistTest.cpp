@@ -85,6 +85,8 @@ TEST(Playlist, ComesFromAFileOfUtf8)
     write("[{\"title\": \"\xFF\"}]");
     EXPECT_FALSE(Playlist::load(path, &error).has_value());
     EXPECT_EQ(error, path + " is not UTF-8");
+    EXPECT_FALSE(Playlist::load("/dev/zero", &error).has_value());
+    EXPECT_EQ(error, "/dev/zero has more than 16777216 bytes");
     write("[5]");
     EXPECT_FALSE(Playlist::load(path, &error).has_value());
     EXPECT_EQ(error, path + ": track 1: a track is an object, not 5");

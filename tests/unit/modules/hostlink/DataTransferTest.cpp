@@ -5,6 +5,8 @@
 
 #include <QFile>
 #include <QTemporaryDir>
+#include <filesystem>
+#include <functional>
 #include <numeric>
 
 #include "platform/hostlink/HexText.h"
@@ -30,6 +32,17 @@ class DataTransferTest : public HandlerFixture
 {
 protected:
     DataTransferTest() { m_handler = &m_transfer; }
+
+    /// How many descriptors of this process are of the file.
+    static int descriptorsOf(const QString& path)
+    {
+        int count = 0;
+        for (const auto& each : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone; // the one of this walk
+            count += std::filesystem::read_symlink(each, gone) == path.toStdString() ? 1 : 0;
+        }
+        return count;
+    }
 
     /// A file of bytes that differ all along; its path.
     QString makeFile(const QString& name, int size)
@@ -530,6 +543,111 @@ TEST_F(DataTransferTest, AFileThatShrinksEndsWithEmptyChunks)
     EXPECT_FALSE(status().contains(Status::Error()));
     EXPECT_EQ(status().bytesSent(), 40'000);
     EXPECT_EQ(status().bytesTotal(), 100'000);
+}
+
+TEST_F(DataTransferTest, AFileThatGrowsIsSentUpToItsSizeAtTheStart)
+{
+    const QString path = makeFile("song", 65'536);
+    start(path, 32768);
+    nextChunk();
+    ASSERT_TRUE(QFile::resize(path, 100'000));
+    answer(0);
+    const Chunk last = nextChunk();
+    EXPECT_EQ(last.tags, (std::vector<int>{1, 2})) << "the file goes on behind it";
+    EXPECT_TRUE(last.data == m_content.substr(32768));
+    answer(1);
+    EXPECT_TRUE(nothingSent());
+    EXPECT_FALSE(status().active());
+    EXPECT_FALSE(status().contains(Status::Error()));
+    EXPECT_EQ(status().bytesSent(), 65'536);
+}
+
+TEST_F(DataTransferTest, AFileOfMoreThanFourGigabytesIsCountedInFull)
+{
+    const QString path = m_directory.filePath("large");
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    if (!file.resize(5'368'709'121)) {
+        GTEST_SKIP() << "no room for a file with a hole: " << file.errorString().toStdString();
+    }
+    start(path, 32768);
+    EXPECT_EQ(nextChunk().data, std::string(32768, '\0'));
+    EXPECT_EQ(status().bytesTotal(), 5'368'709'121);
+    EXPECT_EQ(status().chunksTotal(), 163'841);
+    answer(0);
+    EXPECT_EQ(nextChunk().index, 1U);
+}
+
+TEST_F(DataTransferTest, ANameIsSentInUtf8)
+{
+    start(makeFile(QString::fromUtf8("Gr\u00fc\u00dfe \U0001F3B5.flac"), 300), 256);
+    EXPECT_EQ(nextChunk().name, "Gr\u00fc\u00dfe \U0001F3B5.flac");
+}
+
+TEST_F(DataTransferTest, EveryEndClosesTheFile)
+{
+    const QString path = makeFile("song", 1000);
+    const std::pair<const char*, std::function<void()>> ends[] = {
+        {"completed", [&] { answer(7); }},
+        {"failed", [&] { answer(-1); }},
+        {"invalid answer", [&] { answer(-3); }},
+        {"stopped", [] { stop(); }},
+        {"timed out", [&] { m_transfer.on_dataTransferTimer_timeout(); }},
+        {"shut down", [&] { m_transfer.shutdown(); }},
+    };
+    for (const auto& [name, end] : ends) {
+        start(path, 128);
+        ASSERT_TRUE(waitFor([] { return status().chunksSent() == 1; })) << name;
+        EXPECT_EQ(descriptorsOf(path), 1) << name;
+        end();
+        EXPECT_FALSE(status().active()) << name;
+        EXPECT_EQ(descriptorsOf(path), 0) << name;
+    }
+}
+
+TEST_F(DataTransferTest, FilesOfRefusedStartsDoNotPileUp)
+{
+    const QString path = makeFile("song", 1000);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(refusal(startOf(path).setChunkSize(5)), "128 <= chunkSize <= 32768");
+        EXPECT_EQ(descriptorsOf(path), 1) << "the next start closes it";
+    }
+    start(path, 128);
+    nextChunk();
+    EXPECT_EQ(descriptorsOf(path), 1);
+}
+
+TEST_F(DataTransferTest, AStopEndsTheTimeToo)
+{
+    start(makeFile("song", 1000), 128);
+    nextChunk();
+    auto* const timer = m_transfer.findChild<QTimer*>();
+    EXPECT_TRUE(timer->isActive());
+    stop();
+    EXPECT_FALSE(timer->isActive());
+}
+
+TEST_F(DataTransferTest, AStartBeginsWithNothingOfTheTransferBefore)
+{
+    const QString path = makeFile("song", 1000);
+    start(path, 128);
+    nextChunk();
+    answer(-1);
+    ASSERT_TRUE(status().contains(Status::Error()));
+    const CMVoidReply reply = start(path, 128);
+    const Status answered = VornHash(reply.value().toHash());
+    EXPECT_TRUE(answered.active());
+    EXPECT_FALSE(answered.contains(Status::Error()));
+    EXPECT_FALSE(answered.contains(Status::BytesSent()));
+    EXPECT_FALSE(answered.contains(Status::ChunksSent()));
+}
+
+TEST_F(DataTransferTest, AShutdownWhileNothingRunsSaysSoInTheStatus)
+{
+    m_transfer.shutdown();
+    EXPECT_FALSE(status().active());
+    EXPECT_EQ(status().error(), "System is shutting down.");
+    EXPECT_TRUE(nothingSent());
 }
 
 TEST_F(DataTransferTest, AShutdownEndsIt)

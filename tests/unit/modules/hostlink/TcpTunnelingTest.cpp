@@ -2,6 +2,7 @@
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <QTcpServer>
@@ -95,6 +96,9 @@ protected:
         EXPECT_TRUE(waitFor([&] { return client.bytesAvailable() >= size; }));
         return client.readAll();
     }
+
+    /// The tunnel's own ends of its connections.
+    QList<QTcpSocket*> sockets() const { return m_tunnel->findChildren<QTcpSocket*>(); }
 
     static bool isClosed(const QTcpSocket& client) { return client.state() == QTcpSocket::UnconnectedState; }
 
@@ -425,6 +429,7 @@ TEST_F(TcpTunnelingTest, ForAClientThatDoesNotReadNothingIsWrittenAboveTheLimit)
 
     const QByteArray data = randomBytes(32'000, 5);
     qint64 taken = 0;
+    qint64 mostUnsent = 0;
     Texts refusals;
     for (int inARow = 0; inARow < 2 && taken < 64 * 1024 * 1024;) { // the system may take some more later
         const std::string answer = ask(dataFor(0, data));
@@ -436,9 +441,14 @@ TEST_F(TcpTunnelingTest, ForAClientThatDoesNotReadNothingIsWrittenAboveTheLimit)
             refusals.push_back("Failed to write data to connection: 0, written: 0");
             ++inARow;
         }
+        for (const QTcpSocket* const socket : sockets()) {
+            mostUnsent = std::max(mostUnsent, socket->bytesToWrite());
+        }
     }
     EXPECT_GE(refusals.size(), 2U);
     EXPECT_EQ(m_log.errors(), refusals);
+    EXPECT_LE(mostUnsent, 131'072);
+    EXPECT_GT(mostUnsent, 131'072 - data.size()) << "it would have fitted";
     EXPECT_EQ(ask(dataFor(1, "others go on")), "MSG_TcpTunnelReply 1=u8:0");
     EXPECT_EQ(received(*other, 12), "others go on");
 
@@ -471,6 +481,10 @@ TEST_F(TcpTunnelingTest, WhileTheLinkIsFullClientsAreNotRead)
     EXPECT_LE(reads * 8192, 256 * 1024 - kReserve);
     second->write("waits too");
     EXPECT_FALSE(waitFor([&] { return countReads() > reads; }, std::chrono::milliseconds(30)));
+    ASSERT_EQ(sockets().size(), 2);
+    for (const QTcpSocket* const socket : sockets()) {
+        EXPECT_LE(socket->bytesAvailable(), 8192) << "the rest waits in the system's buffers";
+    }
     EXPECT_TRUE(m_transport.writable(MessageClass::State, 100)) << "states go on";
 
     m_line->mend();
@@ -504,6 +518,75 @@ TEST_F(TcpTunnelingTest, AClientThatClosesWhileTheLinkIsFullIsToldBehindItsData)
     m_line->mend();
     EXPECT_EQ(receiveData(0, data.size()), data);
     EXPECT_EQ(receive(), "MSG_TcpTunnel 0=u16:0");
+}
+
+TEST_F(TcpTunnelingTest, WhatTheHostAsksOfAClientThatIsGoneButNotToldYetIsRefusedOrDone)
+{
+    open();
+    const Client other = connectAs(0);
+    Client client = connectAs(1);
+    m_line->cut();
+    other->write(randomBytes(100'000, 10));
+    ASSERT_TRUE(waitFor([&] { return !m_transport.writable(MessageClass::Bulk, 8200); }));
+    m_log.clear();
+    client.reset();
+    ASSERT_TRUE(waitFor([&] {
+        return m_log.count(log4cplus::TRACE_LOG_LEVEL, "Client disconnected: ::ffff:127.0.0.1") > 0;
+    }));
+    EXPECT_TRUE(m_tunnel->handleMessage(MSG_TcpTunnel, dataFor(1, "late")));
+    EXPECT_TRUE(m_tunnel->handleMessage(MSG_TcpTunnel, command(1)));
+    m_line->mend();
+    Texts answers;
+    while (answers.empty() || answers.back() != "MSG_TcpTunnel 0=u16:1") {
+        const std::string message = receive();
+        ASSERT_FALSE(message.empty());
+        if (message.rfind("MSG_TcpTunnel 1=bin:00", 0) != 0) {
+            answers.push_back(message);
+        }
+    }
+    EXPECT_EQ(answers,
+              (Texts{"MSG_TcpTunnelReply 1=u8:3", "MSG_TcpTunnelReply 2=u8:0", "MSG_TcpTunnel 0=u16:1"}));
+}
+
+TEST_F(TcpTunnelingTest, AClientThatFindsNoDescriptorLeftIsTakenWhenThereIsOne)
+{
+    open();
+    const Client first = connectAs(0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(m_port);
+    const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::send(client, "waits", 5, MSG_NOSIGNAL), 5);
+    const int free = ::dup(client);
+    ::close(free);
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{rlim_t(free), before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    first->write("x");
+    EXPECT_EQ(receive(), "MSG_TcpTunnel 1=bin:0078") << "the others go on";
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(receive(), "MSG_TcpTunnel 1=bin:017761697473");
+    ::close(client);
+}
+
+TEST_F(TcpTunnelingTest, ClientsOfIPv6AreTakenToo)
+{
+    open();
+    QTcpServer other;
+    if (!other.listen(QHostAddress::LocalHostIPv6, 0)) {
+        GTEST_SKIP() << "no IPv6 here: " << other.errorString().toStdString();
+    }
+    QTcpSocket client;
+    client.connectToHost(QHostAddress::LocalHostIPv6, m_port);
+    ASSERT_TRUE(waitFor([&] { return client.state() != QTcpSocket::ConnectingState; }));
+    client.write("hello");
+    EXPECT_EQ(receive(), "MSG_TcpTunnel 1=bin:0068656c6c6f");
+    EXPECT_EQ(m_log.count(log4cplus::TRACE_LOG_LEVEL, "New client: ::1"), 1U);
+    EXPECT_EQ(ask(dataFor(0, "hi")), "MSG_TcpTunnelReply 1=u8:0");
+    EXPECT_EQ(received(client, 2), "hi");
 }
 
 TEST_F(TcpTunnelingTest, AShutdownClosesAllAndTakesNoMore)

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -175,6 +176,21 @@ TEST_F(UInputHandlerTest, KeysOfOneMessageAreOneFrameOfEvents)
     const Texts lines{"Received input event", "received input event, key: 115 key action: 1",
                       "received input event, key: 115 key action: 0"};
     EXPECT_EQ(m_log.debugs(), lines);
+}
+
+TEST_F(UInputHandlerTest, AsManyKeysAsAMessageHoldsAreOneFrameToo)
+{
+    constexpr int kKeys = 13'000; // 65,002 bytes, about what the link lets a host send at once
+    UInputHandler& handler = make();
+    HostLinkValueMessage message(MSG_InputEvent);
+    for (int i = 0; i < kKeys; ++i) {
+        message.addValueUint16(1, std::uint16_t(i % 768));
+    }
+    EXPECT_TRUE(handler.handleMessage(MSG_InputEvent, message.serialize()));
+    ASSERT_EQ(m_kernel.m_written.size(), std::size_t(kKeys) + 1);
+    EXPECT_EQ(m_kernel.m_written[kKeys - 1], event(1, (kKeys - 1) % 768 % 256, (kKeys - 1) % 768 / 256, 1));
+    EXPECT_EQ(m_kernel.m_written[kKeys], kSynchronisation);
+    EXPECT_EQ(std::count(m_kernel.m_written.begin(), m_kernel.m_written.end(), kSynchronisation), 1);
 }
 
 TEST_F(UInputHandlerTest, EveryActionButOneIsARelease)

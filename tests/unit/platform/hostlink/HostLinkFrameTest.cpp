@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <random>
 #include <vector>
 
 #include "platform/hostlink/ByteArray.h"
+#include "platform/hostlink/DataTransferCrc32.h"
 
 namespace
 {
@@ -38,6 +40,40 @@ ByteArray encode(const Copy& copy, bool zeroFirst = false)
     HostLinkFrameEncoder encoder;
     encoder.encode(frame, zeroFirst);
     return ByteArray(encoder.data(), encoder.data() + encoder.size());
+}
+
+/// A frame of any length, and the zero behind it.
+ByteArray encodeAny(const Copy& copy)
+{
+    ByteArray raw{copy.control, copy.sequence, copy.acknowledgement};
+    raw.insert(raw.end(), copy.payload.begin(), copy.payload.end());
+    std::array<std::uint32_t, 256> table{};
+    genDataTransferCrc32Table(table.data(), std::uint16_t(table.size()));
+    const std::uint32_t crc = dataTransferCalcCrc32(table.data(), std::uint16_t(table.size()), raw.data(),
+                                                    std::uint32_t(raw.size()));
+    for (const int shift : {24, 16, 8, 0}) {
+        raw.push_back(std::uint8_t(crc >> shift));
+    }
+    ByteArray bytes;
+    std::size_t code = 0; // its place
+    const auto beginBlock = [&] {
+        code = bytes.size();
+        bytes.push_back(1);
+    };
+    beginBlock();
+    for (const std::uint8_t byte : raw) {
+        if (bytes[code] == 0xFF) {
+            beginBlock();
+        }
+        if (byte == 0) {
+            beginBlock();
+        } else {
+            bytes.push_back(byte);
+            ++bytes[code];
+        }
+    }
+    bytes.push_back(0);
+    return bytes;
 }
 
 Copy frameWith(ByteArray payload)
@@ -206,16 +242,19 @@ TEST(HostLinkFrame, AnEndlessFrameIsDroppedAndTheNextOneFound)
 
 TEST(HostLinkFrame, AFrameOneByteTooLongIsDropped)
 {
-    // 509 bytes between zeros that would decode to one byte more than any frame has.
-    ByteArray bytes;
-    for (int i = 0; i < 2; ++i) {
-        bytes.push_back(0xFF);
-        bytes.insert(bytes.end(), 254, 1);
+    // Right but for its length. With zeros its bytes on the line are no more than a frame's may be, without
+    // them they are two more.
+    for (const auto& [content, size] : {std::pair(0x00, 510U), std::pair(0xAA, 512U)}) {
+        const Copy longest = frameWith(ByteArray(501, std::uint8_t(content)));
+        EXPECT_EQ(encodeAny(longest), encode(longest));
+        const ByteArray bytes = encodeAny(frameWith(ByteArray(502, std::uint8_t(content))));
+        EXPECT_EQ(bytes.size(), size + 1);
+        for (const std::size_t portion : {std::size_t(1), std::size_t(509), SIZE_MAX}) {
+            const Decoded decoded = decode(bytes, portion);
+            EXPECT_EQ(decoded.damaged, 1);
+            EXPECT_TRUE(decoded.frames.empty());
+        }
     }
-    bytes.insert(bytes.end(), {2, 1, 0});
-    const Decoded decoded = decode(bytes);
-    EXPECT_EQ(decoded.damaged, 1);
-    EXPECT_TRUE(decoded.frames.empty());
 }
 
 TEST(HostLinkFrame, ShortPiecesAreNoFrames)

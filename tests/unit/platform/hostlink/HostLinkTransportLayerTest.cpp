@@ -686,6 +686,28 @@ TEST(LiveTransports, AreListedWithNamesAndCountersWhileTheyRun)
     EXPECT_TRUE(HostLinkTransportLayer::live().empty());
 }
 
+TEST(StartedTransports, StayListedWithTheirCountersUntilTheyAreDestroyed)
+{
+    EXPECT_TRUE(HostLinkTransportLayer::started().empty());
+    auto [moduleEnd, hostEnd] = memoryLayerPair();
+    End module(std::move(moduleEnd));
+    {
+        End host(std::move(hostEnd));
+        host.transport.start();
+        module.transport.start();
+        ASSERT_NE(host.transport.send(stateMessage(10, 1)), 0);
+        ASSERT_EQ(module.inbox.next(), stateMessage(10, 1));
+        module.transport.stop();
+        host.transport.stop();
+        const std::vector<HostLinkTransportLayer::Live> both = HostLinkTransportLayer::started();
+        ASSERT_EQ(both.size(), 2U);
+        EXPECT_EQ(both[0].counters.messagesSent, 1U);
+        EXPECT_EQ(both[1].counters.messagesReceived, 1U);
+    }
+    ASSERT_EQ(HostLinkTransportLayer::started().size(), 1U);
+    EXPECT_EQ(HostLinkTransportLayer::started()[0].counters.messagesReceived, 1U);
+}
+
 TEST(LiveTransports, CanBeReadWhileOthersWorkStartAndStop)
 {
     std::atomic<bool> done{false};

@@ -232,7 +232,8 @@ TEST(Json, DeepNestingIsAnErrorNotACrash)
 {
     const int depth = 100000;
     failed(QString(depth, '[') + QString(depth, ']'));
-    parsed(QString(500, '[') + QString(500, ']'));
+    failed(QString(1025, '[') + QString(1025, ']'));
+    parsed(QString(1024, '[') + QString(1024, ']'));
 }
 
 TEST(Json, NoErrorPrintsAsNothing)
