@@ -30,7 +30,7 @@ QVariant parse(const QByteArray& bytes, JsonRpc::Error* error)
         return {};
     }
     VornJson::Error syntax;
-    const QVariant json = VornJson::parse(*text, &syntax);
+    QVariant json = VornJson::parse(*text, &syntax);
     if (!syntax.isEmpty()) {
         *error = {JsonRpc::kParseError, syntax.toString()};
     }

@@ -90,9 +90,16 @@ QTcpSocket* TcpTunneling::findSocket(ConnectionId id) const
     return m_connections.key(id, nullptr);
 }
 
+/// Only sockets are connected to the slots that ask. A cast that looks would not know one amid its
+/// destruction.
+QTcpSocket* TcpTunneling::senderSocket() const
+{
+    return static_cast<QTcpSocket*>(sender()); // NOLINT(cppcoreguidelines-pro-type-static-cast-downcast)
+}
+
 void TcpTunneling::on_socket_readyRead()
 {
-    auto* const socket = static_cast<QTcpSocket*>(sender());
+    auto* const socket = senderSocket();
     if (!m_connections.contains(socket)) {
         LOG4CPLUS_ERROR(hostLinkLogger, "Unknown connection ready to read");
         socket->close();
@@ -119,7 +126,7 @@ void TcpTunneling::forward(QTcpSocket* socket)
 
 void TcpTunneling::on_client_disconnected()
 {
-    auto* const socket = static_cast<QTcpSocket*>(sender());
+    auto* const socket = senderSocket();
     LOG4CPLUS_TRACE(hostLinkLogger, "Client disconnected: " << addressOf(socket));
     const bool closesDown = !m_server->isListening();
     if (closesDown || !m_connections.contains(socket) || !mustWait(socket)) {
@@ -148,7 +155,7 @@ void TcpTunneling::remove(QTcpSocket* socket)
 
 void TcpTunneling::on_socket_error(QAbstractSocket::SocketError error)
 {
-    const int id = m_connections.value(static_cast<QTcpSocket*>(sender()));
+    const int id = m_connections.value(senderSocket());
     LOG4CPLUS_DEBUG(hostLinkLogger, "Error occured on connection " << id << ", error: " << error);
 }
 

@@ -50,6 +50,7 @@ private:
         UnknownCommand = 4,
     };
 
+    QTcpSocket* senderSocket() const;
     bool findFreeId(ConnectionId* id) const;
     QTcpSocket* findSocket(ConnectionId id) const;
     Result handleValue(const HostLinkValueMessage& message, int i);

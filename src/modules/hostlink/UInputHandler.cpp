@@ -24,9 +24,9 @@ static_assert(KEY_MAX == 767);
 
 } // namespace
 
-UInputHandler::UInputHandler(QObject* parent, UInputSystem& system) : QObject(parent), m_system(system)
+UInputHandler::UInputHandler(QObject* parent, UInputSystem& system)
+    : QObject(parent), m_system(system), m_device(m_system.open(kUInputPath, O_WRONLY | O_NONBLOCK))
 {
-    m_device = m_system.open(kUInputPath, O_WRONLY | O_NONBLOCK);
     if (m_device < 0) {
         m_device = kNoDevice;
         LOG4CPLUS_ERROR(hostLinkLogger,

@@ -227,6 +227,6 @@ private:
     void keepLittle();
 
     mutable ByteArray m_bytes; ///< with room behind the message, which goes when somebody asks for the bytes
-    std::size_t m_size;        ///< of the message
+    std::size_t m_size = 0;    ///< of the message
     Places m_values;           ///< each value's tag in m_bytes
 };

@@ -125,7 +125,7 @@ std::string SerialLayer::tryOpen()
         return kOccupied;
     }
     std::string remark;
-    const std::string problem = m_settings.apply(m_device, &remark);
+    std::string problem = m_settings.apply(m_device, &remark);
     if (!problem.empty()) {
         return problem;
     }

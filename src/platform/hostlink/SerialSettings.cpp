@@ -98,7 +98,7 @@ std::string SerialSettings::apply(const DeviceNode& device, std::string* remark)
     if (::tcsetattr(device.descriptor(), TCSANOW, &line) != 0) {
         return errno == ENOTTY ? "it is no serial device" : problemWith("set the line up");
     }
-    const std::string rateProblem = applyRate(device, bitRate);
+    std::string rateProblem = applyRate(device, bitRate);
     if (!rateProblem.empty()) {
         return rateProblem;
     }

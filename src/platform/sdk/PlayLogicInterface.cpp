@@ -8,7 +8,7 @@ namespace
 {
 CMVoidReply invoke(const CMPath& path, const VornHash& request = {})
 {
-    const CMVoidReply reply;
+    CMVoidReply reply;
     CMRoot()->invoke(path, request, reply);
     return reply;
 }

@@ -52,7 +52,7 @@ int endOfScalar(const QByteArray& text, int at)
 
 QJsonParseError parseError(QJsonParseError::ParseError code, int offset)
 {
-    QJsonParseError error;
+    QJsonParseError error{};
     error.error = code;
     error.offset = offset;
     return error;
@@ -160,7 +160,7 @@ QVariant parseUnique(const QByteArray& text, VornJson::Error* error)
         return {};
     }
     QJsonParseError failure = parseError(QJsonParseError::NoError, 0);
-    const QVariant value = parseBytes(text, &failure);
+    QVariant value = parseBytes(text, &failure);
     *error = failure.error == QJsonParseError::NoError
                  ? VornJson::Error()
                  : makeError(text, failure.offset, failure.error, failure.errorString());

@@ -24,7 +24,7 @@ CMVoidReply requestRestart()
 {
     VornPowerManagerTarget target;
     target.setTarget(VornPowerManagerTargets::Restart).setReason(VornPowerManagerReasons::Number3);
-    const CMVoidReply reply(new CMReplyData<QVariant>);
+    CMVoidReply reply(new CMReplyData<QVariant>);
     CMRoot()->invoke(VornPowerManagerTargetRequestPath(), target, reply);
     return reply;
 }
