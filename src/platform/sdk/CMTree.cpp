@@ -148,8 +148,8 @@ void CMTree::add(CMNode* node)
 
 void CMTree::remove(CMNode* node)
 {
-    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): who is notified may do anything to the
-    // node
+    // A copy, since who is notified may do anything to the node.
+    // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const CMPath path = node->path();
     m_entries[path].node = nullptr;
     notify(path);
