@@ -2,7 +2,6 @@
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <QTcpServer>
@@ -10,6 +9,7 @@
 #include <random>
 
 #include "support/HandlerFixture.h"
+#include "support/NoDescriptorsLeft.h"
 
 namespace
 {
@@ -559,15 +559,11 @@ TEST_F(TcpTunnelingTest, AClientThatFindsNoDescriptorLeftIsTakenWhenThereIsOne)
     const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     ASSERT_EQ(::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(::send(client, "waits", 5, MSG_NOSIGNAL), 5);
-    const int free = ::dup(client);
-    ::close(free);
-    rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    const rlimit none{rlim_t(free), before.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    first->write("x");
-    EXPECT_EQ(receive(), "MSG_TcpTunnel 1=bin:0078") << "the others go on";
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    {
+        const NoDescriptorsLeft none;
+        first->write("x");
+        EXPECT_EQ(receive(), "MSG_TcpTunnel 1=bin:0078") << "the others go on";
+    }
     EXPECT_EQ(receive(), "MSG_TcpTunnel 1=bin:017761697473");
     ::close(client);
 }
