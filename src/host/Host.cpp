@@ -32,8 +32,11 @@ Host::~Host()
 Host::Event Host::receive(ByteArray* message, HostLinkTime deadline)
 {
     giveBack();
-    for (;;) {
-        m_port.step(now());
+    // What has come in already is handed out before more of it is read.
+    for (bool due = m_port.deadline() <= now();; due = true) {
+        if (due) {
+            m_port.step(now());
+        }
         if (const auto obstacle = this->obstacle()) {
             return *obstacle;
         }
@@ -46,10 +49,10 @@ Host::Event Host::receive(ByteArray* message, HostLinkTime deadline)
             (*change == Event::NewSession ? m_sessionTold : m_endTold) = m_port.core().sessionNumber();
             return *change;
         }
-        if (isReadable(inputNow())) {
+        if (due && isReadable(inputNow())) {
             return Event::Input;
         }
-        if (now() >= deadline) {
+        if (due && now() >= deadline) {
             return Event::TimedOut;
         }
         wait(deadline, inputNow());

@@ -95,6 +95,16 @@ TEST_F(HostTest, CarriesMessagesBothWays)
     EXPECT_EQ(m_message, kEvent);
 }
 
+TEST_F(HostTest, LooksOnceAfterItsDeadline)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    m_module.send(kEvent, m_system.now());
+    m_module.step(m_system.now());
+    EXPECT_EQ(next(host, 0ms), Event::Message);
+    EXPECT_EQ(next(host, 0ms), Event::TimedOut);
+}
+
 TEST_F(HostTest, GivesTheWindowBackForWhatItReceived)
 {
     Host host(line(), -1, m_system);
