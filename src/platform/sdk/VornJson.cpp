@@ -89,7 +89,7 @@ QVariant parseBytes(const QByteArray& text, QJsonParseError* error)
 QString textOf(const QByteArray& string)
 {
     if (!string.contains('\\')) {
-        return QString::fromUtf8(string.constData() + 1, string.size() - 2); // zero bytes and what is behind
+        return QString::fromUtf8(string.mid(1, string.size() - 2));
     }
     return QJsonDocument::fromJson('[' + string + ']').toVariant().toList().value(0).toString();
 }
@@ -151,9 +151,15 @@ VornJson::Error makeError(const QByteArray& text, int offset, int code, const QS
     return {code, before.count('\n') + 1, column, what};
 }
 
-/// As parseBytes(), with keys that are all different.
+/// As parseBytes(), with keys that are all different. A zero byte has to be written as \u0000 (RFC 8259):
+/// Qt's parser takes keys that differ behind one for the same.
 QVariant parseUnique(const QByteArray& text, VornJson::Error* error)
 {
+    const int zero = text.indexOf('\0');
+    if (zero >= 0) {
+        *error = makeError(text, zero, VornJson::Error::kZeroByte, "a zero byte");
+        return {};
+    }
     const int repeated = findRepeatedKey(text);
     if (repeated >= 0) {
         *error = makeError(text, repeated, VornJson::Error::kRepeatedKey, "this object has the key already");

@@ -15,8 +15,9 @@ public:
         Error(int code, int line, int column, QString text);
 
         static constexpr int kRepeatedKey = 1000;
+        static constexpr int kZeroByte = 1001;
 
-        int code() const { return m_code; }     ///< 0 for none, kRepeatedKey, or the parser's own number
+        int code() const { return m_code; }     ///< 0 for none, one of the above, or the parser's own
         int line() const { return m_line; }     ///< from 1
         int column() const { return m_column; } ///< from 1, in characters
         bool isEmpty() const { return m_code == 0; }

@@ -224,8 +224,18 @@ TEST(Json, AKeyThatStandsTwiceInAnObjectIsAnError)
     parsed(R"({"a":{"a":{"b":"a"}},"b":["a",{"a":1},{"a":2}],"A":"a"})");
     parsed(R"({"a\"":1,"a":2,"\"a":3})");
     parsed(R"(["a","a",":a"])");
-    parsed(QString(R"({"a%1b":1,"a%1c":2})").arg(QChar(0)));
-    failed(QString(R"({"a%1b":1,"a%1b":2})").arg(QChar(0)));
+}
+
+TEST(Json, AZeroByteIsAnErrorUnlessItIsEscaped)
+{
+    // The parser underneath would take these keys for the same, and leak a value.
+    const VornJson::Error error = failed(QString("{\"a%1b\":{},\n\"a%1c\":{}}").arg(QChar(0)));
+    EXPECT_EQ(error.code(), VornJson::Error::kZeroByte);
+    EXPECT_EQ(error.toString(), "line 1 column 4: a zero byte");
+    failed(QString("\"%1\"").arg(QChar(0)));
+    EXPECT_EQ(parsed(R"("\u0000")"), QString(QChar(0)));
+    EXPECT_EQ(parsed(R"({"a\u0000b":{},"a\u0000c":{}})").toHash().size(), 2);
+    failed(R"({"a\u0000b":{},"a\u0000b":{}})");
 }
 
 TEST(Json, DeepNestingIsAnErrorNotACrash)
