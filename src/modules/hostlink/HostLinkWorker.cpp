@@ -1,6 +1,7 @@
 #include "modules/hostlink/HostLinkWorker.h"
 
 #include <QFile>
+#include <QMetaMethod>
 #include <QTimer>
 #include <chrono>
 #include <memory>
@@ -198,10 +199,13 @@ CMHostLinkWorker::CMHostLinkWorker(const QVariantHash& config) : CMNodesWorker(c
 void CMHostLinkWorker::startTransport()
 {
     m_transport = createTransport();
-    m_transport->addMessageReceivedObserver([this](const ByteArray& message) {
+    // Found by its name once: to look for it takes longer than to queue the call.
+    const QMetaMethod intake =
+        staticMetaObject.method(staticMetaObject.indexOfSlot("on_message_received(QByteArray)"));
+    m_transport->addMessageReceivedObserver([this, intake](const ByteArray& message) {
         const QByteArray data(reinterpret_cast<const char*>(message.data()),
                               static_cast<int>(message.size()));
-        QMetaObject::invokeMethod(this, "on_message_received", Qt::QueuedConnection, Q_ARG(QByteArray, data));
+        intake.invoke(this, Qt::QueuedConnection, Q_ARG(QByteArray, data));
     });
     m_transport->start();
 }

@@ -30,22 +30,21 @@ constexpr std::size_t fixedSize(WireType type)
     return 0;
 }
 
-constexpr std::uint32_t kNoSize = 0xFFFFFFFF; ///< more than any message has left
-
-/// Bytes from the tag to where they are fixed, by encoding; kNoSize for what is no encoding.
-constexpr std::array<std::uint32_t, 256> fixedSizes(std::size_t headSize)
-{
-    std::array<std::uint32_t, 256> sizes{};
-    for (std::size_t encoding = 0; encoding < sizes.size(); ++encoding) {
-        const WireType type = wireTypeOfEncoding(std::uint8_t(encoding));
-        sizes[encoding] = type == WireType::None ? kNoSize : std::uint32_t(headSize + fixedSize(type));
-    }
-    return sizes;
-}
-
 constexpr bool hasLength(std::uint8_t encoding)
 {
     return encoding == wireTypeEncoding(WireType::Str) || encoding == wireTypeEncoding(WireType::Bin);
+}
+
+/// Bytes of a value with its tag, by encoding; 0 for text, bytes and what is no encoding.
+constexpr std::array<std::uint8_t, 256> fixedSizes(std::size_t headSize)
+{
+    std::array<std::uint8_t, 256> sizes{};
+    for (std::size_t encoding = 0; encoding < sizes.size(); ++encoding) {
+        const WireType type = wireTypeOfEncoding(std::uint8_t(encoding));
+        const bool isFixed = type != WireType::None && !hasLength(std::uint8_t(encoding));
+        sizes[encoding] = isFixed ? std::uint8_t(headSize + fixedSize(type)) : 0;
+    }
+    return sizes;
 }
 
 } // namespace
@@ -84,7 +83,8 @@ void HostLinkValueMessage::keepLittle()
 /// Up to the first value that is cut off or of another format.
 void HostLinkValueMessage::findValues()
 {
-    static constexpr std::array<std::uint32_t, 256> kFixedSizes = fixedSizes(kHeadSize);
+    constexpr std::uint8_t kByte = wireTypeEncoding(WireType::U8);
+    static constexpr std::array<std::uint8_t, 256> kFixedSizes = fixedSizes(kHeadSize);
     if (m_bytes.size() < kIdSize) {
         m_bytes.assign(kIdSize, 0);
     }
@@ -93,15 +93,13 @@ void HostLinkValueMessage::findValues()
     std::size_t at = kIdSize;
     while (end - at >= kHeadSize) {
         const std::uint8_t encoding = message[at + kTagSize];
-        std::size_t size = kFixedSizes[encoding];
-        if (size > end - at) {
-            break;
+        // Most are bytes, and a branch that the processor foresees does not wait for the table.
+        std::size_t size = encoding == kByte ? kHeadSize + 1 : kFixedSizes[encoding];
+        if (size == 0 && end - at >= kHeadSize + kLengthSize && hasLength(encoding)) {
+            size = kHeadSize + kLengthSize + readBigEndian<std::uint16_t>(message + at + kHeadSize);
         }
-        if (hasLength(encoding)) {
-            size += readBigEndian<std::uint16_t>(message + at + kHeadSize);
-            if (size > end - at) {
-                break;
-            }
+        if (size == 0 || size > end - at) {
+            break;
         }
         m_values.append(at);
         at += size;

@@ -172,9 +172,10 @@ private:
     /// Where value i begins, or nullptr when there is none.
     const std::uint8_t* valueAt(int i, bool* ok) const
     {
-        const bool found = i >= 0 && i < size();
+        const auto index = static_cast<std::size_t>(i); // of one below 0 a large number
+        const bool found = index < m_values.size();
         report(ok, found);
-        return found ? m_bytes.data() + m_values[static_cast<std::size_t>(i)] : nullptr;
+        return found ? m_bytes.data() + m_values[index] : nullptr;
     }
 
     /// What follows the encoding of value i, or nullptr when it is not of this type. Nil has no content.
