@@ -6,7 +6,6 @@
 #include <fstream>
 #include <memory>
 #include <random>
-#include <sstream>
 
 #include "e2e/ModuleFixture.h"
 #include "support/Texts.h"
@@ -50,12 +49,7 @@ protected:
     }
 
     std::string settingsFile() const { return directory() + "/state/settings.json"; }
-    std::string settings() const
-    {
-        std::ostringstream text;
-        text << std::ifstream(settingsFile()).rdbuf();
-        return text.str();
-    }
+    std::string settings() const { return contentOf(settingsFile()); }
 };
 } // namespace
 

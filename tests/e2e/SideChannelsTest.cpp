@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <sstream>
 #include <tuple>
 
 #include "e2e/ModuleFixture.h"
@@ -27,14 +26,6 @@ std::string randomBytes(std::size_t size, unsigned seed)
         byte = char(random());
     }
     return bytes;
-}
-
-std::string contentOf(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
 }
 } // namespace
 

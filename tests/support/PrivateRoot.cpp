@@ -46,13 +46,14 @@ void writeProgram(const std::string& name, const std::string& lines)
     fs::permissions(program, fs::perms::owner_all);
 }
 
-TemporaryMount::TemporaryMount(std::string path) : m_path(std::move(path))
+TemporaryMount::TemporaryMount(std::string path, std::size_t bytes) : m_path(std::move(path))
 {
     if (!isInPrivateRoot()) {
         throw std::logic_error("mounts are for private roots");
     }
     fs::create_directories(m_path);
-    if (::mount("tmpfs", m_path.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0) {
+    const std::string options = bytes == 0 ? "mode=0755" : "mode=0755,size=" + std::to_string(bytes);
+    if (::mount("tmpfs", m_path.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()) != 0) {
         fail("mounting " + m_path);
     }
 }

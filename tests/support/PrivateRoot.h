@@ -29,7 +29,8 @@ void writeProgram(const std::string& name, const std::string& lines);
 class TemporaryMount
 {
 public:
-    explicit TemporaryMount(std::string path);
+    /// Of so many bytes, in whole pages; 0 is what the system allows.
+    explicit TemporaryMount(std::string path, std::size_t bytes = 0);
     ~TemporaryMount();
 
     TemporaryMount(const TemporaryMount&) = delete;

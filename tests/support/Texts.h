@@ -1,6 +1,15 @@
 #pragma once
 
+#include <fstream>
+#include <iterator>
 #include <string>
+
+/// All bytes of a file; none of one that cannot be read.
+inline std::string contentOf(const std::string& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
 
 inline bool contains(const std::string& text, const std::string& part)
 {

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "cli/Commands.h"
+#include "support/Texts.h"
 #include "vocabulary/Proxies.h"
 
 namespace
@@ -61,14 +62,6 @@ std::string lineWith(const std::string& text, const std::string& part)
         }
     }
     return {};
-}
-
-std::string contentOf(const std::string& file)
-{
-    std::ifstream stream(file);
-    std::ostringstream content;
-    content << stream.rdbuf();
-    return content.str();
 }
 
 } // namespace

@@ -10,10 +10,10 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "support/Texts.h"
 
 namespace
 {
@@ -84,13 +84,7 @@ protected:
         return "MSG_DataTransferResponse 0=i32:" + std::to_string(response);
     }
 
-    std::string content(const std::string& name) const
-    {
-        std::ifstream file(m_directory + '/' + name, std::ios::binary);
-        std::ostringstream text;
-        text << file.rdbuf();
-        return text.str();
-    }
+    std::string content(const std::string& name) const { return contentOf(m_directory + '/' + name); }
 
     /// All that is in the directory, and that nothing else is around it.
     Texts files() const
