@@ -176,8 +176,12 @@ class ReceivePhase:
         """Returns when some of it has been sent."""
         file = self._begin(self._chance.randint(200000, 2000000), self._chance.choice([500, 4096]))
         chunks = self._chance.randint(1, 30)
-        wait_until("some chunks are sent",
-                   lambda: self._status()["chunksSent"] >= chunks or not self._status()["active"])
+
+        def has_sent_some():
+            status = self._status()  # which tells of no chunk until the first is sent
+            return status.get("chunksSent", 0) >= chunks or not status["active"]
+
+        wait_until("some chunks are sent", has_sent_some)
         return file
 
     def _expect_whole_or_none(self, file):
