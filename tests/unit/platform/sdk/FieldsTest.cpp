@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <QSet>
 #include <cmath>
 #include <limits>
 
