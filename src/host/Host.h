@@ -53,7 +53,7 @@ public:
     HostLinkCounters counters() const { return m_port.core().counters(); }
 
     /// The next event; a message goes into `message`. Each new session and each end is told once,
-    /// between the messages before it and those after it.
+    /// between the messages before it and those after it. A deadline that has passed still looks once.
     ///
     /// The module's window for the message opens with the next wait, so answers to it are to be sent
     /// before that; an answer that belongs to a former session is not taken by send().
