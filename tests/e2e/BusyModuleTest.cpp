@@ -2,12 +2,12 @@
 #include <map>
 #include <set>
 
-#include "e2e/ModuleFixture.h"
 #include "host/Host.h"
 #include "platform/hostlink/HostLinkMessage.h"
 #include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
 #include "runtime/NodeClient.h"
+#include "support/ModuleFixture.h"
 #include "support/ServedNodes.h"
 
 namespace

@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 #include "support/NullModem.h"
 #include "support/Texts.h"
 

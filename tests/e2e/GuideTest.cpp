@@ -5,10 +5,10 @@
 #include <fstream>
 #include <sstream>
 
-#include "e2e/ModuleFixture.h"
 #include "host/Host.h"
 #include "platform/hostlink/HexText.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
+#include "support/ModuleFixture.h"
 #include "support/ScriptedModule.h"
 #include "support/TcpClient.h"
 

@@ -6,7 +6,7 @@
 #include <random>
 #include <sstream>
 
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 #include "support/Texts.h"
 
 namespace
@@ -77,9 +77,8 @@ TEST_F(HostCommand, AnAnswerTooLongForTheLinkIsSaidByTheModule)
     ASSERT_EQ(Program::run({"host", "set", "DeviceName=str:" + text}).status, 0);
     ASSERT_EQ(Program::run({"host", "set", "HostName=str:" + text}).status, 0);
     EXPECT_EQ(Program::run({"host", "--timeout", "300", "get", "DeviceName", "HostName"}).status, 3);
-    m_module->signal(SIGTERM);
-    EXPECT_TRUE(contains(m_module->wait().err,
-                         "MSG_GetStateResponse of 131082 bytes is longer than the link carries"));
+    EXPECT_TRUE(
+        contains(stopModule().err, "MSG_GetStateResponse of 131082 bytes is longer than the link carries"));
 }
 
 TEST_F(HostCommand, VolumeIsTakenWithinTheLimitsOfItsNode)

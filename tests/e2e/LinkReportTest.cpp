@@ -4,11 +4,11 @@
 #include <cctype>
 #include <cstdio>
 
-#include "e2e/ModuleFixture.h"
 #include "host/HostSession.h"
 #include "platform/hostlink/HostLinkCounters.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "support/ModuleFixture.h"
 #include "support/Texts.h"
 #include "vocabulary/States.h"
 

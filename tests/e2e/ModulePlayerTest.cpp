@@ -5,7 +5,7 @@
 #include <memory>
 #include <sstream>
 
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 #include "support/Texts.h"
 
 namespace

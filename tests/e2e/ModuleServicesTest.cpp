@@ -7,7 +7,7 @@
 #include <memory>
 #include <random>
 
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 #include "support/Texts.h"
 
 namespace
@@ -36,15 +36,9 @@ protected:
         return node({"invoke", "VornPowerManagerTargetRequestPath", target});
     }
 
-    ProgramResult stop(int signal = SIGTERM)
-    {
-        m_module->signal(signal);
-        return m_module->wait();
-    }
-
     void restart()
     {
-        EXPECT_EQ(stop().status, 0);
+        EXPECT_EQ(stopModule().status, 0);
         startModule();
     }
 
@@ -91,7 +85,7 @@ TEST_F(ModuleServices, AKillLosesTheYoungestChangesAtMost)
         set(kVolume, std::to_string(changed));
         const timespec pause{0, nanoseconds(random)};
         nanosleep(&pause, nullptr);
-        stop(SIGKILL);
+        stopModule(SIGKILL);
         startModule();
         const int found = std::stoi(get(kVolume));
         EXPECT_TRUE(found == changed || found == kept) << found << " after " << kept << ", " << changed;
@@ -104,19 +98,19 @@ TEST_F(ModuleServices, AKillLosesTheYoungestChangesAtMost)
 TEST_F(ModuleServices, ATornSaveThatAKillHasLeftIsNoSetting)
 {
     set(kVolume, "30");
-    EXPECT_EQ(stop().status, 0);
+    EXPECT_EQ(stopModule().status, 0);
     const std::string saved = settings();
     for (const std::string& torn :
          {std::string(), saved.substr(0, saved.size() / 2), std::string(5000, '\0')}) {
         std::ofstream(settingsFile() + ".new") << torn;
         startModule();
         EXPECT_EQ(get(kVolume), "30\n");
-        stop(SIGKILL);
+        stopModule(SIGKILL);
         EXPECT_EQ(settings(), saved);
     }
     startModule();
     set(kVolume, "31");
-    EXPECT_EQ(stop().status, 0);
+    EXPECT_EQ(stopModule().status, 0);
     EXPECT_FALSE(std::filesystem::exists(settingsFile() + ".new")) << "the next save takes its place";
     startModule();
     EXPECT_EQ(get(kVolume), "31\n");
@@ -125,11 +119,11 @@ TEST_F(ModuleServices, ATornSaveThatAKillHasLeftIsNoSetting)
 TEST_F(ModuleServices, ADamagedFileIsKeptAsideAndTheModuleStarts)
 {
     set(kVolume, "30");
-    stop();
+    stopModule();
     std::ofstream(settingsFile()) << "{\"hostlinkSettings\":1,\"nod";
     startModule();
     EXPECT_EQ(get(kVolume), "25\n");
-    const ProgramResult end = stop();
+    const ProgramResult end = stopModule();
     EXPECT_EQ(end.status, 0);
     EXPECT_TRUE(contains(end.err, "ERROR Services.Settings: " + settingsFile() + " cannot be used (line 1 "))
         << end.err;
@@ -145,7 +139,7 @@ TEST_F(ModuleServices, AStateDirectoryThatIsGoneIsSaidAndCostsNoValue)
     set(kVolume, "30");
     set(kVolume, "31");
     EXPECT_EQ(get(kVolume), "31\n");
-    const ProgramResult end = stop();
+    const ProgramResult end = stopModule();
     EXPECT_EQ(end.status, 0);
     EXPECT_TRUE(contains(end.err, "ERROR Services.Settings: settings cannot be saved: " + settingsFile()
                                       + ".new: No such file or directory\n"))
@@ -163,7 +157,7 @@ TEST_F(ModuleServices, TwoModulesDoNotShareAStateDirectory)
     EXPECT_EQ(end.err,
               "hostlink module: the state directory " + directory() + "/state is in use by another module\n");
     EXPECT_EQ(get(kVolume), "25\n");
-    stop(SIGKILL);
+    stopModule(SIGKILL);
     Program next(second);
     EXPECT_NE(next.waitForLine("ready link="), "") << "a killed module leaves it free";
 }
@@ -180,7 +174,7 @@ TEST_F(ModuleServices, TheHostsFactoryResetClearsTheSettings)
     EXPECT_EQ(node({"invoke", "VornSystemManagerFactoryResetPath", "{}"}).status, 0) << "the first is done";
     EXPECT_EQ(settings(), "{\"hostlinkSettings\":1,\"nodes\":{}}\n");
     EXPECT_EQ(get("VornDeviceNamePath"), "Living Room\n");
-    const ProgramResult end = stop();
+    const ProgramResult end = stopModule();
     EXPECT_TRUE(contains(end.err, "WARN  Services.SystemManager: factory reset requested\n")) << end.err;
     EXPECT_TRUE(contains(end.err, "WARN  Services.SystemManager: factory reset done: all settings have their "
                                   "first values\n"))

@@ -4,7 +4,7 @@
 #include <mutex>
 #include <thread>
 
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 #include "support/ScriptedModule.h"
 
 using namespace std::chrono_literals;

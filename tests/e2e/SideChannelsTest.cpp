@@ -8,8 +8,8 @@
 #include <random>
 #include <tuple>
 
-#include "e2e/ModuleFixture.h"
 #include "support/FaultyRelay.h"
+#include "support/ModuleFixture.h"
 #include "support/TcpClient.h"
 #include "support/Texts.h"
 

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 #include "support/Texts.h"
 
 namespace
@@ -141,8 +141,7 @@ TEST_F(Watch, SaysWhenTheModuleEndsAndWaits)
 {
     Program watch({"host", "watch", "STA_Volume"});
     watch.nextLineWith("STA_Volume");
-    m_module->signal(SIGTERM);
-    EXPECT_EQ(m_module->wait().status, 0);
+    EXPECT_EQ(stopModule().status, 0);
     startModule();
     EXPECT_EQ(watch.nextLineWith("STA_Volume"), "STA_Volume\tu8\t25");
     watch.signal(SIGINT);

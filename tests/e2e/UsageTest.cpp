@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 #include "support/Texts.h"
 
 namespace

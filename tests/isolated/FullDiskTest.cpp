@@ -1,7 +1,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 #include "support/PrivateRoot.h"
 #include "support/Texts.h"
 
@@ -35,12 +35,6 @@ protected:
     }
     static std::string volume() { return Program::run({"node", "get", kVolume}).out; }
 
-    ProgramResult stop()
-    {
-        m_module->signal(SIGTERM);
-        return m_module->wait();
-    }
-
     const TemporaryMount m_disk{directory() + "/state", kDiskSize};
 
 private:
@@ -50,7 +44,7 @@ private:
 TEST_F(FullDisk, AModuleSaysSoWorksOnAndSavesWhenThereIsRoom)
 {
     set("30");
-    stop();
+    stopModule();
     startModule();
     const std::string saved = contentOf(settingsFile());
     fill();
@@ -62,7 +56,7 @@ TEST_F(FullDisk, AModuleSaysSoWorksOnAndSavesWhenThereIsRoom)
     makeRoom();
     set("32");
     EXPECT_TRUE(m_module->waitForError("settings can be saved again"));
-    EXPECT_EQ(stop().status, 0);
+    EXPECT_EQ(stopModule().status, 0);
     startModule();
     EXPECT_EQ(volume(), "32\n");
 }
@@ -70,13 +64,13 @@ TEST_F(FullDisk, AModuleSaysSoWorksOnAndSavesWhenThereIsRoom)
 TEST_F(FullDisk, AModuleStartsAndEndsWithWhatWasSaved)
 {
     set("30");
-    stop();
+    stopModule();
     const std::string saved = contentOf(settingsFile());
     fill();
     startModule();
     EXPECT_EQ(volume(), "30\n");
     set("31");
-    const ProgramResult end = stop();
+    const ProgramResult end = stopModule();
     EXPECT_EQ(end.status, 0);
     EXPECT_TRUE(contains(end.err, "No space left on device")) << end.err;
     EXPECT_EQ(contentOf(settingsFile()), saved);

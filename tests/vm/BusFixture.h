@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 
 /// "/dev/i2c-3" with a host at its address, which is whoever connects to linkSocket().
 class BusFixture : public RuntimeDirectory

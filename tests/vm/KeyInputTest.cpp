@@ -11,10 +11,10 @@
 #include <sstream>
 #include <utility>
 
-#include "e2e/ModuleFixture.h"
 #include "platform/hostlink/FileDescriptor.h"
 #include "platform/hostlink/HexText.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "support/ModuleFixture.h"
 
 namespace
 {

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 
 namespace
 {

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 
 namespace
 {
@@ -51,8 +51,7 @@ protected:
     /// The commands that ran, and when the restart was asked for. Ends the module.
     Lines happened()
     {
-        m_module->signal(SIGTERM);
-        std::istringstream log(m_module->wait().err);
+        std::istringstream log(stopModule().err);
         Lines lines;
         for (std::string line; std::getline(log, line);) {
             for (const char* wanted : {"called ", kRestart}) {

@@ -12,20 +12,20 @@ namespace
 constexpr std::size_t kMaxLength = 0xFFFF;
 constexpr std::size_t kMostKept = 64 * 1024;
 
-/// Bytes behind the encoding, of text and bytes only those that hold the length.
+/// Bytes behind the encoding, where all values of the type have as many.
 constexpr std::size_t fixedSize(WireType type)
 {
     switch (type) {
     case WireType::None:
-    case WireType::Nil: break;
+    case WireType::Nil:
+    case WireType::Str:
+    case WireType::Bin: break;
     case WireType::U8:
     case WireType::I8: return 1;
     case WireType::U16: return 2;
     case WireType::U32:
     case WireType::I32: return 4;
     case WireType::I64: return 8;
-    case WireType::Str:
-    case WireType::Bin: return 2;
     }
     return 0;
 }

@@ -2,10 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <memory>
 #include <string>
 
-#include "e2e/Program.h"
+#include "support/Program.h"
 
 /// A directory of its own for each test, in which bare commands find each other.
 class RuntimeDirectory : public testing::Test
@@ -31,6 +32,9 @@ protected:
 
     /// Starts it, with these options too, and waits until it is ready.
     void startModule(const Program::Arguments& more = {});
+
+    /// Ends it by a signal.
+    ProgramResult stopModule(int signal = SIGTERM);
 
     std::unique_ptr<Program> m_module;
 };

@@ -1,4 +1,4 @@
-#include "e2e/Program.h"
+#include "support/Program.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

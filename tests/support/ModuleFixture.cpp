@@ -1,4 +1,4 @@
-#include "e2e/ModuleFixture.h"
+#include "support/ModuleFixture.h"
 
 #include <stdlib.h>
 
@@ -28,4 +28,10 @@ void ModuleFixture::startModule(const Program::Arguments& more)
     arguments.insert(arguments.end(), more.begin(), more.end());
     m_module = std::make_unique<Program>(arguments);
     ASSERT_NE(m_module->waitForLine("ready link="), "");
+}
+
+ProgramResult ModuleFixture::stopModule(int signal)
+{
+    m_module->signal(signal);
+    return m_module->wait();
 }
