@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "FuzzInput.h"
+#include "platform/hostlink/HostLinkLog.h"
 #include "platform/hostlink/HostLinkPrinter.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
 
@@ -39,23 +40,198 @@ void copyValue(const HostLinkValueMessage& from, int i, HostLinkValueMessage* to
     }
 }
 
-} // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+/// What the readers find, written again.
+ByteArray rewritten(const HostLinkValueMessage& message)
 {
-    const ByteArray input(data, data + size);
-    const HostLinkValueMessage parsed(input);
-    HostLinkValueMessage copy(parsed.id());
-    for (int i = 0; i < parsed.size(); ++i) {
-        copyValue(parsed, i, &copy);
+    HostLinkValueMessage copy(message.id());
+    for (int i = 0; i < message.size(); ++i) {
+        copyValue(message, i, &copy);
     }
-    require(copy.serialize() == parsed.serialize());
-    if (size >= 2) {
-        require(copy.serialize().size() <= size
-                && std::equal(copy.serialize().begin(), copy.serialize().end(), input.begin()));
+    return copy.serialize();
+}
+
+void parse(const ByteArray& input)
+{
+    const HostLinkValueMessage parsed(input);
+    require(rewritten(parsed) == parsed.serialize());
+    if (input.size() >= 2) {
+        require(parsed.serialize().size() <= input.size()
+                && std::equal(parsed.serialize().begin(), parsed.serialize().end(), input.begin()));
     }
     bool beyond = true;
     require(parsed.getEnc(parsed.size(), &beyond) == 0 && !beyond);
     require(HostLinkPrinter::printMessage(input).find('\n') == std::string::npos);
+}
+
+/// Builds message after message in one that keeps its memory, as the script says, beside their values' bytes
+/// put together in the plainest way.
+class Building
+{
+public:
+    explicit Building(FuzzScript script) : m_script(script) {}
+
+    void play()
+    {
+        while (!m_script.empty()) {
+            act(m_script.byte());
+            require(m_message.size() == int(m_values.size()));
+            if (m_size > kMuch) {
+                restart();
+            }
+        }
+        compare();
+    }
+
+private:
+    /// Beyond what a message keeps of its memory.
+    static constexpr std::size_t kMuch = 256 * 1024;
+
+    void act(std::uint8_t action)
+    {
+        switch (action & 0x0F) {
+        case 0: restart(); break;
+        case 1: read(m_script.bytes(m_script.byte())); break;
+        case 2: compare(); break; // which takes the room behind the message
+        case 3: addLong(WireType::Str, action); break;
+        case 4: addLong(WireType::Bin, action); break;
+        case 5: addText(m_script.bytes(action >> 4)); break;
+        case 6: addBytes(m_script.bytes(action >> 4)); break;
+        case 7: m_message.addValueNil(noteHead(WireType::Nil)); break;
+        case 8: add(WireType::I8, &HostLinkValueMessage::addValueInt8); break;
+        case 9: add(WireType::U8, &HostLinkValueMessage::addValueUint8); break;
+        case 10: add(WireType::U16, &HostLinkValueMessage::addValueUint16); break;
+        case 11: add(WireType::I32, &HostLinkValueMessage::addValueInt32); break;
+        case 12: add(WireType::U32, &HostLinkValueMessage::addValueUint32); break;
+        case 13: add(WireType::I64, &HostLinkValueMessage::addValueInt64); break;
+        case 14: addAgain(m_message); break;
+        case 15: addAgain(HostLinkValueMessage(m_message)); break;
+        }
+    }
+
+    void compare() const
+    {
+        ByteArray plain;
+        appendBigEndian<std::uint16_t>(plain, m_id);
+        for (const ByteArray& value : m_values) {
+            plain.insert(plain.end(), value.begin(), value.end());
+        }
+        require(m_message.serialize() == plain);
+        require(rewritten(m_message) == plain);
+    }
+
+    void restart()
+    {
+        compare();
+        m_id = MessageId(m_script.number());
+        m_message.restart(m_id);
+        m_values.clear();
+        m_size = 0;
+    }
+
+    void read(const ByteArray& bytes)
+    {
+        compare();
+        const HostLinkValueMessage fresh(bytes);
+        m_message.restart(bytes);
+        m_id = fresh.id();
+        m_values.clear();
+        m_size = 0;
+        for (int i = 0; i < fresh.size(); ++i) {
+            HostLinkValueMessage alone(m_id);
+            copyValue(fresh, i, &alone);
+            note(ByteArray(alone.serialize().begin() + 2, alone.serialize().end()));
+        }
+    }
+
+    void note(ByteArray value)
+    {
+        m_size += value.size();
+        m_values.push_back(std::move(value));
+    }
+
+    /// The head of a value to add; returns its tag.
+    std::uint16_t noteHead(WireType type)
+    {
+        const std::uint16_t tag = m_script.number();
+        ByteArray value;
+        appendBigEndian(value, tag);
+        value.push_back(wireTypeEncoding(type));
+        note(value);
+        return tag;
+    }
+
+    template <typename Integer>
+    void add(WireType type, void (HostLinkValueMessage::*adder)(std::uint16_t, Integer))
+    {
+        const std::uint16_t tag = noteHead(type);
+        ByteArray bytes = m_script.bytes(sizeof(Integer));
+        bytes.resize(sizeof(Integer));
+        m_values.back().insert(m_values.back().end(), bytes.begin(), bytes.end());
+        (m_message.*adder)(tag, readBigEndian<Integer>(bytes.data()));
+    }
+
+    void noteContent(const ByteArray& content)
+    {
+        appendBigEndian(m_values.back(), std::uint16_t(content.size()));
+        m_values.back().insert(m_values.back().end(), content.begin(), content.end());
+        m_size += content.size();
+    }
+
+    void addText(const ByteArray& content)
+    {
+        const std::uint16_t tag = noteHead(WireType::Str);
+        noteContent(content);
+        require(m_message.addValueString(tag, std::string(content.begin(), content.end())));
+    }
+
+    void addBytes(const ByteArray& content)
+    {
+        const std::uint16_t tag = noteHead(WireType::Bin);
+        noteContent(content);
+        require(m_message.addValueBin16(tag, content));
+    }
+
+    /// About as long as a value can be.
+    void addLong(WireType type, std::uint8_t action)
+    {
+        const ByteArray content(0xFFFF - 8 + (action >> 4), action);
+        if (content.size() <= 0xFFFF) {
+            type == WireType::Str ? addText(content) : addBytes(content);
+        } else if (const std::uint16_t tag = noteHead(WireType::Nil); type == WireType::Str) {
+            require(!m_message.addValueString(tag, std::string(content.begin(), content.end())));
+        } else {
+            require(!m_message.addValueBin16(tag, content));
+        }
+    }
+
+    /// A value of another message or of its own; nothing where there is none.
+    void addAgain(const HostLinkValueMessage& from)
+    {
+        const int i = std::int8_t(m_script.byte());
+        if (i >= 0 && i < from.size()) {
+            note(ByteArray(m_values[std::size_t(i)]));
+        }
+        m_message.addValueOf(from, i);
+    }
+
+    FuzzScript m_script;
+    MessageId m_id = MessageId(0);
+    HostLinkValueMessage m_message{m_id};
+    std::vector<ByteArray> m_values; ///< with their tags
+    std::size_t m_size = 0;          ///< of the values
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/)
+{
+    HostLinkLog::setSink([](HostLinkLog::Level, const std::string&) {}); // of values that are too long
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    parse(ByteArray(data, data + size));
+    Building(FuzzScript(data, size)).play();
     return 0;
 }
