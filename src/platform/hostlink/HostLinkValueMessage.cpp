@@ -60,7 +60,7 @@ void HostLinkValueMessage::restart(MessageId id)
     keepLittle();
     m_bytes.resize(std::max(m_bytes.size(), kIdSize));
     writeBigEndian<std::uint16_t>(m_bytes.data(), id);
-    m_size = kIdSize;
+    m_size = m_found = kIdSize;
     m_values.clear();
 }
 
@@ -68,8 +68,9 @@ void HostLinkValueMessage::restart(const ByteArray& bytes)
 {
     keepLittle();
     m_bytes = bytes;
+    m_found = kIdSize;
     m_values.clear();
-    findValues();
+    parse();
 }
 
 /// Gives back the memory of a long message.
@@ -81,16 +82,14 @@ void HostLinkValueMessage::keepLittle()
 }
 
 /// Up to the first value that is cut off or of another format.
-void HostLinkValueMessage::findValues()
+void HostLinkValueMessage::findValues() const
 {
     constexpr std::uint8_t kByte = wireTypeEncoding(WireType::U8);
     static constexpr std::array<std::uint8_t, 256> kFixedSizes = fixedSizes(kHeadSize);
-    if (m_bytes.size() < kIdSize) {
-        m_bytes.assign(kIdSize, 0);
-    }
     const std::uint8_t* const message = m_bytes.data();
-    const std::size_t end = m_bytes.size();
-    std::size_t at = kIdSize;
+    const std::size_t end = m_size;
+    std::size_t at = m_found;
+    std::size_t count = m_values.size();
     while (end - at >= kHeadSize) {
         const std::uint8_t encoding = message[at + kTagSize];
         // Most are bytes, and a branch that the processor foresees does not wait for the table.
@@ -101,10 +100,17 @@ void HostLinkValueMessage::findValues()
         if (size == 0 || size > end - at) {
             break;
         }
-        m_values.append(at);
+        m_values.put(count++, at);
         at += size;
     }
-    m_size = at;
+    m_values.setSize(count);
+    m_found = at;
+}
+
+/// Off the way of those who read what was received.
+bool HostLinkValueMessage::findsAdded(std::size_t index) const
+{
+    return index < static_cast<std::size_t>(size());
 }
 
 MessageId HostLinkValueMessage::id() const

@@ -15,9 +15,9 @@
 /// MessagePack value in a fixed-width format: nil 0xC0, bin16 0xC5, uint8 0xCC, uint16 0xCD,
 /// uint32 0xCE, int8 0xD0, int32 0xD2, int64 0xD3 or str16 0xDA.
 ///
-/// Values stay in the message's bytes; only their places are noted. A received message ends before
-/// the first value that is cut off or of another format, and so does its serialize(). Values that were
-/// added can be read back.
+/// Values stay in the message's bytes; only their places are noted, of those that were added when one is
+/// read back. A received message ends before the first value that is cut off or of another format, and so
+/// does its serialize(). Not even two readers may share a message between threads.
 class HostLinkValueMessage : public HostLinkMessageSerializable
 {
 public:
@@ -28,7 +28,7 @@ public:
     }
 
     /// A received message, parsed in one pass. Without an id it is the empty message with id 0.
-    explicit HostLinkValueMessage(ByteArray bytes) : m_bytes(std::move(bytes)) { findValues(); }
+    explicit HostLinkValueMessage(ByteArray bytes) : m_bytes(std::move(bytes)) { parse(); }
 
     /// Makes another message of this one, as the constructors do. Who builds or reads one message after
     /// another keeps the memory so, up to 64 KiB of it.
@@ -36,7 +36,13 @@ public:
     void restart(const ByteArray& bytes);
 
     MessageId id() const;
-    int size() const { return static_cast<int>(m_values.size()); }
+    int size() const
+    {
+        if (m_found != m_size) {
+            findValues();
+        }
+        return static_cast<int>(m_values.size());
+    }
 
     /// More bytes than any link carries in a message. Who answers one value after another ends there: the
     /// link refuses the message as a whole anyway, and a request of 64 KiB may ask for gigabytes.
@@ -136,15 +142,16 @@ private:
         std::size_t size() const { return m_size; }
         std::size_t operator[](std::size_t i) const { return i < kFew ? m_few[i] : m_more[i - kFew]; }
 
-        void append(std::size_t place)
+        /// Notes the place behind `size` others; setSize() counts it.
+        void put(std::size_t size, std::size_t place)
         {
-            if (m_size < kFew) {
-                m_few[m_size] = std::uint32_t(place);
+            if (size < kFew) {
+                m_few[size] = std::uint32_t(place);
             } else {
                 appendMore(place);
             }
-            ++m_size;
         }
+        void setSize(std::size_t size) { m_size = size; }
 
         void clear()
         {
@@ -162,6 +169,16 @@ private:
         std::vector<std::uint32_t> m_more;
     };
 
+    void parse()
+    {
+        if (m_bytes.size() < kIdSize) {
+            m_bytes.assign(kIdSize, 0);
+        }
+        m_size = m_bytes.size();
+        findValues();
+        m_size = m_found;
+    }
+
     static void report(bool* ok, bool result)
     {
         if (ok != nullptr) {
@@ -173,7 +190,7 @@ private:
     const std::uint8_t* valueAt(int i, bool* ok) const
     {
         const auto index = static_cast<std::size_t>(i); // of one below 0 a large number
-        const bool found = index < m_values.size();
+        const bool found = index < m_values.size() || findsAdded(index);
         report(ok, found);
         return found ? m_bytes.data() + m_values[index] : nullptr;
     }
@@ -202,7 +219,6 @@ private:
         if (m_size > m_bytes.size()) {
             grow();
         }
-        m_values.append(at);
         return m_bytes.data() + at;
     }
 
@@ -224,10 +240,12 @@ private:
     bool addBytes(std::uint16_t tag, WireType type, const std::uint8_t* bytes, std::size_t size);
     bool addTooLong(std::uint16_t tag, std::size_t size);
     void grow();
-    void findValues();
+    void findValues() const;
+    bool findsAdded(std::size_t index) const;
     void keepLittle();
 
     mutable ByteArray m_bytes; ///< with room behind the message, which goes when somebody asks for the bytes
     std::size_t m_size = 0;    ///< of the message
-    Places m_values;           ///< each value's tag in m_bytes
+    mutable std::size_t m_found = kIdSize; ///< how far values have been looked for
+    mutable Places m_values;               ///< each value's tag in m_bytes, up to there
 };
