@@ -53,6 +53,7 @@ TEST_F(FullDisk, AModuleSaysSoWorksOnAndSavesWhenThereIsRoom)
                                        + ".new: No space left on device"));
     EXPECT_EQ(volume(), "31\n");
     EXPECT_EQ(contentOf(settingsFile()), saved);
+    EXPECT_FALSE(fs::exists(settingsFile() + ".new"));
     makeRoom();
     set("32");
     EXPECT_TRUE(m_module->waitForError("settings can be saved again"));
@@ -74,6 +75,7 @@ TEST_F(FullDisk, AModuleStartsAndEndsWithWhatWasSaved)
     EXPECT_EQ(end.status, 0);
     EXPECT_TRUE(contains(end.err, "No space left on device")) << end.err;
     EXPECT_EQ(contentOf(settingsFile()), saved);
+    EXPECT_FALSE(fs::exists(settingsFile() + ".new"));
 }
 
 TEST_F(FullDisk, AHostSaysWhatItCouldNotReceiveAndLeavesNoneOfIt)
