@@ -121,7 +121,7 @@ double linkAllocations(int requests)
     transport.addMessageReceivedObserver([&](const ByteArray& request) {
         const bool isGet = HostLinkMessage::messageId(request) == MSG_GetState;
         transport.send(!isGet ? subscribed : request.size() > 2 ? reply : emptyReply);
-        transport.messageHandled(request);
+        transport.messageHandled();
     });
     transport.start();
     return allocationsPerRequest(host, requests, [] {});

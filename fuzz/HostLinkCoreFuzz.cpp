@@ -127,7 +127,8 @@ private:
     {
         SimulatedLink::End& it = m_link.ends[end];
         for (; most > 0 && !it.handles && m_handled[end] < it.received.size(); --most) {
-            m_link.handle(it, it.received[m_handled[end]++]);
+            ++m_handled[end];
+            it->handled();
         }
     }
 

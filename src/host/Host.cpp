@@ -41,8 +41,7 @@ Host::Event Host::receive(ByteArray* message, HostLinkTime deadline)
             return *obstacle;
         }
         if (mayTake() && m_port.core().take(*message)) {
-            m_takenSize = message->size();
-            m_takenClass = messageClass(HostLinkMessage::messageId(*message));
+            m_isTaken = true;
             return Event::Message;
         }
         if (const auto change = sessionChange()) {
@@ -140,8 +139,8 @@ bool Host::mayTake() const
 /// The message handed out last has been dealt with: answers to it were sent by now, if to anybody.
 void Host::giveBack()
 {
-    if (m_takenSize > 0) {
-        m_port.core().handled(m_takenClass, std::exchange(m_takenSize, 0), now());
+    if (std::exchange(m_isTaken, false)) {
+        m_port.core().handled();
     }
 }
 

@@ -87,8 +87,7 @@ private:
     bool m_open = true;
     std::uint64_t m_sessionTold = 0; ///< number of the session that the caller knows
     std::uint64_t m_endTold = 0;     ///< number of the last session whose end it knows
-    std::size_t m_takenSize = 0;     ///< bytes of the message handed out last, 0 once given back
-    MessageClass m_takenClass{};     ///< and its class
+    bool m_isTaken = false;          ///< the message handed out last is not given back yet
     std::vector<pollfd> m_descriptors;
     HostLinkPort m_port;
 };

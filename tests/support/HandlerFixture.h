@@ -53,7 +53,7 @@ private:
         if (!taken && id == MSG_GetState) {
             m_transport.send(HostLinkUInt16Message(MSG_GetStateResponse).serialize());
         }
-        m_transport.messageHandled(message);
+        m_transport.messageHandled();
         ++m_handled;
     }
 

@@ -18,7 +18,7 @@ public:
         m_transport.addMessageReceivedObserver([this](const ByteArray& message) {
             QMetaObject::invokeMethod(
                 &m_context, [this, message] { m_received.push_back(message); }, Qt::QueuedConnection);
-            m_transport.messageHandled(message);
+            m_transport.messageHandled();
         });
         m_transport.start();
     }

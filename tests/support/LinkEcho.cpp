@@ -44,7 +44,7 @@ public:
             const bool asked = message == kCountSessions;
             send(asked ? ::message(MSG_ErrorResponse, std::uint32_t(m_transport.counters().sessions))
                        : message);
-            m_transport.messageHandled(message);
+            m_transport.messageHandled();
         }
     }
 

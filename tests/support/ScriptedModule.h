@@ -51,7 +51,7 @@ public:
         m_port->step(now);
         ByteArray message;
         while (m_port && m_port->core().take(message)) {
-            m_port->core().handled(messageClass(HostLinkMessage::messageId(message)), message.size(), now);
+            m_port->core().handled();
             received.push_back(message);
             onMessage(message);
         }

@@ -116,12 +116,6 @@ public:
         injected.insert(injected.end(), bytes.begin(), bytes.end());
     }
 
-    /// Handles a message that an end received while it did not handle any.
-    void handle(End& end, const ByteArray& message)
-    {
-        end->handled(messageClass(HostLinkMessage::messageId(message)), message.size(), now);
-    }
-
     /// Lets time pass; settle() only does what is due now, and says whether there was anything.
     void run(HostLinkDuration duration)
     {
@@ -225,7 +219,7 @@ private:
             end.received.push_back(message);
             end.receivedIn.push_back(end->sessionNumber());
             if (end.handles) {
-                end->handled(messageClass(HostLinkMessage::messageId(message)), message.size(), now);
+                end->handled();
             }
         }
     }

@@ -302,7 +302,7 @@ void CMHostLinkWorker::on_message_received(const QByteArray& data)
     const auto* first = reinterpret_cast<const std::uint8_t*>(data.constData());
     const ByteArray bytes(first, first + data.size());
     dispatch(bytes);
-    m_transport->messageHandled(bytes);
+    m_transport->messageHandled();
 }
 
 void CMHostLinkWorker::dispatch(const ByteArray& bytes)

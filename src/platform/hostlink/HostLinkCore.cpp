@@ -249,9 +249,9 @@ bool HostLinkCore::take(ByteArray& message)
     return taken;
 }
 
-void HostLinkCore::handled(MessageClass messageClass, std::size_t size, HostLinkTime)
+void HostLinkCore::handled()
 {
-    d->receiver.handled(messageClass, size);
+    d->receiver.handled();
 }
 
 HostLinkCore::Session HostLinkCore::session() const

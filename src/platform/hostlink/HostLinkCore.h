@@ -79,9 +79,9 @@ public:
     /// Its bytes count against the window until handled() is called for it.
     bool take(ByteArray& message);
 
-    /// Gives the window of one taken message back to the peer. To be called once for each message that
-    /// was taken, after everything that answers it was sent.
-    void handled(MessageClass messageClass, std::size_t size, HostLinkTime now);
+    /// Gives the window of the first taken message that it was not called for back to the peer. To be called
+    /// once for each message that was taken, after everything that answers it was sent.
+    void handled();
 
     Session session() const;
 

@@ -47,7 +47,7 @@ bool HostLinkReceiveWindow::add(const std::uint8_t* segment, std::size_t size, b
 
 void HostLinkReceiveWindow::handled(std::size_t size)
 {
-    drop(std::min(size, m_inUse - m_partial.size()));
+    drop(size);
 }
 
 bool HostLinkReceiveWindow::takeQuantum()

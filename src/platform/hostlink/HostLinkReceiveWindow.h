@@ -28,7 +28,7 @@ public:
     bool add(const std::uint8_t* segment, std::size_t size, bool first, bool last, ByteArray& message,
              bool* dropped);
 
-    /// A message has been handled.
+    /// A message of so many bytes has been handled.
     void handled(std::size_t size);
 
     /// While held, nothing is granted; what becomes free stays free.

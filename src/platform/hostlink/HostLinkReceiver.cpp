@@ -13,6 +13,16 @@ MessageClass classOf(const HostLinkFrame& frame)
 {
     return frame.control & HostLinkControl::Bulk ? MessageClass::Bulk : MessageClass::State;
 }
+
+/// Removes the first `count`, which are done with, once they are more than the others: so it costs little.
+template <typename Element>
+void forgetFirst(std::vector<Element>& elements, std::size_t* count)
+{
+    if (*count > elements.size() / 2) {
+        elements.erase(elements.begin(), elements.begin() + static_cast<std::ptrdiff_t>(*count));
+        *count = 0;
+    }
+}
 } // namespace
 
 HostLinkReceiver::HostLinkReceiver(const std::size_t (&windowBytes)[2], HostLinkDuration pollTime)
@@ -129,7 +139,8 @@ void HostLinkReceiver::deliver(const HostLinkFrame& frame)
 {
     ByteArray message = std::exchange(m_spare, {});
     bool dropped = false;
-    const bool complete = window(classOf(frame))
+    const MessageClass messageClass = classOf(frame);
+    const bool complete = window(messageClass)
                               .add(frame.payload, frame.size, (frame.control & HostLinkControl::First) != 0,
                                    (frame.control & HostLinkControl::Last) != 0, message, &dropped);
     m_brokenMessages += dropped ? 1 : 0;
@@ -137,9 +148,9 @@ void HostLinkReceiver::deliver(const HostLinkFrame& frame)
         m_spare.swap(message);
         return;
     }
+    m_unhandled.push_back({messageClass, static_cast<std::uint32_t>(message.size())});
     m_inbox.push_back(std::move(message));
     ++m_messages;
-    ++m_unhandledMessages;
 }
 
 bool HostLinkReceiver::take(ByteArray& message)
@@ -153,20 +164,19 @@ bool HostLinkReceiver::take(ByteArray& message)
         m_spare.swap(first);
         m_spare.clear();
     }
-    if (m_taken > m_inbox.size() / 2) {
-        m_inbox.erase(m_inbox.begin(), m_inbox.begin() + static_cast<std::ptrdiff_t>(m_taken));
-        m_taken = 0;
-    }
+    forgetFirst(m_inbox, &m_taken);
     return true;
 }
 
-void HostLinkReceiver::handled(MessageClass messageClass, std::size_t size)
+void HostLinkReceiver::handled()
 {
-    window(messageClass).handled(size);
-    if (m_unhandledMessages > waiting()) {
-        --m_unhandledMessages;
-        m_formerMessages -= m_formerMessages > 0 ? 1 : 0;
+    if (unhandledMessages() <= waiting()) {
+        return;
     }
+    const Unhandled& message = m_unhandled[m_handled++];
+    window(message.messageClass).handled(message.size);
+    forgetFirst(m_unhandled, &m_handled);
+    m_formerMessages -= m_formerMessages > 0 ? 1 : 0;
 }
 
 void HostLinkReceiver::acknowledgementSent(bool nak, HostLinkTime now)

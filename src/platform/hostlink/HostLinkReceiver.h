@@ -37,7 +37,7 @@ public:
     void beginSession();
 
     /// The session is over: what it delivered stays to be handled, but its peer gets no answers.
-    void endSession() { m_formerMessages = m_unhandledMessages; }
+    void endSession() { m_formerMessages = unhandledMessages(); }
 
     /// True while messages of a former session are not handled. What is sent meanwhile may answer them,
     /// and must not reach a peer that did not ask.
@@ -56,7 +56,9 @@ public:
     void damaged(HostLinkTime now);
 
     bool take(ByteArray& message);
-    void handled(MessageClass messageClass, std::size_t size);
+
+    /// The first of those that were taken and not handled yet has been.
+    void handled();
 
     /// Sequenced frames received in this session (modulo 2^32); the acknowledgement is its low byte.
     std::uint32_t received() const { return m_expected; }
@@ -83,9 +85,15 @@ public:
     std::uint64_t messages() const { return m_messages; }
 
     /// Messages put together that were not handled yet.
-    std::uint64_t unhandledMessages() const { return m_unhandledMessages; }
+    std::uint64_t unhandledMessages() const { return m_unhandled.size() - m_handled; }
 
 private:
+    /// What a message used of the window of the class in which it came, whatever class its id is of.
+    struct Unhandled {
+        MessageClass messageClass;
+        std::uint32_t size;
+    };
+
     HostLinkReceiveWindow& window(MessageClass messageClass)
     {
         return m_windows[static_cast<std::size_t>(messageClass)];
@@ -114,7 +122,9 @@ private:
     std::vector<ByteArray> m_inbox; ///< messages put together, the first m_taken of them taken already
     std::size_t m_taken = 0;
     ByteArray m_spare; ///< memory of a message that was taken
-    std::uint64_t m_unhandledMessages = 0;
+    std::vector<Unhandled>
+        m_unhandled; ///< in the order of m_inbox, the first m_handled of them handled already
+    std::size_t m_handled = 0;
     std::uint64_t m_formerMessages = 0;
     std::uint64_t m_brokenMessages = 0;
     std::uint64_t m_messages = 0;

@@ -197,15 +197,14 @@ int HostLinkTransportLayer::send(const ByteArray& message)
     return taken;
 }
 
-void HostLinkTransportLayer::messageHandled(const ByteArray& message)
+void HostLinkTransportLayer::messageHandled()
 {
     const std::lock_guard lock(d->mutex);
     if (d->stopsOrStopped()) {
         return;
     }
-    const HostLinkTime now = HostLinkClock::now();
-    d->port.core().handled(messageClass(HostLinkMessage::messageId(message)), message.size(), now);
-    d->sendOut(now);
+    d->port.core().handled();
+    d->sendOut(HostLinkClock::now());
 }
 
 bool HostLinkTransportLayer::writable(MessageClass messageClass, std::size_t size) const

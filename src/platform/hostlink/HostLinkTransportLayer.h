@@ -39,8 +39,9 @@ public:
     /// Queues one message; non-zero when it was taken (see HostLinkCore::send).
     virtual int send(const ByteArray& message);
 
-    /// Reports that a message which an observer got has been handled, so that the peer may send more.
-    void messageHandled(const ByteArray& message);
+    /// Reports that the next message, in the order in which an observer got them, has been handled, so that
+    /// the peer may send more.
+    void messageHandled();
 
     /// True while send() takes a message of this class and size and leaves the reserve free.
     bool writable(MessageClass messageClass, std::size_t size) const;

@@ -156,8 +156,8 @@ protected:
     void handleReceived()
     {
         for (const auto& [session, messages] : std::exchange(m_received, {})) {
-            for (const ByteArray& message : messages) {
-                m_link.handle(m_link.b, message);
+            for (std::size_t i = 0; i < messages.size(); ++i) {
+                m_link.b->handled();
             }
         }
     }
@@ -179,7 +179,7 @@ protected:
         for (const ByteArray& message : std::exchange(m_link.a.received, {})) {
             m_worker->on_message_received(
                 QByteArray(reinterpret_cast<const char*>(message.data()), int(message.size())));
-            m_link.handle(m_link.a, message);
+            m_link.a->handled();
         }
     }
 

@@ -329,7 +329,7 @@ protected:
     {
         ByteArray message;
         while (port.core().take(message)) {
-            port.core().handled(MessageClass::State, message.size(), m_now);
+            port.core().handled();
             to.push_back(message);
         }
     }

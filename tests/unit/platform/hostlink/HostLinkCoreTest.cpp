@@ -201,9 +201,9 @@ TEST(HostLinkCore, AnswersToAFormerPeerAreRefused)
 
     EXPECT_FALSE(link.b->writable(kState, 6));
     EXPECT_FALSE(link.b->send(state(3), link.now));
-    link.handle(link.b, state(1));
+    link.b->handled();
     EXPECT_FALSE(link.b->send(state(4), link.now));
-    link.handle(link.b, state(2));
+    link.b->handled();
     EXPECT_TRUE(link.b->send(state(5), link.now));
     EXPECT_EQ(link.b->counters().messagesRefused, 2U);
     link.run(10ms);
@@ -924,7 +924,7 @@ TEST(HostLinkCore, ClosedCreditStopsTheSenderAndHandlingOpensItAgain)
 
     for (std::size_t i = 0; i < 31; ++i) {
         ASSERT_LT(i, link.b.received.size());
-        link.handle(link.b, link.b.received[i]);
+        link.b->handled();
         link.run(10ms);
     }
     EXPECT_EQ(link.b.received.size(), 31U);
@@ -971,7 +971,7 @@ TEST(HostLinkCore, AFullBulkQueueIsSeenBeforeItRefuses)
     EXPECT_FALSE(link.a->writable(kBulk, 6));
     EXPECT_FALSE(link.a->send(bulk(4), link.now));
     EXPECT_EQ(link.a->session(), Session::Established);
-    link.handle(link.b, bulk(0, 1000));
+    link.b->handled();
     link.run(10ms);
     EXPECT_TRUE(link.a->writable(kBulk, 1000));
     EXPECT_EQ(link.b.received.size(), 2U);
@@ -1026,7 +1026,7 @@ TEST(HostLinkCore, WhileTheBulkReserveIsInUseThePeerGetsNoBulkCredit)
         while (answered < link.a.received.size()) {
             const ByteArray request = link.a.received[answered];
             ASSERT_TRUE(link.a->send(bulk(answered, 500), link.now)) << answered << " finds no room";
-            link.handle(link.a, request);
+            link.a->handled();
             ++answered;
         }
     };
@@ -1040,7 +1040,7 @@ TEST(HostLinkCore, WhileTheBulkReserveIsInUseThePeerGetsNoBulkCredit)
     // The peer takes answers again, and everything goes on.
     for (std::size_t handled = 0; answered < 100 && handled < 1000; ++handled) {
         if (handled < link.b.received.size()) {
-            link.handle(link.b, link.b.received[handled]);
+            link.b->handled();
         }
         exchange();
     }
@@ -1141,7 +1141,7 @@ TEST(HostLinkCore, PartsThatMakeNoMessageAreDroppedAndTheirCreditIsGivenBack)
         ByteArray taken;
         ASSERT_TRUE(peer.core.take(taken));
         EXPECT_EQ(taken, ByteArray(20, 1));
-        peer.core.handled(kState, taken.size(), peer.now);
+        peer.core.handled();
     }
     EXPECT_EQ(peer.core.counters().messagesBroken, 100U);
 }
@@ -1162,8 +1162,8 @@ TEST(HostLinkCore, RestartedPeersCannotFillTheMemoryOfAnEndThatDoesNotHandle)
         link.restart(link.a, true);
     }
     EXPECT_EQ(link.b.received.size(), 10U);
-    for (const ByteArray& bytes : std::vector<ByteArray>(link.b.received)) {
-        link.handle(link.b, bytes);
+    for (std::size_t i = 0; i < link.b.received.size(); ++i) {
+        link.b->handled();
     }
     link.run(10ms);
     ASSERT_TRUE(link.a->send(state(77, 1000), link.now));

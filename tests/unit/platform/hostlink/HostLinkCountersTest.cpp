@@ -110,7 +110,7 @@ TEST(HostLinkCounters, QueuesAreShownAsTheyStand)
     a = link.a->counters();
     EXPECT_EQ(a.framesUnacknowledged + a.stateQueued + a.bulkQueued, 0U);
     EXPECT_EQ(link.b->counters().messagesUnhandled, 101U);
-    link.handle(link.b, state(0, 96));
+    link.b->handled();
     EXPECT_EQ(link.b->counters().messagesUnhandled, 100U);
 }
 

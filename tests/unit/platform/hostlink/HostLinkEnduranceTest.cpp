@@ -122,7 +122,7 @@ protected:
             const ByteArray& bytes = theirs.unhandled.front();
             const auto c = static_cast<std::size_t>(::messageClass(HostLinkMessage::messageId(bytes)));
             theirs.unhandledBytes[c] -= bytes.size();
-            m_link.handle(m_link.ends[at], bytes);
+            m_link.ends[at]->handled();
             theirs.unhandled.pop_front();
         }
     }

@@ -46,7 +46,7 @@ protected:
     void take(int end)
     {
         ASSERT_TRUE(m_ends[end].take(m_taken));
-        m_ends[end].handled(messageClass(HostLinkMessage::messageId(m_taken)), m_taken.size(), m_now);
+        m_ends[end].handled();
         settle();
     }
 

@@ -282,6 +282,29 @@ TEST(HostLinkPeer, ABeginningWithoutAnEndTakesNoMoreThanItsWindow)
 
 // Peers that do not keep up
 
+TEST(HostLinkPeer, MessagesWhoseFramesAreOfTheOtherClassUseNoCreditForGood)
+{
+    for (const bool asBulk : {false, true}) {
+        SCOPED_TRACE(asBulk);
+        ScriptedPeer peer;
+        peer.establish();
+        const ByteArray message = asBulk ? state(1, 500) : bulk(1, 500);
+        const auto control = std::uint8_t(kWhole | (asBulk ? HostLinkControl::Bulk : 0));
+        std::uint8_t grants = 0;
+        for (int i = 0; i < 1000; ++i) { // several times what a window holds
+            peer.receive(control, std::uint8_t(i), grants, message);
+            ByteArray taken;
+            ASSERT_TRUE(peer.core.take(taken)) << i;
+            ASSERT_EQ(taken, message);
+            peer.core.handled();
+            for (const HostLinkFrame& frame : peer.transmitted()) {
+                grants += frame.control == HostLinkControl::Grant ? 1 : 0;
+            }
+        }
+        expectWorking(peer, std::uint8_t(1000), grants);
+    }
+}
+
 TEST(HostLinkPeer, WhatWaitsForAPeerThatNeverAcknowledgesIsBounded)
 {
     const LinkLogCapture log;

@@ -199,7 +199,7 @@ TEST_F(PortTest, ALineThatIsNeverQuietIsServicedAllTheSame)
         m_port.step(m_now);
         ByteArray message;
         ASSERT_TRUE(m_port.core().take(message));
-        m_port.core().handled(MessageClass::State, message.size(), m_now);
+        m_port.core().handled();
         m_now += 1ms;
     }
     EXPECT_GE(m_probe.services, 5);

@@ -80,7 +80,7 @@ public:
     {
         ByteArray message;
         EXPECT_TRUE(end.take(message));
-        end.handled(MessageClass::State, message.size(), now);
+        end.handled();
         return message;
     }
 
@@ -162,7 +162,7 @@ TEST(HostLinkProtocol, TheDocumentedRepairsAreWhatTheLinkDoes)
         ByteArray message;
         EXPECT_TRUE(host.take(message));
         EXPECT_EQ(message, expected);
-        host.handled(MessageClass::State, message.size(), now);
+        host.handled();
     };
     module.lineUp(now);
     host.lineUp(now);
@@ -223,7 +223,7 @@ TEST(HostLinkProtocol, TheDocumentedTransfersAreWhatGoesOverABus)
     stepUntilQuiet();
     ASSERT_TRUE(module.core().take(message));
     EXPECT_EQ(message, volumeRequest());
-    module.core().handled(MessageClass::State, message.size(), now);
+    module.core().handled();
     ASSERT_TRUE(module.core().send(volumeReply(), now));
     module.flush(now);
     host.step(now);

@@ -107,8 +107,7 @@ struct End {
     explicit End(std::unique_ptr<Layer> layer) : transport(std::move(layer))
     {
         transport.addMessageReceivedObserver(inbox.observer());
-        transport.addMessageReceivedObserver(
-            [this](const ByteArray& message) { transport.messageHandled(message); });
+        transport.addMessageReceivedObserver([this](const ByteArray&) { transport.messageHandled(); });
     }
     ~End() { transport.stop(); }
 
@@ -420,7 +419,7 @@ TEST_P(TransportOnAnyLine, StopSendsWhatWaitsAndSaysGoodbye)
     std::thread stopper([&] { module.transport.stop(); });
     for (std::uint8_t i = 0; i < 20; ++i) {
         EXPECT_EQ(host.next(), stateMessage(1000, i));
-        host.core().handled(MessageClass::State, 1000, HostLinkClock::now());
+        host.core().handled();
     }
     EXPECT_TRUE(host.stepUntil([&] { return host.core().session() == HostLinkCore::Session::Ended; }));
     stopper.join();
@@ -439,7 +438,7 @@ TEST_P(TransportOnAnyLine, TheSessionGoesOnAcrossCutsAndNothingIsLostOrRepeated)
         host.port().flush(HostLinkClock::now());
         m_line->cut(host.port().layer());
         ASSERT_EQ(host.next(), stateMessage(900, i));
-        host.core().handled(MessageClass::State, 900, HostLinkClock::now());
+        host.core().handled();
         ASSERT_TRUE(host.stepUntil([&] { return host.core().allAcknowledged(MessageClass::State); }));
     }
     for (std::uint8_t i = 0; i < kCuts; ++i) {
@@ -474,7 +473,7 @@ TEST_F(TransportTest, SendsAfterStopReturnZero)
     transport.stop();
     EXPECT_EQ(transport.send(stateMessage(10, 2)), 0);
     EXPECT_FALSE(transport.writable(MessageClass::State, 10));
-    transport.messageHandled(stateMessage(10, 1));
+    transport.messageHandled();
     transport.stop();
     EXPECT_EQ(transport.send(stateMessage(10, 2)), 0);
 }
@@ -514,7 +513,7 @@ TEST_F(TransportTest, ObserversRunOnOneOtherThreadAndMayUseTheTransport)
     transport.addMessageReceivedObserver([&](const ByteArray& message) {
         thread = std::this_thread::get_id();
         EXPECT_TRUE(transport.writable(MessageClass::State, message.size()));
-        transport.messageHandled(message);
+        transport.messageHandled();
         EXPECT_NE(transport.send(message), 0);
         answered.set();
     });
@@ -530,7 +529,7 @@ TEST_F(TransportTest, AnAnswerOfAnObserverCarriesTheAcknowledgement)
 {
     HostLinkTransportLayer transport(layer());
     transport.addMessageReceivedObserver([&](const ByteArray& message) {
-        transport.messageHandled(message);
+        transport.messageHandled();
         transport.send(message);
     });
     transport.start();
@@ -552,7 +551,7 @@ TEST_F(TransportTest, ASendFromAnotherThreadIsRepeatedInTimeWhenItWasLost)
     for (std::uint8_t i = 0; i < 5; ++i) {
         ASSERT_NE(transport.send(stateMessage(10, i)), 0);
         ASSERT_EQ(host.next(), stateMessage(10, i));
-        host.core().handled(MessageClass::State, 10, HostLinkClock::now());
+        host.core().handled();
         host.stepUntil([&] { return host.port().deadline() > HostLinkClock::now() + 500ms; });
     }
     const std::uint64_t sent = host.core().counters().framesSent;
@@ -793,7 +792,7 @@ TEST_F(TransportTest, APeerCannotFillTheMemoryOfOneThatNeverHandles)
 
     const std::size_t before = inbox.bytes();
     for (std::size_t bytes = 0; bytes < window; bytes += kMessage) {
-        transport.messageHandled(bulkMessage(kMessage));
+        transport.messageHandled();
     }
     EXPECT_TRUE(host.stepUntil([&] { return inbox.bytes() > before + 30'000; }));
 }
@@ -824,7 +823,7 @@ TEST_F(TransportTest, AFullBulkQueueIsVisibleAndItsDrainingIsTold)
     ASSERT_TRUE(host.stepUntil([&] {
         ByteArray message;
         while (host.core().take(message)) {
-            host.core().handled(messageClass(MessageId(message[1])), message.size(), HostLinkClock::now());
+            host.core().handled();
             received += message[1] == MSG_DataTransfer ? message.size() : 0;
         }
         return received >= queued;
@@ -856,9 +855,9 @@ TEST_F(TransportTest, OnlyTheTransportsThreadTouchesADeviceThatBlocks)
     Inbox inbox;
     std::atomic<std::thread::id> thread;
     HostLinkTransportLayer transport(std::make_unique<BlockingLayer>(layer(), device));
-    transport.addMessageReceivedObserver([&](const ByteArray& message) {
+    transport.addMessageReceivedObserver([&](const ByteArray&) {
         thread = std::this_thread::get_id();
-        transport.messageHandled(message);
+        transport.messageHandled();
     });
     transport.addMessageReceivedObserver(inbox.observer());
     transport.start();

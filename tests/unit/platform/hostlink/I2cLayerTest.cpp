@@ -735,11 +735,11 @@ TEST_F(I2cLinkTest, MessagesOfAllSizesGoBothWays)
         ASSERT_TRUE(m_module.core().send(message, m_now));
         ASSERT_TRUE(stepUntil([&] { return m_peer.core().take(got); }));
         EXPECT_EQ(got, message);
-        m_peer.core().handled(MessageClass::State, size, m_now);
+        m_peer.core().handled();
         ASSERT_TRUE(m_peer.core().send(message, m_now));
         ASSERT_TRUE(stepUntil([&] { return m_module.core().take(got); }));
         EXPECT_EQ(got, message);
-        m_module.core().handled(MessageClass::State, size, m_now);
+        m_module.core().handled();
     }
     EXPECT_EQ(m_module.core().counters().framesDamaged, 0u);
     EXPECT_EQ(m_peer.core().counters().framesDamaged, 0u);
@@ -760,7 +760,7 @@ TEST_F(I2cLinkTest, ABusThatFailsAllTheTimeLosesAndRepeatsNothing)
         while (port.core().take(message)) {
             EXPECT_EQ(message[2], std::uint8_t(*count));
             ++*count;
-            port.core().handled(MessageClass::State, message.size(), m_now);
+            port.core().handled();
         }
     };
     for (int i = 0; i < kRounds; ++i) {

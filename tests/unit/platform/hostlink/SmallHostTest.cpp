@@ -95,7 +95,7 @@ private:
         ByteArray message;
         while (m_module.take(message)) {
             m_atModule.push_back(message);
-            m_module.handled(MessageClass::State, message.size(), m_now);
+            m_module.handled();
         }
         for (;;) {
             const HostLinkCore::Bytes frame = m_module.transmit(m_now);

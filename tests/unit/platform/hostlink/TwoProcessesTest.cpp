@@ -56,7 +56,7 @@ public:
                 m_received[messageClass(HostLinkMessage::messageId(message)) == MessageClass::Bulk].push_back(
                     message);
             }
-            m_transport.messageHandled(message);
+            m_transport.messageHandled();
             m_changed.notify_all();
         });
         m_transport.start();
