@@ -470,8 +470,25 @@ void CMHostLinkWorker::on_proxy_changed(const QList<State>& statesChanged)
             proxy->getValue(state, &m_event);
         }
     }
-    if (m_event.size() > 0) {
-        sendMessage(m_event);
+    if (m_event.size() > 0 && sendMessage(m_event) == 0) {
+        sendApart(m_event);
+    }
+}
+
+/// An event that is only too long for the link goes value by value: a long text must not leave the host with
+/// an old play state in a session that goes on. Where there is no room left either, it ends there.
+void CMHostLinkWorker::sendApart(const HostLinkValueMessage& event)
+{
+    const auto fits = [this](std::size_t size) { return m_transport->writable(MessageClass::State, size); };
+    if (event.size() < 2 || event.isBeyondAnyLink() || fits(event.serialize().size()) || !fits(1)) {
+        return;
+    }
+    for (int i = 0; i < event.size(); ++i) {
+        HostLinkValueMessage alone(event.id());
+        alone.addValueOf(event, i);
+        if (fits(alone.serialize().size())) {
+            sendMessage(alone);
+        }
     }
 }
 

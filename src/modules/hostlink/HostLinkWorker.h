@@ -84,6 +84,7 @@ private:
     void notifySystemUp();
     void notifyPowerUp();
     void sendUpgradeStatus(VornKestalPrimeSomUpgradeStatus::Enum status);
+    void sendApart(const HostLinkValueMessage& event);
     void dispatch(const ByteArray& bytes);
 
     void answerGetState(const ByteArray& bytes);

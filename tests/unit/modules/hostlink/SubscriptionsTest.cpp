@@ -79,6 +79,20 @@ TEST_F(SubscriptionsTest, AfterTheLastUnsubscriptionChangesSendNothing)
     EXPECT_TRUE(nothingSent());
 }
 
+TEST_F(SubscriptionsTest, AnEventTooLongForTheLinkComesStateByState)
+{
+    const std::string name(40000, 'n');
+    createNode(VornDeviceNamePath(), VornValue().setString(QString::fromStdString(name)));
+    createNode(VornKestalPrimeHostNamePath(), VornValue().setString(QString::fromStdString(name)));
+    ask(numbers(MSG_Subscribe, {STA_DeviceName, STA_HostName, STA_Mute}));
+    EXPECT_EQ(receive(), "MSG_StateChanged STA_DeviceName=str:\"" + name + '"');
+    EXPECT_EQ(receive(), "MSG_StateChanged STA_HostName=str:\"" + name + '"');
+    EXPECT_EQ(receive(), "MSG_StateChanged STA_Mute=u8:0");
+    EXPECT_TRUE(nothingSent());
+    EXPECT_EQ(m_linkLog.lines(),
+              Texts{"MSG_StateChanged of 80016 bytes is longer than the link carries, not sent"});
+}
+
 TEST_F(SubscriptionsTest, BothOperationsAlwaysSucceed)
 {
     HostLinkUInt16Message reply(MSG_SubscribeResponse);
