@@ -7,6 +7,8 @@
 #include <QVariantHash>
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -101,28 +103,42 @@ bool isKey(const QByteArray& text, int end)
     return next < text.size() && text[next] == ':';
 }
 
-/// Where an object has a key for the second time; -1 for nowhere. Qt's parser would leak the first one's
-/// value.
-int findRepeatedKey(const QByteArray& text)
+/// What Qt's parser would take and must not, and where.
+struct Fault {
+    int at;
+    int code;
+    QString what;
+};
+
+/// A zero byte has to be written as \u0000 (RFC 8259): Qt's parser takes keys that differ behind one for the
+/// same. Of a key that stands twice in an object it leaks the first one's value. And a value must not be
+/// deeper than its user can carry.
+std::optional<Fault> findFault(const QByteArray& text, std::size_t levels)
 {
+    if (const int zero = text.indexOf('\0'); zero >= 0) {
+        return Fault{zero, VornJson::Error::kZeroByte, "a zero byte"};
+    }
     std::vector<QSet<QString>> open; // the keys of all that has begun
     for (int at = 0; at < text.size();) {
         const char c = text[at];
         const int end = c == '"' ? endOfString(text, at) : at + 1;
         if (c == '{' || c == '[') {
+            if (open.size() == levels) {
+                return Fault{at, VornJson::Error::kTooDeep, "more levels than a value may have"};
+            }
             open.emplace_back();
         } else if (!open.empty() && (c == '}' || c == ']')) {
             open.pop_back();
         } else if (!open.empty() && c == '"' && isKey(text, end)) {
             const QString key = textOf(text.mid(at, end - at));
             if (open.back().contains(key)) {
-                return at;
+                return Fault{at, VornJson::Error::kRepeatedKey, "this object has the key already"};
             }
             open.back().insert(key);
         }
         at = end;
     }
-    return -1;
+    return std::nullopt;
 }
 
 QVariant withHashes(const QVariant& value)
@@ -151,18 +167,10 @@ VornJson::Error makeError(const QByteArray& text, int offset, int code, const QS
     return {code, before.count('\n') + 1, column, what};
 }
 
-/// As parseBytes(), with keys that are all different. A zero byte has to be written as \u0000 (RFC 8259):
-/// Qt's parser takes keys that differ behind one for the same.
-QVariant parseUnique(const QByteArray& text, VornJson::Error* error)
+QVariant parseChecked(const QByteArray& text, std::size_t levels, VornJson::Error* error)
 {
-    const int zero = text.indexOf('\0');
-    if (zero >= 0) {
-        *error = makeError(text, zero, VornJson::Error::kZeroByte, "a zero byte");
-        return {};
-    }
-    const int repeated = findRepeatedKey(text);
-    if (repeated >= 0) {
-        *error = makeError(text, repeated, VornJson::Error::kRepeatedKey, "this object has the key already");
+    if (const std::optional<Fault> fault = findFault(text, levels)) {
+        *error = makeError(text, fault->at, fault->code, fault->what);
         return {};
     }
     QJsonParseError failure = parseError(QJsonParseError::NoError, 0);
@@ -252,6 +260,16 @@ void printValue(const QVariant& value, QString& out)
     case JsonKind::Object: printHash(value.toHash(), out); break;
     }
 }
+
+QVariant parseText(const QString& text, std::size_t levels, VornJson::Error* error)
+{
+    VornJson::Error failure;
+    const QVariant value = parseChecked(text.toUtf8(), levels, &failure);
+    if (error != nullptr) {
+        *error = failure;
+    }
+    return withHashes(value);
+}
 } // namespace
 
 VornJson::Error::Error(int code, int line, int column, QString text)
@@ -267,12 +285,12 @@ QString VornJson::Error::toString() const
 
 QVariant VornJson::parse(const QString& text, Error* error, int /*flags*/)
 {
-    Error failure;
-    const QVariant value = parseUnique(text.toUtf8(), &failure);
-    if (error != nullptr) {
-        *error = failure;
-    }
-    return withHashes(value);
+    return parseText(text, std::numeric_limits<std::size_t>::max(), error);
+}
+
+QVariant VornJson::parseValue(const QString& text, Error* error)
+{
+    return parseText(text, kValueLevels, error);
 }
 
 QString VornJson::print(const QVariant& value)

@@ -16,6 +16,7 @@ public:
 
         static constexpr int kRepeatedKey = 1000;
         static constexpr int kZeroByte = 1001;
+        static constexpr int kTooDeep = 1002;
 
         int code() const { return m_code; }     ///< 0 for none, one of the above, or the parser's own
         int line() const { return m_line; }     ///< from 1
@@ -36,6 +37,11 @@ public:
     /// QVariantHash, arrays QVariantList, integers qlonglong. An object that has a key twice is an error.
     /// `flags` is reserved and 0.
     static QVariant parse(const QString& text, Error* error, int flags = 0);
+
+    /// The same for a text that becomes a node's value. It has fewer levels than the 1024 that parse() takes:
+    /// what carries values has some of its own, the settings file and the messages of the node API.
+    static constexpr std::size_t kValueLevels = 1000;
+    static QVariant parseValue(const QString& text, Error* error);
 
     /// Compact text of a variant as parse() makes it, keys sorted.
     static QString print(const QVariant& value);

@@ -11,6 +11,7 @@
 #include "platform/sdk/CMNode.h"
 #include "platform/sdk/Paths.h"
 #include "runtime/NodeApiConnection.h"
+#include "support/DeepValue.h"
 #include "support/LogCapture.h"
 #include "support/NoDescriptorsLeft.h"
 #include "unit/runtime/ApiClient.h"
@@ -219,6 +220,17 @@ TEST_F(NodeApiTest, WatchingGivesTheValueThenEachChange)
     EXPECT_EQ(m_client->line(),
               R"({"jsonrpc":"2.0","method":"changed","params":)"
               R"({"path":"VornPlayerMutePath","previous":{"bool_":false},"value":{"bool_":true}}})");
+}
+
+TEST_F(NodeApiTest, TheDeepestValueIsReadAndWatched)
+{
+    const VornHash deepest(VornJson::parseValue(deepJson(), nullptr).toHash());
+    CMValueNode* node = addNode(CMPath("/deep"), deepest);
+    EXPECT_TRUE(hashOf(ask("watch", R"({"path":"/deep"})")["result"]).sameAs(deepest));
+    node->setValue(VornValue().setI32(1));
+    const QVariantHash params = m_client->message()["params"].toHash();
+    EXPECT_TRUE(hashOf(params["previous"]).sameAs(deepest));
+    EXPECT_EQ(hashOf(params["value"]).value("i32_"), 1);
 }
 
 TEST_F(NodeApiTest, WatchingSeesANodeComeAndGo)

@@ -7,6 +7,7 @@
 #include <QFileInfo>
 #include <QTemporaryDir>
 
+#include "support/DeepValue.h"
 #include "support/LogCapture.h"
 
 namespace
@@ -102,6 +103,14 @@ TEST_F(SettingsFileTest, GivesBackWhatWasSaved)
     for (const CMPath& path : values.keys()) {
         EXPECT_TRUE(loaded[path].sameAs(values[path])) << path.toString().toStdString();
     }
+    EXPECT_TRUE(m_log.lines().empty());
+}
+
+TEST_F(SettingsFileTest, GivesBackTheDeepestValue)
+{
+    const VornValue deepest = VornHash(VornJson::parseValue(deepJson(), nullptr).toHash());
+    save({{CMPath("/deep"), deepest}});
+    EXPECT_TRUE(load()[CMPath("/deep")].sameAs(deepest));
     EXPECT_TRUE(m_log.lines().empty());
 }
 

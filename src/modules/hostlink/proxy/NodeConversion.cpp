@@ -77,7 +77,7 @@ QString textAt(const HostLinkValueMessage& message, int index, bool* ok)
 Received parseJson(const QString& text, VornValue* value)
 {
     VornJson::Error error;
-    const QVariant parsed = VornJson::parse(text, &error, 0);
+    const QVariant parsed = VornJson::parseValue(text, &error);
     *value = VornHash(parsed.toHash());
     if (error.code() == 0) {
         return Received::Value;

@@ -32,7 +32,7 @@ QList<State> RoonSignalPathProxy::states() const
 bool RoonSignalPathProxy::writeElements(const QString& json)
 {
     VornJson::Error error;
-    const QVariantList elements = VornJson::parse(json, &error, 0).toList();
+    const QVariantList elements = VornJson::parseValue(json, &error).toList();
     if (!error.isEmpty()) {
         LOG4CPLUS_ERROR(hostLinkLogger,
                         "Failed to parse roon signal path json: " << error.toString().toStdString());

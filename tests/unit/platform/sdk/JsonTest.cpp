@@ -6,6 +6,7 @@
 
 #include "platform/sdk/CMPath.h"
 #include "platform/sdk/VornJson.h"
+#include "support/DeepValue.h"
 
 namespace
 {
@@ -244,6 +245,17 @@ TEST(Json, DeepNestingIsAnErrorNotACrash)
     failed(QString(depth, '[') + QString(depth, ']'));
     failed(QString(1025, '[') + QString(1025, ']'));
     parsed(QString(1024, '[') + QString(1024, ']'));
+}
+
+TEST(Json, AValueHasFewerLevelsThanAnyOtherText)
+{
+    VornJson::Error error;
+    EXPECT_EQ(VornJson::parseValue(deepJson(), &error), parsed(deepJson()));
+    EXPECT_TRUE(error.isEmpty());
+    parsed(deepJson(1));
+    EXPECT_FALSE(VornJson::parseValue(deepJson(1), &error).isValid());
+    EXPECT_EQ(error.code(), VornJson::Error::kTooDeep);
+    EXPECT_EQ(error.toString(), "line 1 column 5001: more levels than a value may have");
 }
 
 TEST(Json, NoErrorPrintsAsNothing)

@@ -1,5 +1,6 @@
 #include "modules/hostlink/proxy/RoonSignalPathProxy.h"
 
+#include "support/DeepValue.h"
 #include "support/ProxyFixture.h"
 
 namespace
@@ -102,6 +103,7 @@ TEST_F(RoonSignalPathProxyTest, TextThatIsNoJsonIsRefusedAndWritesNothing)
     EXPECT_EQ(m_log.errors()[0].find("Failed to parse roon signal path json: line 1 column "), 0U)
         << m_log.errors()[0];
     EXPECT_EQ(send(""), answer(0));
+    EXPECT_EQ(send('[' + deepJson().toStdString() + ']'), answer(0));
     settle();
     EXPECT_TRUE(m_created.empty());
 }

@@ -12,6 +12,7 @@
 #include "platform/sdk/CMWorker.h"
 #include "platform/sdk/MetaTypes.h"
 #include "platform/sdk/VornJson.h"
+#include "support/DeepValue.h"
 #include "support/LogCapture.h"
 #include "support/WaitFor.h"
 
@@ -393,6 +394,15 @@ TEST_F(ValueItemProxyTest, TextThatIsNoJsonIsAnErrorAndRefusedButEmptiesTheNode)
     VornJson::parse("{\"a\":", &error, 0);
     EXPECT_EQ(m_log.errors().front(), "VornValue::fromJsonString failed with: "
                                           + error.toString().toStdString() + " on string: {\"a\":");
+}
+
+TEST_F(ValueItemProxyTest, JsonTooDeepToBeReadAgainElsewhereIsRefused)
+{
+    setNode(VornHash());
+    EXPECT_EQ(write(Kind::Bin16VornValueJson, text(deepJson().toStdString())), "u8:1");
+    EXPECT_EQ(node(), deepJson().toStdString());
+    EXPECT_EQ(write(Kind::Bin16VornValueJson, text(deepJson(1).toStdString())), "u8:0");
+    EXPECT_EQ(node(), "{}");
 }
 
 TEST_F(ValueItemProxyTest, AValueOfAnotherEncodingIsRefusedAndLeavesTheNode)
