@@ -48,11 +48,36 @@ protected:
 
     ProxyFixture() { registerSdkMetaTypes(); }
 
+    /// What is still asked for reaches this test's nodes, not those of the next.
+    void TearDown() override { settle(); }
+
     CMValueNode* createNode(const CMPath& path, const VornValue& value)
     {
         CMValueNode* node = CMValueNode::create(&m_nodes, path);
         node->setValue(value);
         return node;
+    }
+
+    /// Takes away every node that can be invoked.
+    void removeActivateNodes() { qDeleteAll(m_nodes.findChildren<CMActivateNode*>()); }
+
+    /// A node that can be invoked, and refuses each time.
+    void createRefusal(const CMPath& path)
+    {
+        CMActivateNode::create(
+            &m_nodes, path, &m_context,
+            [](const CMSetDataRequest& request) {
+                request.fail({CMError::NotInvocable, "busy"});
+            },
+            Qt::DirectConnection);
+    }
+
+    /// Waits until all writes so far are done.
+    static void settle()
+    {
+        const CMVoidReply reply;
+        CMRoot()->invoke(CMPath("/nobody"), {}, reply);
+        EXPECT_TRUE(waitFor([&] { return reply.isFinished(); }));
     }
 
     /// Collects in m_told what the proxy tells from now on.

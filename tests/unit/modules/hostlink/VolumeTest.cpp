@@ -81,6 +81,17 @@ TEST_F(VolumeTest, TheLowestVolumeIsTakenAndOneLessIsRefused)
     EXPECT_TRUE(waitFor([&] { return volume() == 20; }));
 }
 
+TEST_F(VolumeTest, AcceptedMeansAskedNotTaken)
+{
+    m_volume->setReadOnly(true);
+    EXPECT_EQ(ask(set(45)), "MSG_SetStateResponse STA_Volume=u8:1");
+    EXPECT_TRUE(nothingSent());
+    EXPECT_EQ(volume(), 30);
+    delete m_volume;
+    EXPECT_EQ(ask(set(0)), "MSG_SetStateResponse STA_Volume=u8:1") << "all that is within no limits";
+    EXPECT_TRUE(nothingSent());
+}
+
 TEST_F(VolumeTest, LimitsHaveASign)
 {
     m_volume->setRoles(VornRoles().setEdit(limits(-80, -1)));

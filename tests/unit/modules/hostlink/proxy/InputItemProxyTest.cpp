@@ -11,6 +11,13 @@ class InputItemProxyTest : public ProxyFixture
 protected:
     InputItemProxyTest() { listenTo(m_proxy); }
 
+    std::string writeByte(int number)
+    {
+        HostLinkValueMessage request(MSG_SetState);
+        request.addValueUint8(kInputState, std::uint8_t(number));
+        return write(m_proxy, request);
+    }
+
     std::string now() { return read(m_proxy, {kInputState}); }
     static std::string byte(int number)
     {
@@ -44,11 +51,19 @@ TEST_F(InputItemProxyTest, ReadsTheLowByteOfTheNumber)
 
 TEST_F(InputItemProxyTest, WritesTheByteAsANumber)
 {
-    HostLinkValueMessage request(MSG_SetState);
-    request.addValueUint8(kInputState, 3);
-    EXPECT_EQ(write(m_proxy, request), "MSG_SetStateResponse STA_InputState=u8:1");
+    EXPECT_EQ(writeByte(3), "MSG_SetStateResponse STA_InputState=u8:1");
     EXPECT_EQ(m_node->value().i32(), 1) << "never inside the call";
     EXPECT_TRUE(waitFor([this] { return m_node->value().sameAs(VornValue().setI32(3)); }));
+}
+
+TEST_F(InputItemProxyTest, AcceptedMeansAskedNotTaken)
+{
+    m_node->setReadOnly(true);
+    EXPECT_EQ(writeByte(3), "MSG_SetStateResponse STA_InputState=u8:1");
+    settle();
+    EXPECT_EQ(m_node->value().i32(), 1);
+    delete m_node;
+    EXPECT_EQ(writeByte(3), "MSG_SetStateResponse STA_InputState=u8:1");
 }
 
 TEST_F(InputItemProxyTest, AnythingButAByteIsRefused)

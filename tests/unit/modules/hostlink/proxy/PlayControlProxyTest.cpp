@@ -123,6 +123,26 @@ TEST_F(PlayControlProxyTest, StopNeedsNoOffer)
     }
 }
 
+TEST_F(PlayControlProxyTest, AcceptedMeansAskedNotDone)
+{
+    VornPlayLogicControls all;
+    for (const Command& row : kCommands) {
+        (all.*row.offer)(true);
+    }
+    offer(all);
+    removeActivateNodes();
+    for (const int code : {0, 1, 2, 3, 4, 5}) {
+        EXPECT_EQ(command(code), answer(1)) << code << " without a player";
+    }
+    settle();
+    for (const char* name : {"pause", "stop", "next", "previous", "like", "dislike"}) {
+        createRefusal(CMPath(QString("/player/instance/%1").arg(name)));
+    }
+    for (const int code : {0, 1, 2, 3, 4, 5}) {
+        EXPECT_EQ(command(code), answer(1)) << code << " of a player that refuses";
+    }
+}
+
 TEST_F(PlayControlProxyTest, StoppingAnIdlePlayerIsDoneWithoutIt)
 {
     offer({}, 0);

@@ -473,6 +473,8 @@ TEST_F(PlaybackItemProxyTest, StatesOfOthersAreNeitherReadNorWritten)
     }
     EXPECT_TRUE(m_log.texts(log4cplus::TRACE_LOG_LEVEL).size() > 0);
     EXPECT_EQ(m_log.count(log4cplus::TRACE_LOG_LEVEL, "Starting Playback timer"), 0U);
+    settle();
+    EXPECT_EQ(m_asked, Texts{}) << "of the player";
 }
 
 TEST_F(PlaybackItemProxyTest, TheDeviceOfTheSettingsIsPlayedAsWritten)

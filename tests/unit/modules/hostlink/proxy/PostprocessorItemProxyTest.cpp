@@ -33,6 +33,18 @@ protected:
         return found != nullptr ? found : found = CMValueNode::create(&m_nodes, path);
     }
 
+    void createAllNodes()
+    {
+        for (const Tone& row : kTones) {
+            node(row.path);
+        }
+        node(VornPlayerLoudnessPath());
+        for (const Tone& row : kSwitches) {
+            node(row.path);
+        }
+        equalizer();
+    }
+
     CMValueNode* equalizer() { return node(VornPlayerEqualizerConfigurationPath()); }
     void setBands(const Bands& bands) { equalizer()->setValue(VornValue().setEqBandList(bands)); }
 
@@ -96,12 +108,19 @@ protected:
         return "MSG_GetStateResponse " + HostLinkPrinter::printHostLinkState(state) + "=" + value;
     }
 
-    /// Waits until all writes so far are done.
-    static void settle()
+    /// A write to each state that can be written.
+    static HostLinkValueMessage writesToAll(const ByteArray& gains)
     {
-        const CMVoidReply reply;
-        CMRoot()->invoke(CMPath("/nobody"), {}, reply);
-        EXPECT_TRUE(waitFor([&] { return reply.isFinished(); }));
+        HostLinkValueMessage request(MSG_SetState);
+        for (const Tone& row : kTones) {
+            request.addValueInt8(row.state, 1);
+        }
+        request.addValueUint8(STA_Loudness, 1);
+        for (const Tone& row : kSwitches) {
+            request.addValueUint8(row.state, 1);
+        }
+        request.addValueBin16(STA_EqualizerValues, gains);
+        return request;
     }
 
     PostprocessorItemProxy m_proxy{nullptr};
@@ -202,20 +221,36 @@ TEST_F(PostprocessorItemProxyTest, LoudnessAndSwitchesTakeAnyByte)
     }
 }
 
+TEST_F(PostprocessorItemProxyTest, AcceptedMeansAskedNotTaken)
+{
+    const std::string allTaken =
+        "MSG_SetStateResponse STA_Balance=u8:1 STA_Bass=u8:1 STA_Treble=u8:1 STA_Loudness=u8:1 "
+        "STA_PostprocessingOnOff=u8:1 STA_EqualizerOnOff=u8:1 STA_EqualizerValues=u8:1";
+    EXPECT_EQ(write(m_proxy, writesToAll({})), allTaken) << "without any node";
+    settle();
+    setBands(manyBands(1));
+    createAllNodes();
+    for (CMValueNode* node : m_nodes.findChildren<CMValueNode*>()) {
+        node->setReadOnly(true);
+    }
+    told();
+    EXPECT_EQ(write(m_proxy, writesToAll({0, 9})), allTaken);
+    settle();
+    EXPECT_EQ(told(), States{});
+}
+
 TEST_F(PostprocessorItemProxyTest, AValueOfAnotherEncodingIsRefusedAndWritesNothing)
 {
+    setBands(manyBands(1));
+    createAllNodes();
+    told();
     for (const State state : {STA_Balance, STA_Bass, STA_Treble}) {
         EXPECT_EQ(writeUint8(state, 1), answer(state, 0));
     }
     for (const State state : {STA_Loudness, STA_PostprocessingOnOff, STA_EqualizerOnOff}) {
         EXPECT_EQ(writeInt8(state, 1), answer(state, 0));
     }
-    setBands(manyBands(1));
     EXPECT_EQ(writeUint8(STA_EqualizerValues, 1), answer(STA_EqualizerValues, 0));
-    for (const Tone& row : kTones) {
-        node(row.path);
-    }
-    told();
     settle();
     EXPECT_EQ(told(), States{});
     EXPECT_TRUE(m_log.errors().empty());

@@ -125,10 +125,15 @@ TEST_F(PowerItemProxyTest, TheNextStateCannotBeWritten)
 
 TEST_F(PowerItemProxyTest, ARequestWithoutAPowerManagerIsStillTaken)
 {
-    PowerItemProxy proxy(nullptr);
-    HostLinkValueMessage request(MSG_SetState);
-    request.addValueUint8(STA_PowerState, 10);
-    EXPECT_EQ(write(proxy, request), "MSG_SetStateResponse STA_PowerState=u8:1");
+    removeActivateNodes();
+    EXPECT_EQ(writeByte(STA_PowerState, 10), "MSG_SetStateResponse STA_PowerState=u8:1");
+}
+
+TEST_F(PowerItemProxyTest, ARequestThatThePowerManagerRefusesIsStillTaken)
+{
+    removeActivateNodes();
+    createRefusal(VornPowerManagerTargetRequestPath());
+    EXPECT_EQ(writeByte(STA_PowerState, 10), "MSG_SetStateResponse STA_PowerState=u8:1");
 }
 
 TEST_F(PowerItemProxyTest, TellsWhatChanged)

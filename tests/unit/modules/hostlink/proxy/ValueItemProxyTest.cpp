@@ -487,6 +487,7 @@ TEST_F(ValueItemProxyTest, AnswersUnderTheStateThatIsAskedNotUnderItsOwn)
     EXPECT_EQ(HostLinkPrinter::printMessage(reply.serialize()),
               "MSG_GetStateResponse 0x7055=u8:0 0x7066=u8:1 0x7077=nil");
     EXPECT_EQ(own->states(), QList<State>{kValueState});
+    settle(); // what was asked for is not the next test's
 }
 
 TEST_F(ValueItemProxyTest, AChangeOfTheNodeIsAChangeOfItsStateOnly)
