@@ -57,18 +57,19 @@ qint32 controlBits(const VornPlayLogicControls& controls)
     return mask;
 }
 
-/// Milliseconds as the player takes them, microseconds in 32 bits.
-quint32 microseconds(qint32 milliseconds)
-{
-    return static_cast<quint32>(milliseconds) * 1000U;
-}
-
 /// Appends one option of an address. They are all set off alike: the player takes it so.
-template <typename Number>
-void addNumberOption(QString& uri, const char* option, Number number)
+void addNumberOption(QString& uri, const char* option, qint32 number)
 {
     if (number != 0) {
         uri += option + QString::number(number);
+    }
+}
+
+/// The player takes microseconds in 32 bits, in which a time that is set may become 0.
+void addTimeOption(QString& uri, const char* option, qint32 milliseconds)
+{
+    if (milliseconds != 0) {
+        uri += option + QString::number(static_cast<quint32>(milliseconds) * 1000U);
     }
 }
 
@@ -270,9 +271,9 @@ void PlaybackItemProxy::getAlsaResourceAndUriFromAudioDevice(const VornPlayerAud
         resource.setNrAudioChannels(device.channels());
     }
     addFormat(device, resource, uri);
-    addNumberOption(uri, "?latency-time=", microseconds(device.periodTime()));
-    addNumberOption(uri, "?buffer-time=", microseconds(device.bufferTime()));
-    addNumberOption(uri, "?ts-offset=", microseconds(device.inputTsOffset()));
+    addTimeOption(uri, "?latency-time=", device.periodTime());
+    addTimeOption(uri, "?buffer-time=", device.bufferTime());
+    addTimeOption(uri, "?ts-offset=", device.inputTsOffset());
     uri += device.useDriftComp() ? "?drift-comp=1" : "";
     const VornPlayerSampleRateSource source = device.sampleRateSource();
     addOption(uri, "?sr-card=", source.soundCard());

@@ -572,6 +572,14 @@ TEST_F(PlaybackItemProxyTest, MicrosecondsHave32Bits)
     EXPECT_EQ(uriOf(device().setPeriodTime(2147483647)), "alsa://hw:1,0?latency-time=4294966296");
 }
 
+TEST_F(PlaybackItemProxyTest, ATimeThatIsSetIsAnOptionThoughItsMicrosecondsWrapToZero)
+{
+    constexpr int kWraps = 536870912; // times 1000 is a multiple of 2 to the 32nd
+    EXPECT_EQ(uriOf(device().setPeriodTime(kWraps)), "alsa://hw:1,0?latency-time=0");
+    EXPECT_EQ(uriOf(device().setBufferTime(kWraps)), "alsa://hw:1,0?buffer-time=0");
+    EXPECT_EQ(uriOf(device().setInputTsOffset(-kWraps)), "alsa://hw:1,0?ts-offset=0");
+}
+
 TEST_F(PlaybackItemProxyTest, SettingsThatCannotBeReadArePlayedAllTheSame)
 {
     for (const VornValue& value :
