@@ -10,6 +10,9 @@ template <typename Sender, typename Signal>
 bool verifyConnectionSignalParameters(const Sender* sender, Signal signal, const QObject* receiver,
                                       Qt::ConnectionType type)
 {
+    if (sender == nullptr || receiver == nullptr) {
+        return true; // without a thread of its own; the connection fails by itself
+    }
     const bool queued = type == Qt::QueuedConnection
                         || (type == Qt::AutoConnection && sender->thread() != receiver->thread());
     if (!queued) {

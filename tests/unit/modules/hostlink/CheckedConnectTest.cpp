@@ -57,6 +57,7 @@ TEST(CheckedConnectDeathTest, AConnectionThatIsNotMadeIsFatal)
     Receiver receiver;
     EXPECT_DEATH(connectChecked(none, &Sender::plain, &receiver, &Receiver::on_plain, Qt::DirectConnection),
                  "connection");
+    EXPECT_DEATH(connectChecked(none, &Sender::plain, &receiver, &Receiver::on_plain), "connection");
 }
 
 } // namespace

@@ -102,6 +102,13 @@ TEST_F(RegistryTest, AProxyThatListsAStateTwiceOwnsItOnce)
     EXPECT_EQ(ask(numbers(MSG_GetState, {kFirst})), "MSG_GetStateResponse 0x7001=u8:1");
 }
 
+using RegistryDeathTest = RegistryTest;
+
+TEST_F(RegistryDeathTest, AProxyThatCannotBeHeardIsFatal)
+{
+    EXPECT_DEATH(m_worker->addProxy(nullptr), "connection");
+}
+
 TEST_F(RegistryTest, AProxyIsAskedForItsStatesOnce)
 {
     EXPECT_EQ(add({kFirst, kSecond}, 1)->m_statesAsked, 1);
