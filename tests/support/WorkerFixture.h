@@ -1,5 +1,9 @@
 #pragma once
 
+#include <QDeadlineTimer>
+#include <chrono>
+#include <thread>
+
 #include "modules/hostlink/HostLinkWorker.h"
 #include "modules/hostlink/proxy/ValueProxy.h"
 #include "support/LinkFixture.h"
@@ -29,6 +33,16 @@ protected:
 
     /// No thread may call a worker that goes away.
     ~WorkerFixture() override { HostLinkTransportLayer::stopAll(); }
+
+    /// The module knows on return that its host is gone.
+    void stopHostAndHearOfIt()
+    {
+        stopHost();
+        const QDeadlineTimer limit(std::chrono::seconds(10));
+        while (m_worker->m_transport->writable(MessageClass::State, 1) && !limit.hasExpired()) {
+            std::this_thread::yield(); // until the goodbye has come
+        }
+    }
 
     std::unique_ptr<OpenWorker> m_worker;
     std::vector<std::string> m_announcement; ///< what it sent at its start

@@ -176,6 +176,34 @@ TEST_F(LifecycleTest, AShutdownGoesOnThoughNothingCanBeSent)
     EXPECT_EQ(m_shutdowns, 1);
 }
 
+TEST_F(LifecycleTest, AShutdownWithoutAHostStopsTheLinkAllTheSame)
+{
+    stopHostAndHearOfIt();
+    ASSERT_EQ(m_worker->sendMessage(HostLinkValueMessage(MSG_StateChanged)), 0);
+    ASSERT_EQ(HostLinkTransportLayer::live().size(), 1U);
+    m_worker->on_shutdown();
+    EXPECT_EQ(m_shutdowns, 1);
+    EXPECT_TRUE(HostLinkTransportLayer::live().empty());
+}
+
+TEST_F(LifecycleTest, AHandlerThatLeavesTheListAtAShutdownSkipsNobody)
+{
+    std::vector<int> told;
+    const auto handler = [&](int number) { return ShutdownHandler([&, number] { told.push_back(number); }); };
+    ShutdownHandler first = handler(1);
+    ShutdownHandler second = handler(2);
+    ShutdownHandler leaver([&] {
+        told.push_back(3);
+        m_worker->m_handlers.removeAll(&leaver);
+    });
+    ShutdownHandler next = handler(4);
+    m_worker->m_handlers = {&first, &second, &leaver, &next, m_worker.get()};
+
+    m_worker->on_shutdown();
+
+    EXPECT_EQ(told, (std::vector<int>{1, 2, 3, 4}));
+}
+
 TEST_F(LifecycleTest, AShutdownKeepsTheSubscriptionsOfTheHost)
 {
     ask(numbers(MSG_Subscribe, {STA_Mute}));

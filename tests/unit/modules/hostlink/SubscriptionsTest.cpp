@@ -1,5 +1,3 @@
-#include <thread>
-
 #include "support/LinkLogCapture.h"
 #include "support/WorkerFixture.h"
 
@@ -141,11 +139,7 @@ TEST_F(SubscriptionsTest, ChangesBetweenTwoSessionsAreNotSentLater)
 {
     ask(numbers(MSG_Subscribe, {STA_Mute}));
     receive();
-    stopHost();
-    const QDeadlineTimer limit(std::chrono::seconds(10));
-    while (m_worker->m_transport->writable(MessageClass::State, 1) && !limit.hasExpired()) {
-        std::this_thread::yield(); // until the goodbye has come
-    }
+    stopHostAndHearOfIt();
     m_mute->setValue(VornValue().setBool(true));
     restartHost();
     EXPECT_TRUE(nothingSent());
