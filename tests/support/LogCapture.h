@@ -55,6 +55,18 @@ public:
         return found;
     }
 
+    /// The texts of a level and of all that are graver, in order.
+    std::vector<std::string> textsFrom(log4cplus::LogLevel level) const
+    {
+        std::vector<std::string> found;
+        for (const Line& line : m_lines) {
+            if (line.level >= level) {
+                found.push_back(line.text);
+            }
+        }
+        return found;
+    }
+
     std::vector<std::string> errors() const { return texts(log4cplus::ERROR_LOG_LEVEL); }
     std::vector<std::string> warnings() const { return texts(log4cplus::WARN_LOG_LEVEL); }
     std::vector<std::string> infos() const { return texts(log4cplus::INFO_LOG_LEVEL); }

@@ -259,7 +259,9 @@ TEST_F(IntakeTest, EachSetValueIsAnsweredInItsPlace)
     request.addValueUint8(0x7777, 1);
     request.addValueUint8(STA_Mute, 1);
     request.addValueInt32(STA_MicMute, 1);
+    m_log.clear();
     EXPECT_EQ(ask(request), "MSG_SetStateResponse 0x7777=nil STA_Mute=u8:1 STA_MicMute=u8:0");
+    EXPECT_EQ(m_log.textsFrom(log4cplus::INFO_LOG_LEVEL), Texts());
     EXPECT_TRUE(waitFor([&] { return mute->value().bool_(); }));
 }
 

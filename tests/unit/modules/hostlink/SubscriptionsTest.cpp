@@ -43,8 +43,10 @@ TEST_F(SubscriptionsTest, ARenewedSubscriptionAnswersOnlyWhatIsNewButReportsAll)
 
 TEST_F(SubscriptionsTest, AStateWithoutProxyIsSubscribedButNeverReported)
 {
+    m_log.clear();
     EXPECT_EQ(ask(numbers(MSG_Subscribe, {0x7777})), "MSG_SubscribeResponse 0x7777");
     EXPECT_TRUE(nothingSent());
+    EXPECT_EQ(m_log.textsFrom(log4cplus::INFO_LOG_LEVEL), Texts());
     EXPECT_EQ(ask(numbers(MSG_Unsubscribe, {0x7777})), "MSG_UnsubscribeResponse 0x7777");
 }
 

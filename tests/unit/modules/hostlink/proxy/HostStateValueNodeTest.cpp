@@ -88,6 +88,7 @@ TEST_F(HostStateValueNodeTest, AHostModelBehindAnotherTypeIsNotRead)
     m_message.addValueUint8(kHostState, 2);
     m_message.addValueUint16(kHostState, 1);
     EXPECT_EQ(pushed(Kind::HostModel, m_message, 1), "{}");
+    EXPECT_EQ(m_log.textsFrom(log4cplus::WARN_LOG_LEVEL), std::vector<std::string>());
 }
 
 TEST_F(HostStateValueNodeTest, AValueOfAnotherTypeLeavesTheNode)
@@ -102,6 +103,36 @@ TEST_F(HostStateValueNodeTest, AValueOfAnotherTypeLeavesTheNode)
         mute.setValue(kHostState, m_message, index);
         EXPECT_EQ(value(), R"({"bool_":true})") << index;
     }
+}
+
+TEST_F(HostStateValueNodeTest, EachConversionTakesItsOwnTypeAlone)
+{
+    m_message.addValueNil(kHostState);
+    m_message.addValueUint8(kHostState, 9);
+    m_message.addValueUint16(kHostState, 9);
+    m_message.addValueUint32(kHostState, 9);
+    m_message.addValueInt8(kHostState, 9);
+    m_message.addValueInt32(kHostState, 9);
+    m_message.addValueInt64(kHostState, 9);
+    m_message.addValueString(kHostState, "9");
+    m_message.addValueBin16(kHostState, {9});
+    const std::pair<Kind, int> ownIndices[] = {{Kind::Uint8VornBool, 1},
+                                               {Kind::Uint8VornI32, 1},
+                                               {Kind::Int64VornI64, 6},
+                                               {Kind::Bin16VornString, 7}};
+    for (const auto& [kind, own] : ownIndices) {
+        HostStateValueNode& target = node(kind);
+        target.setValue(kHostState, m_message, own);
+        const std::string before = value();
+        EXPECT_NE(before, "{}") << int(kind);
+        for (int index = 0; index <= m_message.size(); ++index) {
+            if (index != own) {
+                target.setValue(kHostState, m_message, index);
+                EXPECT_EQ(value(), before) << int(kind) << " at " << index;
+            }
+        }
+    }
+    EXPECT_EQ(m_log.textsFrom(log4cplus::WARN_LOG_LEVEL), std::vector<std::string>());
 }
 
 TEST_F(HostStateValueNodeTest, OtherConversionsTakeNothing)
