@@ -34,7 +34,8 @@ Host::Event Host::receive(ByteArray* message, HostLinkTime deadline)
     giveBack();
     // What has come in already is handed out before more of it is read.
     for (bool due = m_port.deadline() <= now();; due = true) {
-        if (due) {
+        if (due && m_lastLook != deadline) {
+            m_lastLook = now() >= deadline ? std::optional(deadline) : std::nullopt;
             m_port.step(now());
         }
         if (const auto obstacle = this->obstacle()) {
@@ -48,11 +49,12 @@ Host::Event Host::receive(ByteArray* message, HostLinkTime deadline)
             (*change == Event::NewSession ? m_sessionTold : m_endTold) = m_port.core().sessionNumber();
             return *change;
         }
+        if (m_lastLook == deadline) {
+            m_lastLook.reset();
+            return Event::TimedOut;
+        }
         if (due && isReadable(inputNow())) {
             return Event::Input;
-        }
-        if (due && now() >= deadline) {
-            return Event::TimedOut;
         }
         wait(deadline, inputNow());
     }

@@ -53,7 +53,8 @@ public:
     HostLinkCounters counters() const { return m_port.core().counters(); }
 
     /// The next event; a message goes into `message`. Each new session and each end is told once,
-    /// between the messages before it and those after it. A deadline that has passed still looks once.
+    /// between the messages before it and those after it. A deadline that has passed still looks once:
+    /// calls with it hand out what that look has found, then they time out, whatever else has come since.
     ///
     /// The module's window for the message opens with the next wait, so answers to it are to be sent
     /// before that; an answer that belongs to a former session is not taken by send().
@@ -85,9 +86,10 @@ private:
     int m_interrupt;
     int m_input = -1;
     bool m_open = true;
-    std::uint64_t m_sessionTold = 0; ///< number of the session that the caller knows
-    std::uint64_t m_endTold = 0;     ///< number of the last session whose end it knows
-    bool m_isTaken = false;          ///< the message handed out last is not given back yet
+    std::uint64_t m_sessionTold = 0;        ///< number of the session that the caller knows
+    std::uint64_t m_endTold = 0;            ///< number of the last session whose end it knows
+    std::optional<HostLinkTime> m_lastLook; ///< a deadline that has had its look, until it timed out
+    bool m_isTaken = false;                 ///< the message handed out last is not given back yet
     std::vector<pollfd> m_descriptors;
     HostLinkPort m_port;
 };

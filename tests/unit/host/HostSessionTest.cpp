@@ -21,6 +21,7 @@ const ByteArray kGetMute{0x00, 0x02, 0x00, 0x07};
 const ByteArray kMuteIsNil{0x80, 0x02, 0x00, 0x07, 0xC0};
 const ByteArray kSetMute{0x00, 0x01, 0x00, 0x07, 0xCC, 0x01};
 const ByteArray kMuteWasSet{0x80, 0x01, 0x00, 0x07, 0xCC, 0x01};
+const ByteArray kMuteChanged{0x00, 0x04, 0x00, 0x07, 0xCC, 0x01};
 const ByteArray kModuleSubscribes{0x00, 0x03, 0xF0, 0x03};
 const ByteArray kHostSubscribed{0x80, 0x03, 0xF0, 0x03};
 
@@ -75,6 +76,20 @@ protected:
             }
             m_module.answer(message);
         };
+    }
+
+    /// With each message that the host gets, a millisecond passes and the next one comes: for ten seconds, so
+    /// that a wait without end does not keep the test.
+    void pourMessages()
+    {
+        session().observe([this, end = now() + 10s](HostSession::Side side, const ByteArray&) {
+            if (side == HostSession::Side::Module && now() < end) {
+                std::vector<pollfd> none;
+                m_module.send(kMuteChanged, now());
+                m_system.wait(none, HostLinkTime::max());
+            }
+        });
+        m_module.onMessage = [this](const ByteArray&) { m_module.send(kMuteChanged, m_module.now()); };
     }
 
     HostLinkTime now() { return m_system.now(); }
@@ -201,6 +216,23 @@ TEST_F(HostSessionTest, MissingReplyIsToldAtTheTimeOut)
     EXPECT_EQ(failureOf([&] { session().request(kGetMute, HostSession::Repeat::Once); }), Cause::NoReply);
     EXPECT_EQ(now() - start, 2000ms);
     EXPECT_EQ(m_text, "no reply within 2000 ms");
+}
+
+TEST_F(HostSessionTest, MissingReplyIsToldAtTheTimeOutWhileMessagesPourIn)
+{
+    session().open();
+    pourMessages();
+    const HostLinkTime start = now();
+    EXPECT_EQ(failureOf([&] { session().request(kGetMute, HostSession::Repeat::Once); }), Cause::NoReply);
+    EXPECT_LE(now() - start, 2010ms);
+}
+
+TEST_F(HostSessionTest, OpeningEndsAtTheTimeOutWhileMessagesPourIn)
+{
+    pourMessages();
+    const HostLinkTime start = now();
+    EXPECT_EQ(failureOf([&] { session().open(); }), Cause::NoReply);
+    EXPECT_LE(now() - start, 2010ms);
 }
 
 TEST_F(HostSessionTest, OccupiedLinkIsToldAtOnce)

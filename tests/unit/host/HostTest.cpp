@@ -105,6 +105,51 @@ TEST_F(HostTest, LooksOnceAfterItsDeadline)
     EXPECT_EQ(next(host, 0ms), Event::TimedOut);
 }
 
+TEST_F(HostTest, HandsOutAllThatItsLookAfterTheDeadlineFound)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    for (int look = 0; look < 2; ++look) {
+        m_module.send(kEvent, m_system.now());
+        m_module.send(kEvent, m_system.now());
+        m_module.step(m_system.now());
+        EXPECT_EQ(next(host, 0ms), Event::Message);
+        EXPECT_EQ(next(host, 0ms), Event::Message);
+        EXPECT_EQ(next(host, 0ms), Event::TimedOut);
+    }
+}
+
+TEST_F(HostTest, ItsDeadlineHoldsWhileMessagesPourIn)
+{
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    const HostLinkTime deadline = m_system.now() + 50ms;
+    std::vector<pollfd> none;
+    Event event = Event::Message;
+    while (event == Event::Message && m_system.now() < deadline + 1s) {
+        m_module.send(kEvent, m_system.now());
+        m_system.wait(none, HostLinkTime::max());
+        event = host.receive(&m_message, deadline);
+    }
+    EXPECT_EQ(event, Event::TimedOut);
+    EXPECT_LE(m_system.now(), deadline + 2ms);
+    EXPECT_EQ(next(host), Event::Message) << "what has come since is there for the next wait";
+}
+
+TEST_F(HostTest, ItsDeadlineHoldsWhileInputIsReadable)
+{
+    int input[2];
+    ASSERT_EQ(pipe(input), 0);
+    ASSERT_EQ(write(input[1], "x", 1), 1);
+    Host host(line(), -1, m_system);
+    ASSERT_EQ(next(host), Event::NewSession);
+    host.setInput(input[0]);
+    EXPECT_EQ(next(host, 0ms), Event::TimedOut);
+    EXPECT_EQ(next(host), Event::Input);
+    close(input[0]);
+    close(input[1]);
+}
+
 TEST_F(HostTest, GivesTheWindowBackForWhatItReceived)
 {
     Host host(line(), -1, m_system);
