@@ -7,6 +7,13 @@
 namespace
 {
 
+void appendEscape(std::string& json, char character)
+{
+    char escape[sizeof "\\u0000"];
+    std::snprintf(escape, sizeof escape, "\\u%04x", unsigned{static_cast<unsigned char>(character)});
+    json += escape;
+}
+
 void appendAscii(std::string& json, char character)
 {
     switch (character) {
@@ -17,13 +24,11 @@ void appendAscii(std::string& json, char character)
     case '\t': json += "\\t"; return;
     default: break;
     }
-    if (character >= ' ' && character != 0x7F) {
+    if (isControl({&character, 1})) {
+        appendEscape(json, character);
+    } else {
         json += character;
-        return;
     }
-    char escape[sizeof "\\u0000"];
-    std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(character));
-    json += escape;
 }
 
 } // namespace
@@ -32,15 +37,17 @@ std::string jsonString(std::string_view text)
 {
     std::string json = "\"";
     while (!text.empty()) {
-        const std::size_t length = utf8SequenceLength(text);
-        if (length == 0) {
+        const std::string_view character = firstCharacter(text);
+        if (utf8SequenceLength(text) == 0) {
             json += "\\ufffd";
-        } else if (length == 1) {
-            appendAscii(json, text.front());
+        } else if (character.size() == 1) {
+            appendAscii(json, character.front());
+        } else if (isControl(character)) {
+            appendEscape(json, character.back());
         } else {
-            json += text.substr(0, length);
+            json += character;
         }
-        text.remove_prefix(length == 0 ? 1 : length);
+        text.remove_prefix(character.size());
     }
     return json + '"';
 }

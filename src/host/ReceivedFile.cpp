@@ -5,12 +5,13 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+
+#include "platform/hostlink/Utf8.h"
 
 namespace
 {
@@ -25,13 +26,19 @@ bool failed(const std::string& what, std::string* error)
 
 /// Whether it names a file in whatever directory, on any terminal: no path, no control characters, not longer
 /// than file systems take.
-bool isFileName(const std::string& name)
+bool isFileName(std::string_view name)
 {
-    const auto isAllowed = [](unsigned char character) {
-        return character >= 0x20 && character != 0x7F && character != '/';
-    };
-    return !name.empty() && name.size() <= NAME_MAX && name != "." && name != ".."
-           && std::all_of(name.begin(), name.end(), isAllowed);
+    if (name.empty() || name.size() > NAME_MAX || name == "." || name == "..") {
+        return false;
+    }
+    while (!name.empty()) {
+        const std::string_view character = firstCharacter(name);
+        if (character == "/" || isControl(character)) {
+            return false;
+        }
+        name.remove_prefix(character.size());
+    }
+    return true;
 }
 
 /// Of this process alone, so that one left behind by a kill is never written again.

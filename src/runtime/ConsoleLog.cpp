@@ -3,7 +3,11 @@
 #include <log4cplus/spi/loggingevent.h>
 #include <log4cplus/thread/syncprims.h>
 
+#include <string_view>
 #include <utility>
+
+#include "platform/hostlink/HexText.h"
+#include "platform/hostlink/Utf8.h"
 
 namespace
 {
@@ -12,28 +16,20 @@ using Event = log4cplus::spi::InternalLoggingEvent;
 constexpr bool kToStandardError = true;
 constexpr bool kFlushEachLine = true;
 
-bool isControl(char character)
+/// \xNN for each byte of a control character: a line feed would begin a line that nobody logged, an escape a
+/// command to the terminal.
+std::string withoutControls(std::string_view text)
 {
-    const auto byte = static_cast<unsigned char>(character);
-    return byte < 0x20 || byte == 0x7F;
-}
-
-/// \xNN for each control character: a line feed would begin a line that nobody logged, an escape a command to
-/// the terminal.
-std::string withoutControls(const std::string& text)
-{
-    constexpr char kDigits[] = "0123456789abcdef";
     std::string result;
     result.reserve(text.size());
-    for (const char character : text) {
-        if (!isControl(character)) {
+    while (!text.empty()) {
+        const std::string_view character = firstCharacter(text);
+        if (isControl(character)) {
+            result += escapedBytes(character);
+        } else {
             result += character;
-            continue;
         }
-        const auto byte = static_cast<unsigned char>(character);
-        result += "\\x";
-        result += kDigits[byte >> 4];
-        result += kDigits[byte & 0xF];
+        text.remove_prefix(character.size());
     }
     return result;
 }

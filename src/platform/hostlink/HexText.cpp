@@ -15,6 +15,15 @@ std::string hexText(const ByteArray& bytes)
     return text;
 }
 
+std::string escapedBytes(std::string_view bytes)
+{
+    std::string text;
+    for (const char byte : bytes) {
+        text += "\\x" + hexText({static_cast<std::uint8_t>(byte)});
+    }
+    return text;
+}
+
 std::optional<ByteArray> parseHex(std::string_view text)
 {
     if (text.size() % 2 != 0) {

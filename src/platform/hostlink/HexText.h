@@ -9,6 +9,9 @@
 /// Bytes as pairs of lower-case hexadecimal digits.
 std::string hexText(const ByteArray& bytes);
 
+/// \xNN for each byte, in lower case.
+std::string escapedBytes(std::string_view bytes);
+
 /// The bytes of pairs of hexadecimal digits; empty when there is anything else in the text.
 std::optional<ByteArray> parseHex(std::string_view text);
 

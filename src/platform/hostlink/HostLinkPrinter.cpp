@@ -36,15 +36,9 @@ void appendQuoted(std::string& line, std::string_view text)
 {
     line += '"';
     while (!text.empty()) {
-        const std::size_t length = utf8SequenceLength(text);
-        const std::string_view character = text.substr(0, length == 0 ? 1 : length);
-        const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-        const bool control =
-            byte(0) == 0x7F || byte(0) < ' ' || (length == 2 && byte(0) == 0xC2 && byte(1) < 0xA0);
-        if (length == 0 || control) {
-            for (const char each : character) {
-                line += "\\x" + hexText({static_cast<std::uint8_t>(each)});
-            }
+        const std::string_view character = firstCharacter(text);
+        if (utf8SequenceLength(text) == 0 || isControl(character)) {
+            line += escapedBytes(character);
         } else {
             if (text[0] == '"' || text[0] == '\\') {
                 line += '\\';

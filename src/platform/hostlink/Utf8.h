@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -30,4 +31,19 @@ constexpr std::size_t utf8SequenceLength(std::string_view text)
         }
     }
     return length;
+}
+
+/// The character that `text`, which is not empty, begins with; a single byte where that is none in UTF-8.
+constexpr std::string_view firstCharacter(std::string_view text)
+{
+    return text.substr(0, std::max<std::size_t>(utf8SequenceLength(text), 1));
+}
+
+/// Whether what firstCharacter() gave is one of U+0000 to U+001F and U+007F to U+009F, which may be commands
+/// to a terminal. Those from U+0080 on are two bytes, of which the second has the character's number.
+constexpr bool isControl(std::string_view character)
+{
+    const auto first = static_cast<std::uint8_t>(character.front());
+    return first < 0x20 || first == 0x7F
+           || (character.size() == 2 && first == 0xC2 && static_cast<std::uint8_t>(character[1]) < 0xA0);
 }

@@ -140,7 +140,7 @@ TEST_F(FileReceiverTest, ALinkAtTheNameIsReplacedNotFollowed)
 TEST_F(FileReceiverTest, NamesThatAreNoFileNamesAreRefused)
 {
     for (const char* name : {"", ".", "..", "/", "a/b", "../song", "/etc/passwd", "song/", "line\nbreak",
-                             "\x1B[2J", "tab\t", "\x7F"}) {
+                             "\x1B[2J", "tab\t", "\x7F", "\xC2\x80", "a\xC2\x85", "\xC2\x9F"}) {
         EXPECT_EQ(give(chunk(0, "x", true, name)), answer(-1)) << name;
     }
     HostLinkValueMessage zero(MSG_DataTransfer);
@@ -160,8 +160,8 @@ TEST_F(FileReceiverTest, NamesThatAreNoFileNamesAreRefused)
 TEST_F(FileReceiverTest, OddNamesAreNames)
 {
     const std::string longest(255, 'n');
-    for (const char* name :
-         {" ", "...", ".hidden", "-rf", "sch\xC3\xB6n", "\xFF", "a\\b", "%s", "$(id)", longest.c_str()}) {
+    for (const char* name : {" ", "...", ".hidden", "-rf", "sch\xC3\xB6n", "\xC2\xA0", "\xF0\x9F\x8E\xB5",
+                             "\xFF", "a\\b", "%s", "$(id)", longest.c_str()}) {
         EXPECT_EQ(give(chunk(0, "x", true, name)), answer(0)) << name;
         EXPECT_EQ(content(name), "x");
     }

@@ -145,6 +145,20 @@ TEST_F(ConsoleLogTest, NobodyForgesALine)
     EXPECT_EQ(lines(), Texts{R"(TRACE ConsoleLogTest: a\x0ab\x7f)"});
 }
 
+TEST_F(ConsoleLogTest, NobodyForgesALineByControlCharactersOfTwoBytes)
+{
+    LOG4CPLUS_ERROR(m_logger, "a\xC2\x85"
+                              "forged \xC2\x80\xC2\x9F");
+    EXPECT_EQ(lines(), Texts{R"(ERROR ConsoleLogTest: a\xc2\x85forged \xc2\x80\xc2\x9f)"});
+}
+
+TEST_F(ConsoleLogTest, OtherCharactersAndBytesStayAsTheyAre)
+{
+    const std::string text = "\xC2\xA0 \xC3\xBC \xC3\xA9 \xE2\x82\xAC \xF0\x9F\x8E\xB5 \xFF \xC2";
+    LOG4CPLUS_ERROR(m_logger, text);
+    EXPECT_EQ(lines(), Texts{"ERROR ConsoleLogTest: " + text});
+}
+
 TEST_F(ConsoleLogTest, LongLinesAreCut)
 {
     LOG4CPLUS_ERROR(m_logger, std::string(ConsoleLog::kLongestLine, 'x'));

@@ -10,6 +10,12 @@ TEST(HexText, WritesBytesInLowerCaseAndIdsInUpperCase)
     EXPECT_EQ(hexNumber(0), "0x0000");
 }
 
+TEST(HexText, EscapesEachByte)
+{
+    EXPECT_EQ(escapedBytes("\n\xC2\x85"), R"(\x0a\xc2\x85)");
+    EXPECT_EQ(escapedBytes(""), "");
+}
+
 TEST(HexText, ReadsPairsOfDigitsInEitherCase)
 {
     EXPECT_EQ(parseHex("00abCD"), (ByteArray{0x00, 0xAB, 0xCD}));

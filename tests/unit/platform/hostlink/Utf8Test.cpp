@@ -44,3 +44,16 @@ TEST(Utf8, RefusesWhatIsNotUtf8)
     }
     EXPECT_EQ(utf8SequenceLength(""), 0U);
 }
+
+TEST(Utf8, TellsControlCharacters)
+{
+    for (std::uint32_t point = 0; point <= 0x10FFFF; ++point) {
+        const std::string text = encoded(point);
+        const bool surrogate = point >= 0xD800 && point <= 0xDFFF;
+        const bool control = point < 0x20 || (point >= 0x7F && point < 0xA0);
+        ASSERT_EQ(firstCharacter(text + "x"), surrogate ? text.substr(0, 1) : text) << std::hex << point;
+        ASSERT_EQ(isControl(firstCharacter(text)), control) << std::hex << point;
+    }
+    EXPECT_EQ(firstCharacter("\x85x"), "\x85");
+    EXPECT_FALSE(isControl("\x85")) << "no character";
+}
