@@ -78,7 +78,8 @@ void removeIfAbandoned(int directory, const char* name)
 std::unique_ptr<ReceivedFile> ReceivedFile::create(const std::string& directory, const std::string& name,
                                                    std::string* error)
 {
-    if (!isFileName(name)) {
+    // A file under a part's name would be taken for an abandoned one and removed.
+    if (!isFileName(name) || isPartName(name)) {
         *error = "the announced name is no file name";
         return nullptr;
     }

@@ -157,6 +157,25 @@ TEST_F(FileReceiverTest, NamesThatAreNoFileNamesAreRefused)
     EXPECT_EQ(m_ends.front(), "failed : the announced name is no file name");
 }
 
+TEST_F(FileReceiverTest, NamesOfUnfinishedPartsAreRefused)
+{
+    for (const char* name : {".hostlink-1-1.part", ".hostlink-4000000-17.part", ".hostlink--.part"}) {
+        EXPECT_EQ(give(chunk(0, "x", true, name)), answer(-1)) << name;
+        EXPECT_EQ(m_ends.back(), "failed " + std::string(name) + ": the announced name is no file name");
+    }
+    EXPECT_EQ(files(), Texts{});
+}
+
+TEST_F(FileReceiverTest, NamesThatResembleAPartsAreNamesOfFilesThatStay)
+{
+    const Texts names{".hostlink-1-1.part.gz", ".hostlink-a.part", "hostlink-1-1.part"};
+    for (const std::string& name : names) {
+        EXPECT_EQ(give(chunk(0, "x", true, name.c_str())), answer(0)) << name;
+    }
+    const FileReceiver next(m_directory, [](const FileReceiver::Report&) {});
+    EXPECT_EQ(files(), names);
+}
+
 TEST_F(FileReceiverTest, OddNamesAreNames)
 {
     const std::string longest(255, 'n');
