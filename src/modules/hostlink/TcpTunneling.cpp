@@ -3,6 +3,7 @@
 #include <QHostAddress>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTimer>
 #include <algorithm>
 
 #include "modules/hostlink/CheckedConnect.h"
@@ -36,10 +37,11 @@ std::string addressOf(const QTcpSocket* socket)
 
 } // namespace
 
-TcpTunneling::TcpTunneling(QObject* parent, HostLinkTransportLayer* transport, int port, int maxConnections)
+TcpTunneling::TcpTunneling(QObject* parent, HostLinkTransportLayer* transport, int port, int maxConnections,
+                           std::chrono::milliseconds closing)
     : QObject(parent), m_transport(transport), m_port(port),
       m_maxConnections(maxConnections < 1 ? kDefaultConnections : maxConnections),
-      m_server(new QTcpServer(this))
+      m_server(new QTcpServer(this)), m_closing(closing)
 {
     LOG4CPLUS_DEBUG(hostLinkLogger, "Starting TCP tunneling server at port: "
                                         << m_port << ", max allowed connections: " << m_maxConnections);
@@ -257,8 +259,19 @@ TcpTunneling::Result TcpTunneling::handleCommand(const HostLinkValueMessage& mes
         LOG4CPLUS_ERROR(hostLinkLogger, "Invalid command: " << command);
         return UnknownCommand;
     }
-    socket->close();
+    close(socket);
     return Done;
+}
+
+/// A socket is gone at once unless bytes still wait for its client, which may never read them. A host that
+/// asks again meanwhile does not make timers pile up.
+void TcpTunneling::close(QTcpSocket* socket)
+{
+    const bool wasOpen = socket->isOpen();
+    socket->close();
+    if (wasOpen && socket->state() != QAbstractSocket::UnconnectedState) {
+        QTimer::singleShot(m_closing, socket, [socket] { socket->abort(); });
+    }
 }
 
 TcpTunneling::Result TcpTunneling::noConnection(ConnectionId id)

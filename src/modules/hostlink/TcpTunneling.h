@@ -4,6 +4,7 @@
 #include <QHash>
 #include <QList>
 #include <QObject>
+#include <chrono>
 
 #include "modules/hostlink/HostLinkMessageHandler.h"
 
@@ -16,7 +17,8 @@ class QTcpSocket;
 /// by the id of its connection.
 ///
 /// Neither side can fill the other's memory: clients are not read while the link has no room for bulk
-/// messages, and a client that does not read is written for only up to kMostUnsent.
+/// messages, and a client that does not read is written for only up to kMostUnsent. Nor can a client stay
+/// against the host's will: it is out kClosing after the host has closed it.
 class TcpTunneling : public QObject, public HostLinkMessageHandler
 {
     Q_OBJECT
@@ -25,9 +27,15 @@ public:
     /// exceed them is not written at all, and answered with code 3.
     static constexpr qint64 kMostUnsent = 128 * 1024;
 
+    /// How long a client that the host has closed may take for the bytes that still wait for it. One that
+    /// reads needs a moment for them, also when its network loses a segment five times in a row, which TCP
+    /// needs some 6 s to mend.
+    static constexpr std::chrono::seconds kClosing{10};
+
     /// Listens on all addresses at `port`. At most `maxConnections` clients are taken, 10 when that is below
     /// 1, and never more than the 256 that have an id. `transport` has to stop before this is destroyed.
-    TcpTunneling(QObject* parent, HostLinkTransportLayer* transport, int port, int maxConnections);
+    TcpTunneling(QObject* parent, HostLinkTransportLayer* transport, int port, int maxConnections,
+                 std::chrono::milliseconds closing = kClosing);
 
     bool handleMessage(MessageId id, const ByteArray& bytes) override;
 
@@ -57,6 +65,7 @@ private:
     Result handleData(const HostLinkValueMessage& message, int i);
     Result handleCommand(const HostLinkValueMessage& message, int i);
     static Result noConnection(ConnectionId id);
+    void close(QTcpSocket* socket);
 
     bool mustWait(QTcpSocket* socket);
     void resume();
@@ -70,4 +79,5 @@ private:
     QTcpServer* m_server;
     QHash<QTcpSocket*, ConnectionId> m_connections;
     QList<QTcpSocket*> m_waiting; ///< for room on the link, to be read or, if gone, to be removed
+    const std::chrono::milliseconds m_closing;
 };

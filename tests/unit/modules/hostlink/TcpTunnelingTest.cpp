@@ -4,6 +4,7 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <QAbstractEventDispatcher>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <random>
@@ -37,13 +38,13 @@ protected:
     TcpTunnelingTest() : HandlerFixture(kReserve) {}
 
     /// Makes the tunnel on a port of its own.
-    TcpTunneling& open(int maxConnections = 4)
+    TcpTunneling& open(int maxConnections = 4, std::chrono::milliseconds closing = TcpTunneling::kClosing)
     {
         QTcpServer probe;
         EXPECT_TRUE(probe.listen(QHostAddress::Any, 0));
         m_port = probe.serverPort();
         probe.close();
-        m_tunnel = new TcpTunneling(&m_worker, &m_transport, m_port, maxConnections);
+        m_tunnel = new TcpTunneling(&m_worker, &m_transport, m_port, maxConnections, closing);
         m_handler = m_tunnel;
         return *m_tunnel;
     }
@@ -97,6 +98,25 @@ protected:
         return client.readAll();
     }
 
+    /// A client with the id 0 that reads nothing, and for which the tunnel keeps as much as it takes. The
+    /// system keeps little beside, so that it does not take the rest later.
+    Client connectFull()
+    {
+        Client client = connectClient();
+        client->setReadBufferSize(1);
+        sockets().first()->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, 4096);
+        client->write("x");
+        receiveData(0, 1);
+        const QByteArray data = randomBytes(32'000, 9);
+        m_taken.clear();
+        for (int refusals = 0; refusals < 2 && m_taken.size() < 64 * 1024 * 1024;) {
+            const bool isTaken = ask(dataFor(0, data)) == "MSG_TcpTunnelReply 1=u8:0";
+            m_taken += isTaken ? data : QByteArray();
+            refusals = isTaken ? 0 : refusals + 1;
+        }
+        return client;
+    }
+
     /// The tunnel's own ends of its connections.
     QList<QTcpSocket*> sockets() const { return m_tunnel->findChildren<QTcpSocket*>(); }
 
@@ -135,6 +155,7 @@ protected:
 
     quint16 m_port = 0;
     TcpTunneling* m_tunnel = nullptr; ///< the worker's
+    QByteArray m_taken;               ///< what was written for connectFull()'s client
 };
 
 TEST_F(TcpTunnelingTest, ItsStartIsLogged)
@@ -326,6 +347,45 @@ TEST_F(TcpTunnelingTest, WhatTheHostSaidBeforeItClosedArrives)
     m_host->send(command(0));
     EXPECT_EQ(received(*client, data.size()), data);
     EXPECT_TRUE(waitFor([&] { return isClosed(*client); }));
+}
+
+TEST_F(TcpTunnelingTest, AClientThatReadsAgainGetsAllThatTheHostSaidBeforeItClosed)
+{
+    open();
+    const Client client = connectFull();
+    EXPECT_EQ(ask(command(0)), "MSG_TcpTunnelReply 2=u8:0");
+    EXPECT_EQ(ask(dataFor(0, "late")), "MSG_TcpTunnelReply 1=u8:3");
+    EXPECT_TRUE(nothingSent()) << "the connection stands while bytes wait";
+    client->setReadBufferSize(0);
+    EXPECT_EQ(received(*client, m_taken.size()), m_taken);
+    EXPECT_EQ(receive(), "MSG_TcpTunnel 0=u16:0");
+    EXPECT_TRUE(waitFor([&] { return isClosed(*client); }));
+    const Client next = connectAs(0);
+}
+
+TEST_F(TcpTunnelingTest, AClientThatDoesNotReadIsPutOutSomeTimeAfterTheHostHasClosedIt)
+{
+    open(4, std::chrono::milliseconds(1));
+    const Client client = connectFull();
+    EXPECT_EQ(ask(command(0)), "MSG_TcpTunnelReply 2=u8:0");
+    EXPECT_EQ(receive(), "MSG_TcpTunnel 0=u16:0");
+    const Client next = connectAs(0);
+    EXPECT_EQ(sockets().size(), 1) << "nothing is left of it";
+    client->setReadBufferSize(0);
+    EXPECT_TRUE(waitFor([&] { return isClosed(*client); }));
+    EXPECT_TRUE(nothingSent());
+}
+
+TEST_F(TcpTunnelingTest, ClosingAgainWhatIsBeingClosedStartsNoSecondTimer)
+{
+    open();
+    const Client client = connectFull();
+    const auto timers = [] { return QAbstractEventDispatcher::instance()->children().size(); };
+    const int before = timers();
+    EXPECT_EQ(ask(command(0)), "MSG_TcpTunnelReply 2=u8:0");
+    EXPECT_EQ(timers(), before + 1);
+    EXPECT_EQ(ask(command(0)), "MSG_TcpTunnelReply 2=u8:0");
+    EXPECT_EQ(timers(), before + 1);
 }
 
 TEST_F(TcpTunnelingTest, OtherCommandsAreUnknownAndCloseNothing)
@@ -618,13 +678,7 @@ TEST_F(TcpTunnelingTest, AShutdownWhileTheLinkIsFullClosesThoseThatWait)
 TEST_F(TcpTunnelingTest, AShutdownWaitsForNoClientThatDoesNotRead)
 {
     open();
-    const Client client = connectClient();
-    client->setReadBufferSize(1);
-    client->write("x");
-    receiveData(0, 1);
-    const QByteArray data = randomBytes(32'000, 9);
-    for (int i = 0; i < 2000 && ask(dataFor(0, data)) == "MSG_TcpTunnelReply 1=u8:0"; ++i) {
-    }
+    const Client client = connectFull();
     m_tunnel->shutdown();
     EXPECT_EQ(m_log.count(log4cplus::TRACE_LOG_LEVEL, "Client disconnected: ::ffff:127.0.0.1"), 1U)
         << "at once, not when the socket is destroyed";
