@@ -152,7 +152,7 @@ QString DataTransfer::start(Parameters params, Status& status)
     if (!params.contains(Parameters::Timeout())) {
         params.setTimeout(kDefaultTimeoutMs);
     }
-    m_timer->setInterval(params.timeout());
+    m_timer->setInterval(std::max(params.timeout(), 0)); // a timer with a negative one never ends
     const qint64 size = m_fileToSend.size();
     status = Status()
                  .setParams(params)

@@ -490,6 +490,16 @@ TEST_F(DataTransferTest, AHostThatDoesNotAnswerEndsItAfterTheTimeout)
     EXPECT_EQ(status().params().timeout(), 3000) << "the time is of one transfer";
 }
 
+TEST_F(DataTransferTest, ANegativeTimeoutEndsItAtOnce)
+{
+    const QString path = makeFile("song", 1000);
+    activate(startOf(path).setChunkSize(128).setTimeout(-1));
+    nextChunk();
+    EXPECT_TRUE(waitFor([] { return !status().active(); }));
+    EXPECT_EQ(status().error(), "Timeout");
+    EXPECT_FALSE(start(path, 128).error().isError()) << "another one may start";
+}
+
 TEST_F(DataTransferTest, EachChunkHasTheWholeTimeout)
 {
     start(makeFile("song", 1000), 128);
