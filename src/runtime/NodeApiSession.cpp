@@ -119,6 +119,10 @@ void NodeApiSession::watch()
         if (m_watches.size() >= kMostWatches) {
             return fail(CMError::Refused, QString("a client has at most %1 watches").arg(kMostWatches));
         }
+        if (name.size() > kLongestWatch) {
+            return fail(CMError::Refused,
+                        QString("a watched path has at most %1 characters").arg(kLongestWatch));
+        }
         auto* item = new CMValueItem(this, path);
         connect(item, &CMValueItem::changed, this,
                 [this, name](const VornValue& value, const VornValue& previous) {

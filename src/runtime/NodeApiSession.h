@@ -24,6 +24,7 @@ class NodeApiSession : public QObject
     Q_OBJECT
 public:
     static constexpr int kMostWatches = 1000;
+    static constexpr int kLongestWatch = 4096; ///< characters of a watched path, which is kept
 
     using QObject::QObject;
 

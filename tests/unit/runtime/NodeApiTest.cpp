@@ -266,6 +266,20 @@ TEST_F(NodeApiTest, AClientsWatchesAreBounded)
     EXPECT_EQ(errorCode(ask("watch", R"({"path":"/one/more"})")), kRefused);
 }
 
+TEST_F(NodeApiTest, TheLengthOfAWatchedPathIsBounded)
+{
+    const QByteArray longest = '/' + QByteArray(4095, 'x');
+    EXPECT_TRUE(ask("watch", R"({"path":")" + longest + R"("})").contains("result"));
+    CMNodes nodes;
+    CMValueNode::create(&nodes, CMPath(longest))->setValue(VornValue().setI32(1));
+    EXPECT_EQ(hashOf(m_client->message()["params"])["path"], longest);
+    const QVariantHash refused = ask("watch", R"({"path":")" + longest + R"(x"})");
+    EXPECT_EQ(errorCode(refused), kRefused);
+    EXPECT_EQ(errorText(refused), "a watched path has at most 4096 characters");
+    EXPECT_EQ(errorCode(ask("get", R"({"path":")" + longest + R"(x"})")), kNoSuchNode)
+        << "what is not kept may be longer";
+}
+
 TEST_F(NodeApiTest, RequestsOfAClientAreServedInOrder)
 {
     addNode(CMPath("/n"), VornValue().setI32(1));
