@@ -1,8 +1,12 @@
 #include <QMetaMethod>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <deque>
 
 #include "modules/hostlink/DataTransfer.h"
 #include "modules/hostlink/TcpTunneling.h"
 #include "modules/hostlink/UInputHandler.h"
+#include "platform/hostlink/HostLinkCore.h"
 #include "platform/sdk/VornHostLinkTcpTunnelingConf.h"
 #include "support/WorkerFixture.h"
 #include "vocabulary/Proxies.h"
@@ -88,6 +92,45 @@ TEST_F(WorkerFixture, NoStateIsClaimedTwice)
     EXPECT_EQ(m_worker->m_proxies.size(), static_cast<int>(servedStateCount()));
 }
 
+/// A host that handles nothing of what comes to it until it is told to.
+class IdleHost
+{
+public:
+    explicit IdleHost(std::unique_ptr<HostLinkPhysicalLayer> layer) : m_transport(std::move(layer))
+    {
+        m_transport.addMessageReceivedObserver([this](const ByteArray& message) {
+            QMetaObject::invokeMethod(
+                &m_context, [this, message] { m_unhandled.push_back(message); }, Qt::QueuedConnection);
+        });
+        m_transport.start();
+    }
+
+    ~IdleHost() { m_transport.stop(); }
+
+    bool send(const HostLinkMessageSerializable& message)
+    {
+        return m_transport.send(message.serialize()) != 0;
+    }
+
+    bool hasReceived() const { return !m_unhandled.empty(); }
+
+    /// Handles all that is there; how many of them are messages of a kind.
+    int handle(MessageId id)
+    {
+        int count = 0;
+        for (; !m_unhandled.empty(); m_unhandled.pop_front()) {
+            m_transport.messageHandled();
+            count += HostLinkMessage::messageId(m_unhandled.front()) == id ? 1 : 0;
+        }
+        return count;
+    }
+
+private:
+    QObject m_context;
+    std::deque<ByteArray> m_unhandled;
+    HostLinkTransportLayer m_transport;
+};
+
 /// A worker that finds its tunnel configured when it starts.
 class TunnelWorker : public LinkFixture
 {
@@ -133,6 +176,42 @@ TEST_F(TunnelWorker, ATunnelComesSecond)
     EXPECT_EQ(m_log.count(log4cplus::DEBUG_LOG_LEVEL,
                           "Starting TCP tunneling server at port: 34571, max allowed connections: 50"),
               1U);
+}
+
+TEST_F(TunnelWorker, ClientsDataLeavesRoomForTheAnswersToAllThatAHostMayAsk)
+{
+    QTcpServer probe;
+    ASSERT_TRUE(probe.listen(QHostAddress::Any, 0));
+    const int port = probe.serverPort();
+    probe.close();
+    stopHost();
+    IdleHost host(MemoryLine::makeEnd(m_line, 1));
+    const HostLinkTransportLayer& module = *make(VornHostLinkTcpTunnelingConf().setPort(port)).m_transport;
+    ASSERT_TRUE(waitFor([&] { return host.hasReceived(); }));
+    QTcpSocket client;
+    client.connectToHost(QHostAddress::LocalHost, quint16(port));
+    client.write(QByteArray(1024 * 1024, 'x'));
+    ASSERT_TRUE(waitFor([&] { return !module.writable(MessageClass::Bulk, 8200); }));
+
+    m_log.clear();
+    m_log.setLevel(log4cplus::ERROR_LOG_LEVEL);
+    const HostLinkValueMessage request(MSG_TcpTunnel);
+    HostLinkValueMessage last(MSG_TcpTunnel); // its handling is logged
+    last.addValueNil(77);
+    const std::size_t credit = HostLinkCore::Settings().creditBytes[std::size_t(MessageClass::Bulk)];
+    const int requests = int((credit - last.serialize().size()) / request.serialize().size());
+    for (int i = 0; i < requests; ++i) {
+        ASSERT_TRUE(host.send(request)) << i;
+    }
+    ASSERT_TRUE(host.send(last));
+    ASSERT_TRUE(waitFor([&] { return !m_log.errors().empty(); }));
+    ASSERT_EQ(module.counters().messagesRefused, 0U);
+
+    int replies = 0;
+    EXPECT_TRUE(waitFor([&] {
+        replies += host.handle(MSG_TcpTunnelReply);
+        return replies == requests + 1;
+    })) << replies;
 }
 
 TEST_F(TunnelWorker, APortOf0IsNoTunnel)
