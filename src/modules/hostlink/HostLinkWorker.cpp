@@ -476,7 +476,7 @@ void CMHostLinkWorker::on_proxy_changed(const QList<State>& statesChanged)
 }
 
 /// An event that is only too long for the link goes value by value: a long text must not leave the host with
-/// an old play state in a session that goes on. Where there is no room left either, it ends there.
+/// an old play state in a session that goes on. Where they find no room the session ends, as with any event.
 void CMHostLinkWorker::sendApart(const HostLinkValueMessage& event)
 {
     const auto fits = [this](std::size_t size) { return m_transport->writable(MessageClass::State, size); };
@@ -486,9 +486,7 @@ void CMHostLinkWorker::sendApart(const HostLinkValueMessage& event)
     for (int i = 0; i < event.size(); ++i) {
         HostLinkValueMessage alone(event.id());
         alone.addValueOf(event, i);
-        if (fits(alone.serialize().size())) {
-            sendMessage(alone);
-        }
+        sendMessage(alone);
     }
 }
 
