@@ -13,12 +13,18 @@
 class HostEnd
 {
 public:
-    explicit HostEnd(std::unique_ptr<HostLinkPhysicalLayer> layer) : m_transport(std::move(layer))
+    enum class Handling { AtOnce, WhenTold };
+
+    /// Handles each message as it comes, or when transport() is told so.
+    explicit HostEnd(std::unique_ptr<HostLinkPhysicalLayer> layer, Handling handling = Handling::AtOnce)
+        : m_transport(std::move(layer))
     {
-        m_transport.addMessageReceivedObserver([this](const ByteArray& message) {
+        m_transport.addMessageReceivedObserver([this, handling](const ByteArray& message) {
             QMetaObject::invokeMethod(
                 &m_context, [this, message] { m_received.push_back(message); }, Qt::QueuedConnection);
-            m_transport.messageHandled();
+            if (handling == Handling::AtOnce) {
+                m_transport.messageHandled();
+            }
         });
         m_transport.start();
     }
@@ -29,10 +35,12 @@ public:
     int send(const ByteArray& message) { return m_transport.send(message); }
     int send(const HostLinkMessageSerializable& message) { return send(message.serialize()); }
 
+    bool hasReceived() const { return !m_received.empty(); }
+
     /// The next message of the module, in order; empty when none came in time.
     ByteArray receive()
     {
-        if (!waitFor([this] { return !m_received.empty(); })) {
+        if (!waitFor([this] { return hasReceived(); })) {
             return {};
         }
         ByteArray message = std::move(m_received.front());

@@ -15,6 +15,25 @@ using Event = Host::Event;
 const ByteArray kRequest{0x00, 0x02, 0x00, 0x07};
 const ByteArray kEvent{0x00, 0x04, 0x00, 0x07, 0xCC, 0x01};
 
+/// A pipe with a byte in it.
+class ReadableInput
+{
+public:
+    ReadableInput() { EXPECT_TRUE(pipe(m_ends) == 0 && write(m_ends[1], "x", 1) == 1); }
+    ~ReadableInput()
+    {
+        close(m_ends[0]);
+        close(m_ends[1]);
+    }
+    ReadableInput(const ReadableInput&) = delete;
+    ReadableInput& operator=(const ReadableInput&) = delete;
+
+    int descriptor() const { return m_ends[0]; }
+
+private:
+    int m_ends[2];
+};
+
 class HostTest : public testing::Test
 {
 protected:
@@ -138,16 +157,12 @@ TEST_F(HostTest, ItsDeadlineHoldsWhileMessagesPourIn)
 
 TEST_F(HostTest, ItsDeadlineHoldsWhileInputIsReadable)
 {
-    int input[2];
-    ASSERT_EQ(pipe(input), 0);
-    ASSERT_EQ(write(input[1], "x", 1), 1);
+    const ReadableInput input;
     Host host(line(), -1, m_system);
     ASSERT_EQ(next(host), Event::NewSession);
-    host.setInput(input[0]);
+    host.setInput(input.descriptor());
     EXPECT_EQ(next(host, 0ms), Event::TimedOut);
     EXPECT_EQ(next(host), Event::Input);
-    close(input[0]);
-    close(input[1]);
 }
 
 TEST_F(HostTest, GivesTheWindowBackForWhatItReceived)
@@ -365,12 +380,10 @@ TEST_F(HostTest, TellsInputBehindEverythingElse)
 
 TEST_F(HostTest, InputWaitsWhileMuchWaitsToBeSent)
 {
-    int input[2];
-    ASSERT_EQ(pipe(input), 0);
-    ASSERT_EQ(write(input[1], "x", 1), 1);
+    const ReadableInput input;
     Host host(line(), -1, m_system);
     ASSERT_EQ(next(host), Event::NewSession);
-    host.setInput(input[0]);
+    host.setInput(input.descriptor());
     m_system.onWait = [] {}; // the module takes nothing
     const ByteArray message(2000, 0x01);
     for (int i = 0; i < 60; ++i) { // of which the socket takes a quarter
@@ -379,8 +392,6 @@ TEST_F(HostTest, InputWaitsWhileMuchWaitsToBeSent)
     EXPECT_EQ(next(host, 100ms), Event::TimedOut);
     m_system.onWait = [this] { m_module.step(m_system.now()); };
     EXPECT_EQ(next(host), Event::Input);
-    close(input[0]);
-    close(input[1]);
 }
 
 TEST_F(HostTest, IgnoredInterruptEndsNoWait)

@@ -1,7 +1,6 @@
 #include <QMetaMethod>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <deque>
 
 #include "modules/hostlink/DataTransfer.h"
 #include "modules/hostlink/TcpTunneling.h"
@@ -92,45 +91,6 @@ TEST_F(WorkerFixture, NoStateIsClaimedTwice)
     EXPECT_EQ(m_worker->m_proxies.size(), static_cast<int>(servedStateCount()));
 }
 
-/// A host that handles nothing of what comes to it until it is told to.
-class IdleHost
-{
-public:
-    explicit IdleHost(std::unique_ptr<HostLinkPhysicalLayer> layer) : m_transport(std::move(layer))
-    {
-        m_transport.addMessageReceivedObserver([this](const ByteArray& message) {
-            QMetaObject::invokeMethod(
-                &m_context, [this, message] { m_unhandled.push_back(message); }, Qt::QueuedConnection);
-        });
-        m_transport.start();
-    }
-
-    ~IdleHost() { m_transport.stop(); }
-
-    bool send(const HostLinkMessageSerializable& message)
-    {
-        return m_transport.send(message.serialize()) != 0;
-    }
-
-    bool hasReceived() const { return !m_unhandled.empty(); }
-
-    /// Handles all that is there; how many of them are messages of a kind.
-    int handle(MessageId id)
-    {
-        int count = 0;
-        for (; !m_unhandled.empty(); m_unhandled.pop_front()) {
-            m_transport.messageHandled();
-            count += HostLinkMessage::messageId(m_unhandled.front()) == id ? 1 : 0;
-        }
-        return count;
-    }
-
-private:
-    QObject m_context;
-    std::deque<ByteArray> m_unhandled;
-    HostLinkTransportLayer m_transport;
-};
-
 /// A worker that finds its tunnel configured when it starts.
 class TunnelWorker : public LinkFixture
 {
@@ -185,7 +145,7 @@ TEST_F(TunnelWorker, ClientsDataLeavesRoomForTheAnswersToAllThatAHostMayAsk)
     const int port = probe.serverPort();
     probe.close();
     stopHost();
-    IdleHost host(MemoryLine::makeEnd(m_line, 1));
+    HostEnd host(MemoryLine::makeEnd(m_line, 1), HostEnd::Handling::WhenTold);
     const HostLinkTransportLayer& module = *make(VornHostLinkTcpTunnelingConf().setPort(port)).m_transport;
     ASSERT_TRUE(waitFor([&] { return host.hasReceived(); }));
     QTcpSocket client;
@@ -201,15 +161,18 @@ TEST_F(TunnelWorker, ClientsDataLeavesRoomForTheAnswersToAllThatAHostMayAsk)
     const std::size_t credit = HostLinkCore::Settings().creditBytes[std::size_t(MessageClass::Bulk)];
     const int requests = int((credit - last.serialize().size()) / request.serialize().size());
     for (int i = 0; i < requests; ++i) {
-        ASSERT_TRUE(host.send(request)) << i;
+        ASSERT_NE(host.send(request), 0) << i;
     }
-    ASSERT_TRUE(host.send(last));
+    ASSERT_NE(host.send(last), 0);
     ASSERT_TRUE(waitFor([&] { return !m_log.errors().empty(); }));
     ASSERT_EQ(module.counters().messagesRefused, 0U);
 
     int replies = 0;
     EXPECT_TRUE(waitFor([&] {
-        replies += host.handle(MSG_TcpTunnelReply);
+        while (host.hasReceived()) {
+            replies += HostLinkMessage::messageId(host.receive()) == MSG_TcpTunnelReply ? 1 : 0;
+            host.transport().messageHandled();
+        }
         return replies == requests + 1;
     })) << replies;
 }

@@ -7,6 +7,7 @@
 #include "platform/sdk/CMWorker.h"
 #include "platform/sdk/MetaTypes.h"
 #include "support/LogCapture.h"
+#include "support/OneOfEachType.h"
 #include "support/WaitFor.h"
 
 namespace
@@ -107,15 +108,7 @@ TEST_F(HostStateValueNodeTest, AValueOfAnotherTypeLeavesTheNode)
 
 TEST_F(HostStateValueNodeTest, EachConversionTakesItsOwnTypeAlone)
 {
-    m_message.addValueNil(kHostState);
-    m_message.addValueUint8(kHostState, 9);
-    m_message.addValueUint16(kHostState, 9);
-    m_message.addValueUint32(kHostState, 9);
-    m_message.addValueInt8(kHostState, 9);
-    m_message.addValueInt32(kHostState, 9);
-    m_message.addValueInt64(kHostState, 9);
-    m_message.addValueString(kHostState, "9");
-    m_message.addValueBin16(kHostState, {9});
+    addOneOfEachType(kHostState, "9", &m_message);
     const std::pair<Kind, int> ownIndices[] = {{Kind::Uint8VornBool, 1},
                                                {Kind::Uint8VornI32, 1},
                                                {Kind::Int64VornI64, 6},

@@ -14,6 +14,7 @@
 #include "platform/sdk/VornJson.h"
 #include "support/DeepValue.h"
 #include "support/LogCapture.h"
+#include "support/OneOfEachType.h"
 #include "support/WaitFor.h"
 
 namespace
@@ -408,15 +409,7 @@ TEST_F(ValueItemProxyTest, JsonTooDeepToBeReadAgainElsewhereIsRefused)
 TEST_F(ValueItemProxyTest, AValueOfAnotherEncodingIsRefusedAndLeavesTheNode)
 {
     HostLinkValueMessage all(MSG_SetState);
-    all.addValueNil(kValueState);
-    all.addValueUint8(kValueState, 9);
-    all.addValueUint16(kValueState, 9);
-    all.addValueUint32(kValueState, 9);
-    all.addValueInt8(kValueState, 9);
-    all.addValueInt32(kValueState, 9);
-    all.addValueInt64(kValueState, 9);
-    all.addValueString(kValueState, "{}");
-    all.addValueBin16(kValueState, {9});
+    addOneOfEachType(kValueState, "{}", &all);
     for (const Kind kind : kWritable) {
         int accepted = 0;
         for (int i = 0; i < all.size(); ++i) {
