@@ -93,6 +93,21 @@ TEST_F(SubscriptionsTest, AnEventTooLongForTheLinkComesStateByState)
               Texts{"MSG_StateChanged of 80016 bytes is longer than the link carries, not sent"});
 }
 
+TEST_F(SubscriptionsTest, AnEventThatFindsNoRoomStateByStateEndsTheSession)
+{
+    const std::string name(60000, 'n');
+    createNode(VornDeviceNamePath(), VornValue().setString(QString::fromStdString(name)));
+    stopHost();
+    m_host = std::make_unique<HostEnd>(MemoryLine::makeEnd(m_line, 1), HostEnd::Handling::WhenTold);
+    constexpr int kName = STA_DeviceName;
+    ask(numbers(MSG_Subscribe, {kName, kName, kName, kName, kName, kName, kName, STA_Mute}));
+    EXPECT_TRUE(waitFor([this] { return m_linkLog.count("the queue of state messages is full") == 1; }));
+    restartHost();
+    EXPECT_TRUE(nothingSent()) << "what was left of it is for nobody";
+    m_mute->setValue(VornValue().setBool(true));
+    EXPECT_EQ(receive(), "MSG_StateChanged STA_Mute=u8:1");
+}
+
 TEST_F(SubscriptionsTest, BothOperationsAlwaysSucceed)
 {
     HostLinkUInt16Message reply(MSG_SubscribeResponse);
