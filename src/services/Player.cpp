@@ -21,6 +21,7 @@ using Ratings = VornPlayLogicRating;
 
 constexpr auto kTick = 1s;
 constexpr int kLongestQueue = 1000;
+constexpr int kLongestAppended = 16 * 1024; // characters of the request that puts a track into the queue
 const QString kSoundCard = QStringLiteral("alsa://");
 
 std::chrono::milliseconds steadyTime()
@@ -159,6 +160,9 @@ Player::Outcome Player::playRoles(const VornHash& request)
     }
     if (m_queue.size() >= kLongestQueue) {
         return QString("the queue has %1 tracks already").arg(kLongestQueue);
+    }
+    if (const int length = request.toJsonString().size(); length > kLongestAppended) {
+        return QString("takes at most %1 characters for the queue, not %2").arg(kLongestAppended).arg(length);
     }
     m_queue.append(track);
     return {};

@@ -359,6 +359,19 @@ TEST_F(PlayerTest, TheQueueIsBounded)
     EXPECT_EQ(answer, "/player/instance/play: the queue has 1000 tracks already");
 }
 
+TEST_F(PlayerTest, TheLengthOfWhatIsQueuedIsBounded)
+{
+    const auto append = [](int length) {
+        const QString request = R"({"append":true,"roles":{"title":"%1"}})";
+        return play(request.arg(QString(length - request.size() + 2, 'x')));
+    };
+    EXPECT_EQ(append(16384), "");
+    EXPECT_EQ(append(16385),
+              "/player/instance/play: takes at most 16384 characters for the queue, not 16385");
+    EXPECT_EQ(playTrack(4), "");
+    EXPECT_NE(playTrack(5), "") << "nothing of it was queued";
+}
+
 TEST_F(PlayerTest, RequestsOfWrongTypesAreRefused)
 {
     for (const char* request : {R"({"roles":5})", R"({"roles":[]})", R"({"append":1,"roles":{}})"}) {
