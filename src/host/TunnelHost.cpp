@@ -33,10 +33,21 @@ void TunnelHost::write(Id id, const ByteArray& data)
     if (to.end != Connection::Stays) {
         return m_observer.failed(id, kBeingClosed);
     }
-    if (to.left() + data.size() > kMostWaiting) {
-        return giveUp(id, to, "the client does not read; closing");
-    }
     to.waiting.insert(to.waiting.end(), data.begin(), data.end());
+    boundWaiting();
+}
+
+void TunnelHost::boundWaiting()
+{
+    auto most = m_connections.begin();
+    std::size_t all = 0;
+    for (auto each = most; each != m_connections.end(); ++each) {
+        all += each->second.left();
+        most = each->second.left() > most->second.left() ? each : most;
+    }
+    if (most->second.left() > kMostWaiting || all > kMostWaitingInAll) {
+        giveUp(most->first, most->second, "the client does not read; closing");
+    }
 }
 
 void TunnelHost::close(Id id)

@@ -24,8 +24,10 @@ public:
     static constexpr std::size_t kPiece = 8192;
     static constexpr std::size_t kMostUnderWay = 64 * 1024;
 
-    /// Bytes that may wait for one client. One that would have more is closed: it sends and never reads.
+    /// Bytes that may wait for one client, and for all together. Where more would, the one for which most
+    /// wait is closed: it sends and never reads.
     static constexpr std::size_t kMostWaiting = 16 * 1024 * 1024;
+    static constexpr std::size_t kMostWaitingInAll = 64 * 1024 * 1024;
 
     struct Observer {
         std::function<void(Id, const ByteArray& data)> data;     ///< a client has sent
@@ -62,7 +64,11 @@ private:
         HostLinkTime notBefore{}; ///< the time of that try
 
         std::size_t left() const { return waiting.size() - written; }
-        void drop() { waiting.resize(written); }
+        void drop()
+        {
+            waiting = ByteArray(); // gives its memory back
+            written = 0;
+        }
         void close() { end = end == Stays ? Closes : end; }
     };
 
@@ -88,6 +94,7 @@ private:
     void takeReply(const HostLinkValueMessage& message, HostLinkTime now);
     void takeConnectionsReply(const Request& request, const HostLinkValueMessage& message, HostLinkTime now);
     static void pieceWritten(Connection& connection, std::size_t size);
+    void boundWaiting();
     void giveUp(Id id, Connection& connection, const std::string& why);
 
     const Observer m_observer;

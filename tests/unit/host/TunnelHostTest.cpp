@@ -272,6 +272,21 @@ TEST_F(TunnelHostTest, AClientThatSendsAndNeverReadsIsClosedBeforeTheMemoryIsFul
     EXPECT_EQ(sent(), "MSG_TcpTunnel 2=u16:0");
 }
 
+TEST_F(TunnelHostTest, AllThatWaitsTogetherIsBoundedAndTheOneWithTheMostIsClosed)
+{
+    constexpr std::size_t kMegabyte = 1024 * 1024;
+    const ByteArray large(TunnelHost::kMostWaiting - kMegabyte, 'a');
+    for (const TunnelHost::Id id : {1, 2, 3, 4}) {
+        m_tunnel.write(id, id == 3 ? ByteArray(TunnelHost::kMostWaiting, 'a') : large);
+    }
+    m_tunnel.write(5, ByteArray(3 * kMegabyte, 'b'));
+    EXPECT_EQ(m_seen, Texts{}) << "there was just room for all";
+    m_tunnel.write(5, bytes("b"));
+    EXPECT_EQ(m_seen, Texts{"3 failed: the client does not read; closing"});
+    m_tunnel.write(6, ByteArray(TunnelHost::kMostWaiting - 1, 'c'));
+    EXPECT_EQ(m_seen.size(), 1u) << "what was closed holds no room";
+}
+
 TEST_F(TunnelHostTest, ANewSessionClosesWhatMayHaveLostBytes)
 {
     clientSends(3, "x");
