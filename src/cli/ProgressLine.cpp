@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <iostream>
 
+#include "platform/hostlink/HexText.h"
+
 namespace
 {
 constexpr std::chrono::milliseconds kInterval{50};
@@ -23,7 +25,7 @@ void ProgressLine::show(const std::string& text)
     }
     m_next = now + kInterval;
     m_dirty = true;
-    std::cerr << '\r' << text << kRestOfLineEmpty << std::flush;
+    std::cerr << '\r' << withoutControls(text) << kRestOfLineEmpty << std::flush;
 }
 
 void ProgressLine::clear()

@@ -3,11 +3,9 @@
 #include <log4cplus/spi/loggingevent.h>
 #include <log4cplus/thread/syncprims.h>
 
-#include <string_view>
 #include <utility>
 
 #include "platform/hostlink/HexText.h"
-#include "platform/hostlink/Utf8.h"
 
 namespace
 {
@@ -15,24 +13,6 @@ using Event = log4cplus::spi::InternalLoggingEvent;
 
 constexpr bool kToStandardError = true;
 constexpr bool kFlushEachLine = true;
-
-/// \xNN for each byte of a control character: a line feed would begin a line that nobody logged, an escape a
-/// command to the terminal.
-std::string withoutControls(std::string_view text)
-{
-    std::string result;
-    result.reserve(text.size());
-    while (!text.empty()) {
-        const std::string_view character = firstCharacter(text);
-        if (isControl(character)) {
-            result += escapedBytes(character);
-        } else {
-            result += character;
-        }
-        text.remove_prefix(character.size());
-    }
-    return result;
-}
 
 std::string cut(std::string text)
 {

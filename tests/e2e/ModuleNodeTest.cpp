@@ -111,6 +111,23 @@ TEST_F(ModuleNode, OnlyTheOwnerMayOpenTheApi)
     EXPECT_EQ(status.st_mode & 0777, 0600);
 }
 
+TEST_F(ModuleNode, TextThatHoldsCommandsToATerminalGetsThereEscaped)
+{
+    const auto module = startModule();
+    const std::string name = R"("\u001b[2J\u0085\tend")";
+    ASSERT_EQ(node({"set", "VornDeviceNamePath", name}).status, 0);
+    EXPECT_EQ(get("VornDeviceNamePath"), "\x1B[2J\xC2\x85\tend\n") << "what is no terminal gets it as it is";
+    EXPECT_EQ(Program::run({"host", "get", "DeviceName"}).out,
+              "STA_DeviceName\tstr\t\x1B[2J\xC2\x85\\tend\n");
+    for (const std::string command : {"node get VornDeviceNamePath", "host get DeviceName"}) {
+        const Arguments arguments{"-qec", "'" HOSTLINK_PROGRAM "' " + command, "/dev/null"};
+        const ProgramResult onTerminal = Program("/usr/bin/script", arguments, Program::Input::Empty).wait();
+        EXPECT_EQ(onTerminal.status, 0) << onTerminal.err;
+        EXPECT_NE(onTerminal.out.find(R"(\x1b[2J\xc2\x85)"), std::string::npos) << onTerminal.out;
+        EXPECT_EQ(onTerminal.out.find('\x1B'), std::string::npos);
+    }
+}
+
 namespace
 {
 /// Errors but the one of a machine whose kernel has no virtual input devices.

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cstdio>
 
+#include "platform/hostlink/Utf8.h"
+
 std::string hexText(const ByteArray& bytes)
 {
     constexpr char digits[] = "0123456789abcdef";
@@ -22,6 +24,22 @@ std::string escapedBytes(std::string_view bytes)
         text += "\\x" + hexText({static_cast<std::uint8_t>(byte)});
     }
     return text;
+}
+
+std::string withoutControls(std::string_view text, std::string_view kept)
+{
+    std::string result;
+    result.reserve(text.size());
+    while (!text.empty()) {
+        const std::string_view character = firstCharacter(text);
+        if (isControl(character) && kept.find(character) == std::string_view::npos) {
+            result += escapedBytes(character);
+        } else {
+            result += character;
+        }
+        text.remove_prefix(character.size());
+    }
+    return result;
 }
 
 std::optional<ByteArray> parseHex(std::string_view text)

@@ -16,6 +16,14 @@ TEST(HexText, EscapesEachByte)
     EXPECT_EQ(escapedBytes(""), "");
 }
 
+TEST(HexText, EscapesControlsAndNothingElse)
+{
+    EXPECT_EQ(withoutControls("\x1B[2J\x7F\xC2\x85 \t\n\\ \xC3\x85 \x85"),
+              "\\x1b[2J\\x7f\\xc2\\x85 \\x09\\x0a\\ \xC3\x85 \x85");
+    EXPECT_EQ(withoutControls("\t\n\r", "\t\n"), "\t\n\\x0d");
+    EXPECT_EQ(withoutControls(""), "");
+}
+
 TEST(HexText, ReadsPairsOfDigitsInEitherCase)
 {
     EXPECT_EQ(parseHex("00abCD"), (ByteArray{0x00, 0xAB, 0xCD}));
