@@ -6,6 +6,8 @@
 #include <csignal>
 #include <system_error>
 
+#include "cli/Output.h"
+
 InterruptSignals::InterruptSignals()
 {
     sigset_t interrupts;
@@ -17,4 +19,10 @@ InterruptSignals::InterruptSignals()
     if (!m_descriptor) {
         throw std::system_error(errno, std::generic_category(), "signalfd");
     }
+    setOutputInterrupt(m_descriptor.get());
+}
+
+InterruptSignals::~InterruptSignals()
+{
+    setOutputInterrupt(-1);
 }

@@ -3,11 +3,14 @@
 #include "platform/hostlink/FileDescriptor.h"
 
 /// SIGINT and SIGTERM as a readable descriptor instead of the end of the process, from construction
-/// on. To be made before any other thread.
+/// on. To be made before any other thread. Output that nobody reads does not keep an interrupted command.
 class InterruptSignals
 {
 public:
     InterruptSignals(); ///< throws std::system_error
+    ~InterruptSignals();
+    InterruptSignals(const InterruptSignals&) = delete;
+    InterruptSignals& operator=(const InterruptSignals&) = delete;
 
     int descriptor() const { return m_descriptor.get(); }
 
