@@ -160,7 +160,9 @@ bool Host::isReadable(int descriptor)
 /// The input descriptor while input is welcome.
 int Host::inputNow() const
 {
-    return m_port.core().queuedBytes(MessageClass::State) < kInputPause ? m_input : -1;
+    const HostLinkCore& core = m_port.core();
+    const std::size_t queued = core.queuedBytes(MessageClass::State) + core.queuedBytes(MessageClass::Bulk);
+    return queued < kInputPause ? m_input : -1;
 }
 
 void Host::wait(HostLinkTime deadline, int input)

@@ -66,6 +66,24 @@ protected:
         ASSERT_TRUE(condition());
     }
 
+    void expectInputToWaitBehind(MessageId id)
+    {
+        const ReadableInput input;
+        Host host(line(), -1, m_system);
+        ASSERT_EQ(next(host), Event::NewSession);
+        host.setInput(input.descriptor());
+        m_system.onWait = [] {}; // the module takes nothing
+        ByteArray message(2000);
+        message[0] = static_cast<std::uint8_t>(id >> 8);
+        message[1] = static_cast<std::uint8_t>(id);
+        for (int i = 0; i < 60; ++i) { // of which the socket takes a quarter
+            ASSERT_TRUE(host.send(message));
+        }
+        EXPECT_EQ(next(host, 100ms), Event::TimedOut);
+        m_system.onWait = [this] { m_module.step(m_system.now()); };
+        EXPECT_EQ(next(host), Event::Input);
+    }
+
     SocketDirectory m_directory;
     SimulatedSystem m_system;
     ScriptedModule m_module{m_directory.socket()};
@@ -380,18 +398,12 @@ TEST_F(HostTest, TellsInputBehindEverythingElse)
 
 TEST_F(HostTest, InputWaitsWhileMuchWaitsToBeSent)
 {
-    const ReadableInput input;
-    Host host(line(), -1, m_system);
-    ASSERT_EQ(next(host), Event::NewSession);
-    host.setInput(input.descriptor());
-    m_system.onWait = [] {}; // the module takes nothing
-    const ByteArray message(2000, 0x01);
-    for (int i = 0; i < 60; ++i) { // of which the socket takes a quarter
-        ASSERT_TRUE(host.send(message));
-    }
-    EXPECT_EQ(next(host, 100ms), Event::TimedOut);
-    m_system.onWait = [this] { m_module.step(m_system.now()); };
-    EXPECT_EQ(next(host), Event::Input);
+    expectInputToWaitBehind(MSG_SetState);
+}
+
+TEST_F(HostTest, InputWaitsWhileMuchBulkWaitsToBeSent)
+{
+    expectInputToWaitBehind(MSG_DataTransferResponse);
 }
 
 TEST_F(HostTest, IgnoredInterruptEndsNoWait)
