@@ -1,5 +1,7 @@
 #include "runtime/ModuleProcess.h"
 
+#include <limits>
+
 #include "platform/hostlink/HostLinkTransportLayer.h"
 #include "platform/sdk/MetaTypes.h"
 #include "platform/sdk/Paths.h"
@@ -27,7 +29,8 @@ constexpr const char* kWorkerLine = "i2c";
 
 constexpr const char* kSettingsFile = "settings.json";
 
-void applyTunnelSettings(const ModuleProcess::Settings& settings, Profile* profile)
+/// The worker takes the port's lower 16 bits: one above them would open another than the profile says.
+bool applyTunnelSettings(const ModuleProcess::Settings& settings, Profile* profile, QString* error)
 {
     VornHostLinkTcpTunnelingConf conf = profile->values().value(VornHostLinkTcpTunnelingConfPath());
     if (settings.tunnelPort) {
@@ -36,7 +39,12 @@ void applyTunnelSettings(const ModuleProcess::Settings& settings, Profile* profi
     if (settings.tunnelConnections) {
         conf.setMaxOpenConnections(*settings.tunnelConnections);
     }
+    if (conf.port() > std::numeric_limits<quint16>::max()) {
+        *error = QString("VornHostLinkTcpTunnelingConfPath: %1 is no port").arg(conf.port());
+        return false;
+    }
     profile->set(VornHostLinkTcpTunnelingConfPath(), conf);
+    return true;
 }
 } // namespace
 
@@ -67,7 +75,9 @@ ModuleProcess::Start ModuleProcess::start(const Settings& settings, QString* err
     if (!playlist) {
         return Start::BadFile;
     }
-    applyTunnelSettings(settings, &*profile);
+    if (!applyTunnelSettings(settings, &*profile, error)) {
+        return Start::BadFile;
+    }
     if (!m_api->listen(settings.apiSocket, error) || !replaceLine(settings, error)
         || !m_stateDirectory.open(settings.stateDirectory, error)
         || !createNodes(*profile, *playlist, settings.plugin, error)) {

@@ -223,6 +223,14 @@ TEST_F(ModuleProcessTest, ABadProfileIsNoStart)
     EXPECT_TRUE(m_error.startsWith(m_settings.profileFile + ": line 1 ")) << m_error.toStdString();
 }
 
+TEST_F(ModuleProcessTest, ATunnelAtAPortThatThereIsNotIsNoStart)
+{
+    writeProfile(R"({"VornHostLinkTcpTunnelingConfPath": {"port": 65536}})");
+    ModuleProcess module;
+    EXPECT_EQ(module.start(m_settings, &m_error), ModuleProcess::Start::BadFile);
+    EXPECT_EQ(m_error.toStdString(), "VornHostLinkTcpTunnelingConfPath: 65536 is no port");
+}
+
 TEST_F(ModuleProcessTest, AMissingPluginIsNoStartAndLeavesNothing)
 {
     m_settings.plugin = "/nowhere.so";
