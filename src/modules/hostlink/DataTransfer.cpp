@@ -248,6 +248,10 @@ void DataTransfer::readChunk(qint64 chunkSize)
 {
     m_chunk.resize(static_cast<std::size_t>(chunkSize));
     const qint64 size = m_fileToSend.read(reinterpret_cast<char*>(m_chunk.data()), chunkSize);
+    if (size < 0) {
+        LOG4CPLUS_ERROR(hostLinkLogger, "Data transfer: '" << fileName() << "' cannot be read: "
+                                                           << m_fileToSend.errorString().toStdString());
+    }
     m_chunk.resize(static_cast<std::size_t>(std::max<qint64>(size, 0)));
 }
 

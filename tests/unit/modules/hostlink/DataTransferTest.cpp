@@ -555,6 +555,19 @@ TEST_F(DataTransferTest, AFileThatShrinksEndsWithEmptyChunks)
     EXPECT_EQ(status().bytesTotal(), 100'000);
 }
 
+TEST_F(DataTransferTest, AFileThatCannotBeReadIsSaidAndSendsEmptyChunks)
+{
+    const QString path = "/sys/class/net/lo/speed"; // 4096 bytes, and the loopback device has no speed
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.size() != 4096 || file.read(1).size() != 0) {
+        GTEST_SKIP() << "there is no such file here";
+    }
+    start(path, 2048);
+    EXPECT_EQ(nextChunk().data, "");
+    EXPECT_EQ(m_log.errors(),
+              (Texts{"Data transfer: '/sys/class/net/lo/speed' cannot be read: Invalid argument"}));
+}
+
 TEST_F(DataTransferTest, AFileThatGrowsIsSentUpToItsSizeAtTheStart)
 {
     const QString path = makeFile("song", 65'536);
