@@ -6,6 +6,7 @@
 #include "cli/ValueText.h"
 #include "platform/hostlink/HexText.h"
 #include "platform/hostlink/HostLinkUInt16Message.h"
+#include "vocabulary/Channels.h"
 
 namespace
 {
@@ -48,7 +49,7 @@ ByteArray keys(const HostRequest::Arguments& events)
             throw CLI::ValidationError("CODE:press|release",
                                        "there is no key '" + key + "'" + similarKeys(key));
         }
-        message.addValueUint16(action == "press" ? 1 : 0, *code);
+        message.addValueUint16(action == "press" ? kKeyPressed : 0, *code);
     }
     return message.serialize();
 }

@@ -7,11 +7,6 @@
 
 namespace
 {
-namespace FileTag
-{
-enum : std::uint16_t { Name = 0, Index = 1, Data = 2, LastChunk = 3, Crc = 4, Abort = 5 };
-}
-
 constexpr int kMostRefusals = 3;
 
 /// The answer to a chunk is its index, with a sign.
@@ -122,7 +117,7 @@ FileReceiver::Answer FileReceiver::answerTo(const Chunk& chunk)
     }
     const Answer answer = failure->second;
     m_failures.erase(failure);
-    if (answer == kSendAgain) {
+    if (answer == FileAnswer::SendAgain) {
         return askAgain(chunk);
     }
     if (!answer || *answer < 0) {
@@ -186,7 +181,7 @@ FileReceiver::Answer FileReceiver::askAgain(const Chunk& chunk)
         return fail("the CRC of chunk " + std::to_string(chunk.index) + " stays wrong");
     }
     m_refused = chunk.data.size();
-    return kSendAgain;
+    return FileAnswer::SendAgain;
 }
 
 /// A last chunk that is sent again begins a whole chunk before the end of the file, so it may be longer than

@@ -9,6 +9,7 @@
 #include "host/HostChannel.h"
 #include "host/ReceivedFile.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "vocabulary/Channels.h"
 
 /// The host's side of data transfer: takes the files that the module pushes and puts each into a directory,
 /// once it is whole. Each chunk is answered with its index; with -1, which ends the transfer, where the host
@@ -55,14 +56,11 @@ private:
     Answer answerTo(const Chunk& chunk);
     std::string objectionTo(const Chunk& chunk);
     bool isEmptyRest(const Chunk& chunk) const;
-    Answer fail(const std::string& reason, Answer answer = kBlockFailed);
+    Answer fail(const std::string& reason, Answer answer = FileAnswer::BlockFailed);
     Answer askAgain(const Chunk& chunk);
     Answer store(const Chunk& chunk);
     bool isCrcRight(const Chunk& chunk) const;
     void report(Report::Kind kind, const std::string& reason = {});
-
-    static constexpr std::int32_t kBlockFailed = -1;
-    static constexpr std::int32_t kSendAgain = -2;
 
     const std::string m_directory;
     const Observer m_observer;

@@ -5,19 +5,11 @@
 #include <utility>
 
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "vocabulary/Channels.h"
 #include "vocabulary/States.h"
 
 namespace
 {
-namespace TunnelTag
-{
-enum : std::uint16_t { Closed = 0, Data = 1, Command = 2 };
-}
-
-enum Result : std::uint8_t { Done = 0, NoConnection = 2, NotWritten = 3 };
-
-constexpr std::uint16_t kClose = 0; ///< the command, in the high byte
-
 constexpr const char* kBeingClosed = "it is being closed";
 
 constexpr std::chrono::milliseconds kFirstPause{5};
@@ -159,7 +151,7 @@ void TunnelHost::takeReply(const HostLinkValueMessage& message, HostLinkTime now
         return;
     }
     bool ok = false;
-    if (message.getUint8(0, &ok) != Result::Done || !ok) {
+    if (TunnelResult(message.getUint8(0, &ok)) != TunnelResult::Done || !ok) {
         forgetOrphan(request.id); // otherwise the notice says when it is gone
     }
 }
@@ -174,13 +166,13 @@ void TunnelHost::takeConnectionsReply(const Request& request, const HostLinkValu
     Connection& connection = found->second;
     connection.underWay = false;
     bool ok = false;
-    const std::uint8_t result = message.getUint8(0, &ok);
-    if (ok && result == Result::Done) {
+    const TunnelResult result{message.getUint8(0, &ok)};
+    if (ok && result == TunnelResult::Done) {
         pieceWritten(connection, request.size);
-    } else if (result == Result::NotWritten) {
+    } else if (result == TunnelResult::NotWritten) {
         connection.pause = std::clamp<HostLinkDuration>(2 * connection.pause, kFirstPause, kLongestPause);
         connection.notBefore = now + connection.pause;
-    } else if (result == Result::NoConnection) {
+    } else if (result == TunnelResult::NoConnection) {
         m_connections.erase(found);
         m_observer.failed(request.id, "there is no such connection");
     } else {
@@ -273,7 +265,7 @@ ByteArray TunnelHost::pieceOf(Id id, Connection& connection)
 ByteArray TunnelHost::closeCommand(Id id)
 {
     HostLinkValueMessage message(MSG_TcpTunnel);
-    message.addValueUint16(TunnelTag::Command, static_cast<std::uint16_t>(kClose << 8 | id));
+    message.addValueUint16(TunnelTag::Command, static_cast<std::uint16_t>(kTunnelClose << 8 | id));
     return message.serialize();
 }
 

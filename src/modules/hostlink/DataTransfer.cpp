@@ -16,18 +16,10 @@
 #include "platform/sdk/CMSetDataRequest.h"
 #include "platform/sdk/CMWorker.h"
 #include "platform/sdk/Paths.h"
+#include "vocabulary/Channels.h"
 
 namespace
 {
-
-namespace FileTag
-{
-enum : std::uint16_t { Name = 0, Index = 1, Data = 2, LastChunk = 3, Crc = 4, Abort = 5 };
-}
-
-// The host's answers below 0.
-constexpr int kBlockFailed = -1;
-constexpr int kSendAgain = -2;
 
 constexpr qint64 kSmallestChunk = 128;
 constexpr qint64 kLargestChunk = 32768;
@@ -185,14 +177,14 @@ void DataTransfer::sendFileChunk(int statusResponse)
 /// which comes as an answer 0, completes a file of at most one chunk.
 DataTransfer::Next DataTransfer::interpret(int statusResponse, Status& status)
 {
-    if (statusResponse == kBlockFailed) {
+    if (statusResponse == FileAnswer::BlockFailed) {
         status.setError("Block failed");
         return Next::End;
     }
-    if (statusResponse == kSendAgain) {
+    if (statusResponse == FileAnswer::SendAgain) {
         return Next::Resend;
     }
-    if (statusResponse < kSendAgain) {
+    if (statusResponse < FileAnswer::SendAgain) {
         status.setError(QStringLiteral("Invalid response from host (%1)").arg(statusResponse));
         return Next::End;
     }

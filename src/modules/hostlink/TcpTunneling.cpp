@@ -14,14 +14,6 @@
 namespace
 {
 
-// Tags of a tunnel message's values.
-namespace TunnelTag
-{
-enum : std::uint16_t { Closed = 0, Data = 1, Command = 2 };
-}
-
-constexpr std::uint8_t kCloseCommand = 0;
-
 constexpr int kDefaultConnections = 10;
 constexpr int kMostConnections = 256; ///< what a byte can tell apart
 
@@ -195,13 +187,13 @@ bool TcpTunneling::handleMessage(MessageId id, const ByteArray& bytes)
     HostLinkValueMessage reply(MSG_TcpTunnelReply);
     const HostLinkValueMessage request(bytes);
     for (int i = 0; i < request.size(); ++i) {
-        reply.addValueUint8(request.getTag(i), handleValue(request, i));
+        reply.addValueUint8(request.getTag(i), static_cast<std::uint8_t>(handleValue(request, i)));
     }
     send(reply);
     return true;
 }
 
-TcpTunneling::Result TcpTunneling::handleValue(const HostLinkValueMessage& message, int i)
+TunnelResult TcpTunneling::handleValue(const HostLinkValueMessage& message, int i)
 {
     const int tag = message.getTag(i);
     const int encoding = message.getEnc(i);
@@ -213,16 +205,16 @@ TcpTunneling::Result TcpTunneling::handleValue(const HostLinkValueMessage& messa
     }
     LOG4CPLUS_ERROR(hostLinkLogger,
                     "Unsupported tcp tunneling message, tag: " << tag << ", enc: " << encoding);
-    return Invalid;
+    return TunnelResult::Invalid;
 }
 
-TcpTunneling::Result TcpTunneling::handleData(const HostLinkValueMessage& message, int i)
+TunnelResult TcpTunneling::handleData(const HostLinkValueMessage& message, int i)
 {
     bool ok = false;
     const ByteArray bytes = message.getBin16(i, &ok);
     if (!ok || bytes.empty()) {
         LOG4CPLUS_ERROR(hostLinkLogger, kNoValidData);
-        return Invalid;
+        return TunnelResult::Invalid;
     }
     const auto id = static_cast<ConnectionId>(bytes.front());
     QTcpSocket* const socket = findSocket(id);
@@ -234,20 +226,20 @@ TcpTunneling::Result TcpTunneling::handleData(const HostLinkValueMessage& messag
     const bool fits = socket->bytesToWrite() + size <= kMostUnsent;
     const qint64 written = fits ? socket->write(reinterpret_cast<const char*>(bytes.data() + 1), size) : 0;
     if (written == size) {
-        return Done;
+        return TunnelResult::Done;
     }
     LOG4CPLUS_ERROR(hostLinkLogger,
                     "Failed to write data to connection: " << int{id} << ", written: " << written);
-    return NotWritten;
+    return TunnelResult::NotWritten;
 }
 
-TcpTunneling::Result TcpTunneling::handleCommand(const HostLinkValueMessage& message, int i)
+TunnelResult TcpTunneling::handleCommand(const HostLinkValueMessage& message, int i)
 {
     bool ok = false;
     const std::uint16_t value = message.getUint16(i, &ok);
     if (!ok) {
         LOG4CPLUS_ERROR(hostLinkLogger, kNoValidData);
-        return Invalid;
+        return TunnelResult::Invalid;
     }
     const auto id = static_cast<ConnectionId>(value & 0xFF);
     QTcpSocket* const socket = findSocket(id);
@@ -255,12 +247,12 @@ TcpTunneling::Result TcpTunneling::handleCommand(const HostLinkValueMessage& mes
         return noConnection(id);
     }
     const int command = value >> 8;
-    if (command != kCloseCommand) {
+    if (command != kTunnelClose) {
         LOG4CPLUS_ERROR(hostLinkLogger, "Invalid command: " << command);
-        return UnknownCommand;
+        return TunnelResult::UnknownCommand;
     }
     close(socket);
-    return Done;
+    return TunnelResult::Done;
 }
 
 /// A socket is gone at once unless bytes still wait for its client, which may never read them. A host that
@@ -274,10 +266,10 @@ void TcpTunneling::close(QTcpSocket* socket)
     }
 }
 
-TcpTunneling::Result TcpTunneling::noConnection(ConnectionId id)
+TunnelResult TcpTunneling::noConnection(ConnectionId id)
 {
     LOG4CPLUS_ERROR(hostLinkLogger, "Tcp connection " << int{id} << " doesn't exist");
-    return NoConnection;
+    return TunnelResult::NoConnection;
 }
 
 void TcpTunneling::shutdown()

@@ -7,6 +7,7 @@
 #include <chrono>
 
 #include "modules/hostlink/HostLinkMessageHandler.h"
+#include "vocabulary/Channels.h"
 
 class HostLinkTransportLayer;
 class HostLinkValueMessage;
@@ -50,21 +51,14 @@ public slots:
 
 private:
     using ConnectionId = signed char;
-    enum Result : std::uint8_t {
-        Done = 0,
-        Invalid = 1,
-        NoConnection = 2,
-        NotWritten = 3,
-        UnknownCommand = 4,
-    };
 
     QTcpSocket* senderSocket() const;
     bool findFreeId(ConnectionId* id) const;
     QTcpSocket* findSocket(ConnectionId id) const;
-    Result handleValue(const HostLinkValueMessage& message, int i);
-    Result handleData(const HostLinkValueMessage& message, int i);
-    Result handleCommand(const HostLinkValueMessage& message, int i);
-    static Result noConnection(ConnectionId id);
+    TunnelResult handleValue(const HostLinkValueMessage& message, int i);
+    TunnelResult handleData(const HostLinkValueMessage& message, int i);
+    TunnelResult handleCommand(const HostLinkValueMessage& message, int i);
+    static TunnelResult noConnection(ConnectionId id);
     void close(QTcpSocket* socket);
 
     bool mustWait(QTcpSocket* socket);

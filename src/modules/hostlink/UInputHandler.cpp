@@ -8,6 +8,7 @@
 
 #include "modules/hostlink/Log.h"
 #include "platform/hostlink/HostLinkValueMessage.h"
+#include "vocabulary/Channels.h"
 
 namespace
 {
@@ -15,7 +16,6 @@ namespace
 constexpr const char* kUInputPath = "/dev/uinput";
 constexpr std::string_view kDeviceName = "hostlink";
 constexpr int kNoDevice = -1;
-constexpr int kPressed = 1; ///< the action; any other is a release
 
 // Of a 64-bit system, as the kernel reads them.
 static_assert(sizeof(input_event) == 24);
@@ -83,7 +83,7 @@ bool UInputHandler::handleMessage(MessageId id, const ByteArray& bytes)
 
 bool UInputHandler::inputEvent(int action, int key)
 {
-    if (m_device == kNoDevice || writeEvent(EV_KEY, key, action == kPressed ? 1 : 0)) {
+    if (m_device == kNoDevice || writeEvent(EV_KEY, key, action == kKeyPressed ? 1 : 0)) {
         return true;
     }
     LOG4CPLUS_ERROR(hostLinkLogger, "Cannot write input event to uintput");
