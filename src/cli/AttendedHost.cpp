@@ -1,7 +1,5 @@
 #include "cli/AttendedHost.h"
 
-#include <unistd.h>
-
 #include <QDateTime>
 #include <QProcess>
 #include <iostream>
@@ -103,18 +101,8 @@ void AttendedHost::beginSession()
 
 void AttendedHost::readInput()
 {
-    char buffer[1024];
-    const ssize_t size = read(m_input, buffer, sizeof buffer);
-    if (size <= 0) {
+    if (!m_lines.read(m_input, [this](const std::string& line) { execute(line); })) {
         m_session.setInput(-1);
-        execute(std::exchange(m_unread, {}));
-        return;
-    }
-    m_unread.append(buffer, std::size_t(size));
-    for (std::size_t end = 0; (end = m_unread.find('\n')) != std::string::npos;) {
-        const std::string line = m_unread.substr(0, end);
-        m_unread.erase(0, end + 1);
-        execute(line);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "cli/Commands.h"
+#include "cli/LineInput.h"
 #include "host/HostSession.h"
 
 /// A host that stays on the link: prints every message both ways and sends what a user types.
@@ -32,7 +33,7 @@ private:
     const int m_input;
     const bool m_json;
     HostLinkTime m_end = HostLinkTime::max(); ///< after quit: when to end although no answer came
-    std::string m_unread;                     ///< the begin of a line whose end has not come yet
+    LineInput m_lines;
     std::vector<std::string> m_arguments;
     CLI::App m_commands;
 };

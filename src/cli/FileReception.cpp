@@ -1,37 +1,23 @@
 #include "cli/FileReception.h"
 
 #include <CLI/CLI.hpp>
-#include <charconv>
-#include <cmath>
 #include <iostream>
 
 #include "cli/JsonText.h"
 #include "cli/Output.h"
-
-namespace
-{
-template <typename Integer>
-bool readNumber(std::string_view text, Integer* number)
-{
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
-    return error == std::errc() && end == text.data() + text.size();
-}
-} // namespace
+#include "platform/hostlink/NumberText.h"
 
 FileReception::Failure FileReception::parseFailure(const std::string& text)
 {
     const std::size_t colon = text.find(':');
     const std::string code = colon == std::string::npos ? "" : text.substr(colon + 1);
-    Failure failure{};
-    std::int32_t answer = 0;
-    const bool isAnswer = readNumber(code, &answer);
-    if (!readNumber(std::string_view(text).substr(0, colon), &failure.chunk)
-        || !(isAnswer || code == "none")) {
+    const auto chunk = wholeNumber<std::uint32_t>(text.substr(0, colon));
+    const FileReceiver::Answer answer = wholeNumber<std::int32_t>(code);
+    if (!chunk || !(answer || code == "none")) {
         throw CLI::ValidationError("--fail-chunk",
                                    "'" + text + "' is no I:CODE, the index of a chunk and a number or none");
     }
-    failure.answer = isAnswer ? FileReceiver::Answer(answer) : std::nullopt;
-    return failure;
+    return {*chunk, answer};
 }
 
 FileReception::FileReception(HostSession& session, const std::string& directory,

@@ -16,7 +16,7 @@ class FileReception
 public:
     /// An answer to give to a chunk, once.
     struct Failure {
-        std::uint32_t chunk;
+        std::uint32_t chunk = 0;
         FileReceiver::Answer answer;
     };
 

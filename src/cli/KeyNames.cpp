@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <string_view>
 #include <vector>
 
 #include "cli/Suggestions.h"
+#include "platform/hostlink/NumberText.h"
 
 namespace
 {
@@ -25,11 +25,7 @@ std::optional<std::uint16_t> number(std::string_view text)
 {
     const bool hexadecimal = text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X";
     text.remove_prefix(hexadecimal ? 2 : 0);
-    std::uint16_t value = 0;
-    const auto [end, error] =
-        std::from_chars(text.data(), text.data() + text.size(), value, hexadecimal ? 16 : 10);
-    const bool whole = error == std::errc() && end == text.data() + text.size();
-    return whole ? std::optional(value) : std::nullopt;
+    return wholeNumber<std::uint16_t>(std::string(text), hexadecimal ? 16 : 10);
 }
 } // namespace
 

@@ -7,7 +7,6 @@
 #include <CLI/Error.hpp>
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdlib>
 #include <iostream>
 #include <random>
@@ -18,6 +17,7 @@
 
 #include "cli/Suggestions.h"
 #include "platform/hostlink/FaultSettings.h"
+#include "platform/hostlink/NumberText.h"
 
 namespace
 {
@@ -63,11 +63,7 @@ void checkSocketPath(const std::string& path)
 
 bool isPort(const std::string& text)
 {
-    if (text.empty() || text.size() > 5 || text.find_first_not_of("0123456789") != std::string::npos) {
-        return false;
-    }
-    const int port = std::stoi(text);
-    return port >= 1 && port <= 65535;
+    return wholeNumber<std::uint16_t>(text).value_or(0) > 0;
 }
 
 bool isHost(const std::string& text)
@@ -166,11 +162,9 @@ std::string joinQuery(const std::vector<Parameter>& parameters)
 
 int positiveNumber(const Parameter& parameter)
 {
-    const std::string& text = parameter.value;
-    int number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size() || number <= 0) {
-        fail(parameter.name + " is a positive number, not '" + text + "'");
+    const int number = wholeNumber<int>(parameter.value).value_or(0);
+    if (number <= 0) {
+        fail(parameter.name + " is a positive number, not '" + parameter.value + "'");
     }
     return number;
 }

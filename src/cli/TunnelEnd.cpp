@@ -1,26 +1,15 @@
 #include "cli/TunnelEnd.h"
 
-#include <unistd.h>
-
-#include <charconv>
 #include <iostream>
 #include <optional>
 #include <sstream>
-#include <utility>
 
 #include "cli/Output.h"
 #include "platform/hostlink/HexText.h"
+#include "platform/hostlink/NumberText.h"
 
 namespace
 {
-std::optional<TunnelHost::Id> parseId(const std::string& text)
-{
-    TunnelHost::Id id = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), id);
-    const bool whole = error == std::errc() && end == text.data() + text.size();
-    return whole ? std::optional(id) : std::nullopt;
-}
-
 void sayTrouble(TunnelHost::Id id, const std::string& what)
 {
     std::cerr << "hostlink: connection " << int{id} << ": " << what << std::endl;
@@ -85,18 +74,8 @@ void TunnelEnd::putClosed(TunnelHost::Id id) const
 
 void TunnelEnd::readInput()
 {
-    char buffer[4096];
-    const ssize_t size = ::read(m_input, buffer, sizeof buffer);
-    if (size <= 0) {
+    if (!m_lines.read(m_input, [this](const std::string& line) { execute(line); })) {
         m_session.setInput(-1);
-        execute(std::exchange(m_unread, {}));
-        return;
-    }
-    m_unread.append(buffer, static_cast<std::size_t>(size));
-    for (std::size_t end = 0; (end = m_unread.find('\n')) != std::string::npos;) {
-        const std::string line = m_unread.substr(0, end);
-        m_unread.erase(0, end + 1);
-        execute(line);
     }
 }
 
@@ -109,7 +88,7 @@ void TunnelEnd::execute(const std::string& line)
     if (command.empty()) {
         return;
     }
-    const std::optional<TunnelHost::Id> id = parseId(idText);
+    const std::optional<TunnelHost::Id> id = wholeNumber<TunnelHost::Id>(idText);
     const std::optional<ByteArray> data = parseHex(dataText);
     if (command == "close" && id && dataText.empty()) {
         m_tunnel.close(*id);

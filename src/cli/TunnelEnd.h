@@ -3,6 +3,7 @@
 #include <string>
 
 #include "cli/Commands.h"
+#include "cli/LineInput.h"
 #include "host/HostSession.h"
 #include "host/TunnelHost.h"
 
@@ -27,6 +28,6 @@ private:
     const int m_input;
     const bool m_echo;
     const bool m_json;
-    std::string m_unread; ///< the begin of a line whose end has not come yet
+    LineInput m_lines;
     TunnelHost m_tunnel;
 };

@@ -6,11 +6,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <system_error>
 #include <thread>
 
+#include "platform/hostlink/NumberText.h"
 #include "platform/hostlink/Problem.h"
 
 using namespace std::chrono_literals;
@@ -34,9 +34,7 @@ bool setOption(int socket, int level, int option, int value)
 
 bool isPort(const std::string& text)
 {
-    std::uint16_t port = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    return error == std::errc() && end == text.data() + text.size() && port > 0;
+    return wholeNumber<std::uint16_t>(text).value_or(0) > 0;
 }
 
 /// A connection to a free local port may by chance come from that very port and meet itself.
