@@ -85,6 +85,15 @@ bool isOfTrace(std::string_view column)
     return std::find(std::begin(borders), std::end(borders), column) != std::end(borders);
 }
 
+/// Whether a line is what else a recorded standard error holds: of the log, a remark, or the counters of
+/// --stats.
+bool isRemark(std::string_view column)
+{
+    constexpr std::string_view begins[] = {"FATAL", "ERROR", "WARN",  "INFO",
+                                           "DEBUG", "TRACE", "stats", "hostlink:"};
+    return std::find(std::begin(begins), std::end(begins), column) != std::end(begins);
+}
+
 /// The columns that hold the message: in a trace, of a line about a message, those behind the last bar.
 std::vector<std::string_view> messageColumns(std::vector<std::string_view> columns, std::size_t leading)
 {
@@ -97,12 +106,12 @@ std::vector<std::string_view> messageColumns(std::vector<std::string_view> colum
 }
 
 /// Prints one line's message behind its leading columns; returns what is wrong with the line, if
-/// anything. Blank lines, those that begin with # and those of a trace about a border below that of messages
-/// hold no message.
+/// anything. Blank lines, those that begin with #, remarks and those of a trace about a border below that of
+/// messages hold no message.
 std::optional<std::string> decodeLine(std::string_view line)
 {
     const std::vector<std::string_view> columns = columnsOf(line);
-    if (columns.empty() || columns[0][0] == '#') {
+    if (columns.empty() || columns[0][0] == '#' || isRemark(columns[0])) {
         return std::nullopt;
     }
     std::string text;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <functional>
 #include <iostream>
+#include <limits>
 #include <memory>
 
 #include "cli/AttendedHost.h"
@@ -175,14 +176,30 @@ ExitStatus sendAndListen(HostSession& session, const ByteArray& bytes, const Hos
     }
 }
 
+constexpr double kLongestPeriod = 1e6; // seconds
+
+CLI::Range positive()
+{
+    return {std::int64_t{1}, std::numeric_limits<std::int64_t>::max()};
+}
+
+/// Unlike a CLI::Range this refuses nan.
+std::string checkPeriod(const std::string& text)
+{
+    double seconds = 0;
+    const bool isPeriod =
+        CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= kLongestPeriod;
+    return isPeriod ? "" : "'" + text + "' is no number of seconds from 0 to 1000000";
+}
+
 void addWatchOptions(CLI::App& app, HostOptions& options)
 {
     app.add_option("--count", options.count, "End after N events behind the current values")
         ->type_name("N")
-        ->check(CLI::PositiveNumber);
-    app.add_option("--for", options.period, "End after so long")
+        ->check(positive());
+    app.add_option("--for", options.period, "End so long after the current values")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 1e6));
+        ->check(CLI::Validator(checkPeriod, ""));
 }
 
 constexpr const char* kGetHelp =
@@ -274,8 +291,9 @@ constexpr const char* kAttendHelp =
 its sender. The host owns the states given: it pushes them at the start of every session, behind
 STA_HostResubscribe, and answers the module's requests for them; it owns no others.
 
-Commands are read from standard input, a line each: those of 'hostlink host' that send messages, without their
-options, unwatch, stats (the counters of the link so far), help and quit. Double quotes keep blanks together. The end of the input ends nothing.
+Commands are read from standard input from the first session on, a line each: those of 'hostlink host' that send
+messages, without their options, unwatch, stats (the counters of the link so far), help and quit. Double quotes keep
+blanks together. The end of the input ends nothing.
 
 Examples:
   hostlink host attend
@@ -401,10 +419,10 @@ void addReceive(CLI::App& host, const std::shared_ptr<HostOptions>& options, int
         ->check(CLI::ExistingDirectory);
     app->add_option("--count", options->count, "End after N transfers, received or failed")
         ->type_name("N")
-        ->check(CLI::PositiveNumber);
+        ->check(positive());
     app->add_option("--largest", options->largest, "Take no file of more bytes")
         ->type_name("BYTES")
-        ->check(CLI::PositiveNumber)
+        ->check(positive())
         ->capture_default_str();
     app->add_option("--fail-chunk", options->failures, "Answer chunk I with CODE, once")
         ->type_name("I:CODE")

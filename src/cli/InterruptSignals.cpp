@@ -14,6 +14,12 @@ InterruptSignals::InterruptSignals()
     sigemptyset(&interrupts);
     sigaddset(&interrupts, SIGINT);
     sigaddset(&interrupts, SIGTERM);
+    struct sigaction hangup {
+    };
+    sigaction(SIGHUP, nullptr, &hangup);
+    if (hangup.sa_handler != SIG_IGN) {
+        sigaddset(&interrupts, SIGHUP);
+    }
     pthread_sigmask(SIG_BLOCK, &interrupts, nullptr);
     m_descriptor = FileDescriptor(signalfd(-1, &interrupts, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!m_descriptor) {

@@ -2,8 +2,9 @@
 
 #include "platform/hostlink/FileDescriptor.h"
 
-/// SIGINT and SIGTERM as a readable descriptor instead of the end of the process, from construction
-/// on. To be made before any other thread. Output that nobody reads does not keep an interrupted command.
+/// SIGINT, SIGTERM and, unless it is ignored as below nohup, SIGHUP as a readable descriptor instead of the
+/// end of the process, from construction on. To be made before any other thread. Output that nobody reads
+/// does not keep an interrupted command.
 class InterruptSignals
 {
 public:

@@ -30,7 +30,7 @@ void StateWatch::subscribe()
 
 ExitStatus StateWatch::run(const Limits& limits)
 {
-    const HostLinkTime end = limits.period ? m_session.now() + *limits.period : HostLinkTime::max();
+    HostLinkTime end = HostLinkTime::max();
     unsigned events = 0;
     const auto ended = [&] { return events < limits.events.value_or(0) ? NoLink : Done; };
     subscribe();
@@ -51,6 +51,9 @@ ExitStatus StateWatch::run(const Limits& limits)
         case Host::Event::Message:
             if (m_current && HostSession::isEmptyReply(message)) {
                 m_current = false;
+                if (limits.period && end == HostLinkTime::max()) {
+                    end = m_session.now() + *limits.period;
+                }
             } else if (putEvent(message) && !m_current && ++events == limits.events) {
                 return Done;
             }

@@ -14,7 +14,7 @@ public:
     /// Where it ends; nothing: only by an interrupt.
     struct Limits {
         std::optional<unsigned> events;         ///< those after the current values
-        std::optional<HostLinkDuration> period; ///< from the call of run()
+        std::optional<HostLinkDuration> period; ///< from when the first current values are there
     };
 
     /// `subscription` is a MSG_Subscribe with the states.

@@ -98,12 +98,36 @@ TEST_F(Watch, UnsubscribesWhenItHasCounted)
 
 TEST_F(Watch, UnsubscribesWhenASignalEndsIt)
 {
-    for (const int number : {SIGINT, SIGTERM}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         Program watch({"host", "watch", "STA_Volume"});
         watch.nextLineWith("STA_Volume");
         watch.signal(number);
         EXPECT_EQ(watch.wait().status, 0);
         EXPECT_FALSE(isVolumeReported(std::to_string(30 + number)));
+    }
+}
+
+TEST_F(Watch, OutlivesAHangupThatIsIgnored)
+{
+    Program watch("/usr/bin/nohup", {HOSTLINK_PROGRAM, "host", "watch", "STA_Volume", "--count", "1"},
+                  Program::Input::Empty);
+    watch.nextLineWith("STA_Volume");
+    watch.signal(SIGHUP);
+    setNode(kVolumeNode, "30");
+    EXPECT_EQ(watch.wait().status, 0);
+}
+
+TEST_F(Watch, PeriodOfZeroStillPrintsTheCurrentValues)
+{
+    const ProgramResult result = Program::run({"host", "watch", "STA_Volume", "--for", "0"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "STA_Volume\tu8\t25\n");
+}
+
+TEST_F(Watch, PeriodIsANumberOfSeconds)
+{
+    for (const char* period : {"nan", "inf", "-1", "1000001", "x", ""}) {
+        EXPECT_EQ(Program::run({"host", "watch", "STA_Volume", "--for", period}).status, 2) << period;
     }
 }
 

@@ -217,6 +217,18 @@ TEST(DecodeCommand, ReadsTheMessagesOfATraceBack)
     EXPECT_EQ(outcome.status, Refused);
 }
 
+TEST(DecodeCommand, PassesOverWhatElseStandsInARecordedStandardError)
+{
+    const Outcome outcome = run({"decode"}, "ERROR HostLink: Uinput not available\n"
+                                            "10:30:01.260001 > message MSG_GetState | 0002\n"
+                                            "hostlink: the module ended the session\n"
+                                            "stats link=unix:/tmp/l sessions=1\n"
+                                            "DEBUGGED 0002\n");
+    EXPECT_EQ(outcome.out, "10:30:01.260001 > MSG_GetState\n");
+    EXPECT_EQ(outcome.err, "hostlink decode: line 5: 'DEBUGGED' is no pairs of hexadecimal digits\n");
+    EXPECT_EQ(outcome.status, Refused);
+}
+
 TEST(DecodeCommand, NeverTakesBrokenBytesForATime)
 {
     EXPECT_EQ(run({"decode"}, "0002 00:09 0007\n").status, Refused);
