@@ -59,10 +59,8 @@ std::optional<FileReceiver::Chunk> FileReceiver::chunkOf(const HostLinkValueMess
 }
 
 FileReceiver::FileReceiver(std::string directory, Observer observer)
-    : m_directory(std::move(directory)), m_observer(std::move(observer)),
-      m_crc32Table(static_cast<std::uint16_t>(dataTransferCrc32TableSize()))
+    : m_directory(std::move(directory)), m_observer(std::move(observer))
 {
-    genDataTransferCrc32Table(m_crc32Table.data(), static_cast<std::uint16_t>(m_crc32Table.size()));
     ReceivedFile::removeAbandoned(m_directory);
 }
 
@@ -216,13 +214,10 @@ FileReceiver::Answer FileReceiver::store(const Chunk& chunk)
     return static_cast<std::int32_t>(chunk.index);
 }
 
-bool FileReceiver::isCrcRight(const Chunk& chunk) const
+bool FileReceiver::isCrcRight(const Chunk& chunk)
 {
-    return !chunk.crc
-           || *chunk.crc
-                  == dataTransferCalcCrc32(m_crc32Table.data(),
-                                           static_cast<std::uint16_t>(m_crc32Table.size()), chunk.data.data(),
-                                           static_cast<std::uint32_t>(chunk.data.size()));
+    const auto size = static_cast<std::uint32_t>(chunk.data.size());
+    return !chunk.crc || *chunk.crc == dataTransferCalcCrc32(nullptr, 0, chunk.data.data(), size);
 }
 
 void FileReceiver::report(Report::Kind kind, const std::string& reason)

@@ -4,7 +4,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "host/HostChannel.h"
 #include "host/ReceivedFile.h"
@@ -59,13 +58,12 @@ private:
     Answer fail(const std::string& reason, Answer answer = FileAnswer::BlockFailed);
     Answer askAgain(const Chunk& chunk);
     Answer store(const Chunk& chunk);
-    bool isCrcRight(const Chunk& chunk) const;
+    static bool isCrcRight(const Chunk& chunk);
     void report(Report::Kind kind, const std::string& reason = {});
 
     const std::string m_directory;
     const Observer m_observer;
     std::uint64_t m_largest = kUsualLargest;
-    std::vector<std::uint32_t> m_crc32Table;
     std::multimap<std::uint32_t, Answer> m_failures;
 
     HostLinkValueMessage m_message{MSG_DataTransfer}; ///< the one that came last

@@ -13,6 +13,6 @@ std::uint32_t dataTransferCrc32TableSize();
 /// filled; those beyond stay as they are.
 void genDataTransferCrc32Table(std::uint32_t* table, std::uint16_t size);
 
-/// The CRC-32 of `length` bytes, with a table of any size.
+/// The CRC-32 of `length` bytes, with a table of any size, also none.
 std::uint32_t dataTransferCalcCrc32(const std::uint32_t* table, std::uint16_t tableSize,
                                     const std::uint8_t* data, std::uint32_t length);

@@ -20,12 +20,12 @@ bool HostLinkReceiveWindow::add(const std::uint8_t* segment, std::size_t size, b
     m_credit -= size;
     m_inUse += size;
     if (first && m_collecting) {
-        drop(m_partial.size());
+        handled(m_partial.size());
         m_partial.clear();
         *dropped = true;
     }
     if (!first && !m_collecting) {
-        drop(size);
+        handled(size);
         *dropped = true;
         return false;
     }
@@ -47,7 +47,8 @@ bool HostLinkReceiveWindow::add(const std::uint8_t* segment, std::size_t size, b
 
 void HostLinkReceiveWindow::handled(std::size_t size)
 {
-    drop(size);
+    m_inUse -= size;
+    m_free += size;
 }
 
 bool HostLinkReceiveWindow::takeQuantum()
@@ -77,10 +78,4 @@ std::uint32_t HostLinkReceiveWindow::takeGrant()
     m_credit += m_free;
     m_free = 0;
     return granted;
-}
-
-void HostLinkReceiveWindow::drop(std::size_t size)
-{
-    m_inUse -= size;
-    m_free += size;
 }

@@ -22,13 +22,13 @@ public:
     /// Credit of the peer now.
     std::size_t credit() const { return m_credit; }
 
-    /// Takes one segment that the credit covers. True when it completes a message, which is appended
-    /// to `message` (empty before). A part of a message without its beginning, or longer than the
-    /// window, is dropped, and *dropped set.
+    /// Takes one segment that the credit covers. True when it completes a message, which `message` then is.
+    /// A part of a message without its beginning is dropped, and *dropped set, as it is for an empty message.
+    /// Nothing is longer than the window: the peer has no credit for it.
     bool add(const std::uint8_t* segment, std::size_t size, bool first, bool last, ByteArray& message,
              bool* dropped);
 
-    /// A message of so many bytes has been handled.
+    /// A message of so many bytes has been handled: they are free to be granted again.
     void handled(std::size_t size);
 
     /// While held, nothing is granted; what becomes free stays free.
@@ -42,8 +42,6 @@ public:
     std::uint32_t takeGrant();
 
 private:
-    void drop(std::size_t size);
-
     std::size_t m_window;
     std::size_t m_credit;
     std::size_t m_inUse = 0; ///< bytes of m_partial and of delivered messages

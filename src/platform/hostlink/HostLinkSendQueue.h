@@ -28,7 +28,7 @@ public:
     std::size_t firstLeft() const { return firstSize() - m_taken; }
     void takeFirst(std::uint8_t* to, std::size_t size);
 
-    /// Drops messages of which nothing was taken; returns how many.
+    /// Drops the messages of more than `size` bytes, while nothing of the first was taken; returns how many.
     std::size_t dropLongerThan(std::size_t size);
     void clear();
 

@@ -14,9 +14,8 @@ struct HostLinkFrame;
 /// A line is DIRECTION BORDER TEXT. The direction is ">" for what this end sends, "<" for what it receives
 /// and "-" for neither; the borders:
 ///   line     it came up or went down
-///   frame    its kind, its numbers (seq, ack), for data the class, which part of a message it is and, where
-///   it
-///            holds one whole, the message as HostLinkPrinter has it
+///   frame    its kind, its numbers (seq, ack), for data the class, which part of a message it is and, of one
+///            that it holds whole, what HostLinkPrinter says
 ///   session  it began, was resumed or ended
 ///   message  as HostLinkPrinter has it, " | " and its bytes as hexadecimal digits
 class HostLinkTrace

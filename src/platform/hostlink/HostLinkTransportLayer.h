@@ -32,8 +32,8 @@ public:
     /// Starts the thread; non-zero on success. A line that is not there yet is no failure.
     virtual int start();
 
-    /// Sends what waits in the state class, says goodbye and ends the thread, within 250 ms. Later
-    /// sends return 0. A second stop is harmless.
+    /// Sends what waits in the state class, says goodbye and ends the thread, within 250 ms and the time that
+    /// an observer takes which runs. Later sends return 0. A second stop is harmless.
     virtual void stop();
 
     /// Queues one message; non-zero when it was taken (see HostLinkCore::send).

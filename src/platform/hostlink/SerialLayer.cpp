@@ -121,7 +121,7 @@ std::string SerialLayer::tryOpen()
     if (::isatty(m_device.descriptor()) == 0) {
         return "it is no serial device";
     }
-    if (isLocked()) {
+    if (!lock()) {
         return kOccupied;
     }
     std::string remark;
@@ -138,15 +138,15 @@ std::string SerialLayer::tryOpen()
     return {};
 }
 
-/// Takes a lock, which goes with the descriptor; true when another program holds the device. The lock is for
+/// Takes a lock, which goes with the descriptor; false when another program holds the device. The lock is for
 /// those who ask for it, and TIOCEXCL for the others; a privileged program has to ask for that too.
-bool SerialLayer::isLocked()
+bool SerialLayer::lock()
 {
     if (::flock(m_device.descriptor(), LOCK_EX | LOCK_NB) != 0) {
-        return true;
+        return false;
     }
     int isExclusive = 0;
-    return !isPseudoTerminal() && m_device.ioctl(TIOCGEXCL, &isExclusive) == 0 && isExclusive != 0;
+    return isPseudoTerminal() || m_device.ioctl(TIOCGEXCL, &isExclusive) != 0 || isExclusive == 0;
 }
 
 /// One end of it may stay open for ever, and so long TIOCEXCL outlives a program that was killed.

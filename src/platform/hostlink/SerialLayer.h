@@ -31,7 +31,7 @@ public:
 
 private:
     std::string tryOpen();
-    bool isLocked();
+    bool lock();
     bool isPseudoTerminal();
     void linger();
     void release();

@@ -103,7 +103,9 @@ std::string SerialSettings::apply(const DeviceNode& device, std::string* remark)
         return rateProblem;
     }
     termios actual{};
-    ::tcgetattr(device.descriptor(), &actual);
+    if (::tcgetattr(device.descriptor(), &actual) != 0) {
+        return problemWith("read the line's settings");
+    }
     constexpr tcflag_t kForm = CSIZE | CSTOPB;
     if ((actual.c_cflag & kForm) != (line.c_cflag & kForm)) {
         return "the device does not do 8 data bits and " + std::to_string(stopBits) + " stop bits";

@@ -4,7 +4,6 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <system_error>

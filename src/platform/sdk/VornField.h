@@ -12,7 +12,7 @@
 namespace VornField
 {
 /// The field as a T, or nothing where it is of another JSON type: "12" is no number, 1 is no bool, and
-/// 5.5 or a number that does not fit is no integer. A list is one of texts only.
+/// 5.5 or a number that does not fit is no integer.
 template <typename T>
 std::optional<T> read(const QVariant& field);
 
