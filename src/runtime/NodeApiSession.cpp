@@ -13,11 +13,6 @@ const QString kPrefix = QStringLiteral("prefix");
 const QString kValue = QStringLiteral("value");
 const QString kData = QStringLiteral("data");
 
-bool nodeExists(const CMPath& path)
-{
-    return CMNodes::list(path.toString()).contains(path.toString());
-}
-
 QVariant asJson(const VornHash& value)
 {
     return QVariantHash(value);
@@ -69,7 +64,7 @@ void NodeApiSession::get()
     if (value.isValid()) {
         return succeed(value);
     }
-    if (nodeExists(path)) {
+    if (CMNodes::exists(path)) {
         return fail(CMError::WrongType, path.toString() + " holds no value; it can be invoked");
     }
     fail(CMError::NoSuchNode, "no node at " + path.toString());
@@ -179,7 +174,7 @@ bool NodeApiSession::readValue(const CMPath& path, VornValue* value)
     if (fits) {
         return true;
     }
-    if (!nodeExists(path)) {
+    if (!CMNodes::exists(path)) {
         fail(CMError::NoSuchNode, "no node at " + path.toString());
     } else if (current.type() == VornValue::Type::Hash) {
         fail(CMError::WrongType, path.toString() + " takes an object, not " + VornJson::print(json));

@@ -35,7 +35,7 @@ void ProfileNodes::createAfterWorker()
 void ProfileNodes::create(const CMPath& path, const VornValue& value)
 {
     m_done.insert(path);
-    if (CMNodes::list(path.toString()).contains(path.toString())) {
+    if (CMNodes::exists(path)) {
         write(path, value);
     } else {
         CMValueNode::create(nodes(), path)->setValue(value);

@@ -34,7 +34,6 @@
 #include "platform/sdk/CMNode.h"
 #include "platform/sdk/CMSetDataRequest.h"
 #include "platform/sdk/Paths.h"
-#include "platform/sdk/PlayLogicInterface.h"
 #include "platform/sdk/VornDiracSlotsSettings.h"
 #include "platform/sdk/VornHostLinkTcpTunnelingConf.h"
 #include "vocabulary/HostNodes.h"
@@ -95,17 +94,6 @@ HostLinkPhysicalLayer::Properties linkProperties()
     return properties;
 }
 
-/// Where a node stands; those of the player are below the one player instance.
-CMPath pathOf(Node node)
-{
-    if (!isBelowPlayerInstance(node)) {
-        return CMPath(node);
-    }
-    const std::string_view path = nodeRow(node).path;
-    return PlayLogicInterface::playerInstance()->path().appendSubpath(
-        QString::fromLatin1(path.data(), static_cast<int>(path.size())));
-}
-
 /// What the bulk queue keeps free for messages that are sent without a look at its room: the answers to all
 /// tunnel requests for which the peer has credit, a chunk of a file, and notices of closed connections. The
 /// smallest request, of 2 bytes, has the largest answer for its size: 2 bytes, and 4 that the queue adds.
@@ -130,7 +118,7 @@ HostLinkTransportLayer* createTransport()
 ValueProxy* createCommandProxy(const ProxyRow& row, CMNodesWorker* worker)
 {
     auto* proxy = new HostCommandProxy(row.states.front(), *row.convert, worker);
-    proxy->createRequestNode(worker, pathOf(*row.node));
+    proxy->createRequestNode(worker, CMPath(*row.node));
     return proxy;
 }
 
@@ -138,7 +126,7 @@ ValueProxy* createProxy(const ProxyRow& row, CMNodesWorker* worker)
 {
     switch (row.proxy) {
     case ProxyClass::ValueItemProxy:
-        return new ValueItemProxy(row.states.front(), pathOf(*row.node), *row.convert, worker);
+        return new ValueItemProxy(row.states.front(), CMPath(*row.node), *row.convert, worker);
     case ProxyClass::HostCommandProxy: return createCommandProxy(row, worker);
     case ProxyClass::VolumeItemProxy: return new VolumeItemProxy(worker);
     case ProxyClass::PowerItemProxy: return new PowerItemProxy(worker);

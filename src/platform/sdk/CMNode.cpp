@@ -18,6 +18,11 @@ QStringList CMNodes::list(const QString& prefix)
     return CMTree::instance().list(prefix);
 }
 
+bool CMNodes::exists(const CMPath& path)
+{
+    return CMTree::instance().node(path) != nullptr;
+}
+
 CMNode::CMNode(CMNodes* nodes, const CMPath& path) : QObject(nodes), m_path(path)
 {
     CMTree::instance().add(this);

@@ -29,6 +29,9 @@ public:
 
     /// Sorted paths of all nodes of the process that begin with `prefix`.
     static QStringList list(const QString& prefix = {});
+
+    /// Whether any node of the process stands there.
+    static bool exists(const CMPath& path);
 };
 
 /// A node: something at a path. A path holds one node at a time; creating a second one there is fatal.
