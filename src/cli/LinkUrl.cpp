@@ -1,7 +1,6 @@
 #include "cli/LinkUrl.h"
 
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <CLI/Error.hpp>
@@ -18,11 +17,10 @@
 #include "cli/Suggestions.h"
 #include "platform/hostlink/FaultSettings.h"
 #include "platform/hostlink/NumberText.h"
+#include "platform/hostlink/UnixSocket.h"
 
 namespace
 {
-
-constexpr std::size_t kMaxSocketPath = sizeof(sockaddr_un::sun_path) - 1; ///< it ends with a zero byte
 
 [[noreturn]] void fail(const std::string& reason)
 {
@@ -55,9 +53,9 @@ void checkSocketPath(const std::string& path)
     if (path.empty()) {
         fail("unix: needs the path of a socket, as in unix:/run/link.socket");
     }
-    if (path.size() > kMaxSocketPath) {
+    if (path.size() > kMaxUnixPath) {
         fail("the socket path has " + std::to_string(path.size()) + " bytes, at most "
-             + std::to_string(kMaxSocketPath) + " are possible: " + path);
+             + std::to_string(kMaxUnixPath) + " are possible: " + path);
     }
 }
 

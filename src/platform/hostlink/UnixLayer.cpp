@@ -3,12 +3,9 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
-#include <optional>
 
 #include "platform/hostlink/Problem.h"
 
@@ -18,27 +15,6 @@ namespace
 // Little may lie in the kernel: what is written there can no longer be overtaken by a state message. It is no
 // more than the link sends without an acknowledgement, and read within a millisecond.
 constexpr int kSendBuffer = 32 * 1024;
-
-std::optional<sockaddr_un> socketAddress(const std::string& path)
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof address.sun_path) {
-        return std::nullopt;
-    }
-    std::memcpy(address.sun_path, path.data(), path.size());
-    return address;
-}
-
-FileDescriptor newSocket()
-{
-    return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-}
-
-bool connectTo(int socket, const sockaddr_un& address)
-{
-    return ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-}
 
 /// A lock on the directory of `path`: two modules that start at once do not take over the same file.
 /// Without descriptor when somebody else has it or the directory is not there.
@@ -53,13 +29,6 @@ FileDescriptor lockDirectory(const std::string& path)
     return lock;
 }
 
-/// True for a socket on which nobody listens any more.
-bool isLeftBehind(const sockaddr_un& address)
-{
-    const FileDescriptor probe = newSocket();
-    return probe && !connectTo(probe.get(), address) && errno == ECONNREFUSED;
-}
-
 } // namespace
 
 UnixLayer::UnixLayer(const Properties& properties)
@@ -68,57 +37,44 @@ UnixLayer::UnixLayer(const Properties& properties)
 {
 }
 
+SocketLayer::Attempt UnixLayer::noAddress() const
+{
+    return Attempt::hopeless("a socket's path has 1 to " + std::to_string(kMaxUnixPath)
+                             + " bytes, this one has " + std::to_string(m_path.size()));
+}
+
 SocketLayer::Attempt UnixLayer::listen()
 {
-    const auto address = socketAddress(m_path);
+    const auto address = unixAddress(m_path);
     if (!address) {
-        return Attempt::hopeless("a socket's path has 1 to "
-                                 + std::to_string(sizeof sockaddr_un{}.sun_path - 1) + " bytes, this one has "
-                                 + std::to_string(m_path.size()));
+        return noAddress();
     }
     const FileDescriptor lock = lockDirectory(m_path);
     if (!lock) {
         return Attempt::failed(problemWith("lock the directory of the socket"));
     }
-    struct stat file {
-    };
-    if (::lstat(m_path.c_str(), &file) == 0) {
-        if (!S_ISSOCK(file.st_mode)) {
-            return Attempt::failed("the path is taken by something that is not a socket");
-        }
-        if (!isLeftBehind(*address)) {
-            return Attempt::failed("somebody else listens there");
-        }
-        ::unlink(m_path.c_str());
+    switch (UnixSocketFile::look(*address)) {
+    case UnixSocketFile::Found::Nothing: break;
+    case UnixSocketFile::Found::LeftBehind: ::unlink(m_path.c_str()); break;
+    case UnixSocketFile::Found::Used: return Attempt::failed("somebody else listens there");
+    case UnixSocketFile::Found::NoSocket:
+        return Attempt::failed("the path is taken by something that is not a socket");
     }
-    FileDescriptor socket = newSocket();
-    // On an unbound socket this sets the mode of the file that bind() makes: it is never wider.
-    if (!socket || ::fchmod(socket.get(), S_IRUSR | S_IWUSR) != 0
-        || ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&*address), sizeof *address) != 0
-        || ::lstat(m_path.c_str(), &file) != 0) {
-        return Attempt::failed(problemWith("make the socket"));
-    }
-    m_fileDevice = file.st_dev;
-    m_fileNumber = file.st_ino;
-    if (::listen(socket.get(), kBacklog) != 0) {
-        return Attempt::failed(problemWith("listen"));
-    }
-    return Attempt::done(std::move(socket));
+    FileDescriptor socket = m_file.listen(*address, kBacklog);
+    return socket ? Attempt::done(std::move(socket)) : Attempt::failed(problemWith("listen"));
 }
 
 SocketLayer::Attempt UnixLayer::connect()
 {
-    const auto address = socketAddress(m_path);
+    const auto address = unixAddress(m_path);
     if (!address) {
-        return Attempt::hopeless("a socket's path has 1 to "
-                                 + std::to_string(sizeof sockaddr_un{}.sun_path - 1) + " bytes, this one has "
-                                 + std::to_string(m_path.size()));
+        return noAddress();
     }
-    FileDescriptor socket = newSocket();
+    FileDescriptor socket = newUnixSocket();
     if (!socket) {
         return Attempt::failed(problemWith("make a socket"));
     }
-    if (connectTo(socket.get(), *address)) {
+    if (connectUnix(socket.get(), *address)) {
         return Attempt::done(std::move(socket));
     }
     const bool notThereYet = errno == ENOENT || errno == ECONNREFUSED || errno == EAGAIN;
@@ -132,16 +88,5 @@ bool UnixLayer::prepare(int socket)
 
 void UnixLayer::unlisten()
 {
-    if (m_fileNumber == 0) {
-        return;
-    }
-    const FileDescriptor lock = lockDirectory(m_path);
-    struct stat file {
-    };
-    const bool ours =
-        ::lstat(m_path.c_str(), &file) == 0 && file.st_dev == m_fileDevice && file.st_ino == m_fileNumber;
-    if (ours) {
-        ::unlink(m_path.c_str());
-    }
-    m_fileNumber = 0;
+    m_file.remove(); // while this side listens there nobody else takes it over
 }

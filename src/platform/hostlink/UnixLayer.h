@@ -1,8 +1,7 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include "platform/hostlink/SocketLayer.h"
+#include "platform/hostlink/UnixSocket.h"
 
 /// An emulated line over a Unix socket. Property Device is the socket's path.
 ///
@@ -23,7 +22,8 @@ protected:
     void unlisten() override;
 
 private:
+    Attempt noAddress() const;
+
     const std::string m_path;
-    dev_t m_fileDevice = 0; ///< with m_fileNumber: the socket file that this layer made
-    ino_t m_fileNumber = 0; ///< 0 for none
+    UnixSocketFile m_file;
 };

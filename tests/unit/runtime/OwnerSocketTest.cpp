@@ -31,9 +31,9 @@ protected:
 };
 
 /// A socket at `path` that was made by some other program.
-int foreignSocket(const QString& path, bool listening)
+int foreignSocket(const QString& path, bool listening, int type = SOCK_STREAM)
 {
-    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const int descriptor = ::socket(AF_UNIX, type, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strcpy(address.sun_path, qPrintable(path));
@@ -91,6 +91,25 @@ TEST_F(OwnerSocketTest, LeavesTheSocketOfAnotherProgramAlone)
     EXPECT_EQ(listenError(path()), path().toStdString() + " is in use by another program");
     EXPECT_TRUE(QFile::exists(path()));
     ::close(foreign);
+}
+
+TEST_F(OwnerSocketTest, LeavesASocketOfAnotherTypeAlone)
+{
+    const int foreign = foreignSocket(path(), false, SOCK_DGRAM);
+    EXPECT_EQ(listenError(path()), path().toStdString() + " is in use by another program");
+    EXPECT_TRUE(QFile::exists(path()));
+    ::close(foreign);
+}
+
+TEST_F(OwnerSocketTest, LeavesWhatHasTakenItsPlaceAloneAtTheEnd)
+{
+    {
+        OwnerSocket socket;
+        ASSERT_TRUE(socket.listen(path(), &m_error)) << m_error.toStdString();
+        ASSERT_TRUE(QFile::rename(path(), path() + ".away"));
+        ::close(foreignSocket(path(), true));
+    }
+    EXPECT_TRUE(QFile::exists(path()));
 }
 
 TEST_F(OwnerSocketTest, LeavesAFileThatIsNoSocketAlone)
