@@ -19,6 +19,7 @@ namespace
 {
 
 constexpr std::size_t kLoopBlock = 8 * 1024;
+constexpr std::chrono::seconds kPatience{5};
 
 struct Result {
     double megabytesPerSecond;
@@ -100,7 +101,7 @@ public:
         session.open();
         NodeClient client;
         QString error;
-        if (!client.connect(QString::fromStdString(api), &error)) {
+        if (!client.connect(QString::fromStdString(api), kPatience, &error)) {
             throw std::runtime_error(error.toStdString());
         }
 
@@ -110,12 +111,11 @@ public:
                                       {"fileName", QString::fromStdString(file())}};
         const double busyBefore = processorSeconds(0) + processorSeconds(module.pid());
         const auto begin = Clock::now();
-        client.call("invoke", {{"path", "VornHostLinkDataTransferPath"}, {"data", parameters}},
-                    std::chrono::seconds(5), &error);
+        client.call("invoke", {{"path", "VornHostLinkDataTransferPath"}, {"data", parameters}}, kPatience,
+                    &error);
         ByteArray message;
         while (!received && failure.empty()
-               && session.receive(&message, session.now() + std::chrono::seconds(5))
-                      != Host::Event::TimedOut) {
+               && session.receive(&message, session.now() + kPatience) != Host::Event::TimedOut) {
         }
         const double busy = processorSeconds(0) + processorSeconds(module.pid()) - busyBefore;
         return finish(begin, busy, received);

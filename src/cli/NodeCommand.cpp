@@ -103,6 +103,7 @@ private:
     std::optional<QVariant> call(const QString& method, const QVariantHash& params);
     bool connect();
     int watchEnded(const QString& error) const;
+    int unanswered(const QString& error) const;
     std::chrono::milliseconds timeout() const { return std::chrono::milliseconds(m_options.timeout); }
     std::string similarNodes();
     void putRecord(QVariantHash fields) const;
@@ -122,9 +123,9 @@ bool NodeCommand::connect()
     }
     const std::string socket = m_options.api.empty() ? userFile("api.socket") : m_options.api;
     QString error;
-    m_connected = m_client.connect(QFile::decodeName(socket.c_str()), &error);
+    m_connected = m_client.connect(QFile::decodeName(socket.c_str()), timeout(), &error);
     if (!m_connected) {
-        m_status = complain(NoLink, error);
+        m_status = unanswered(error);
     }
     return m_connected;
 }
@@ -137,7 +138,7 @@ std::optional<QVariant> NodeCommand::call(const QString& method, const QVariantH
     }
     const std::optional<NodeClient::Answer> answer = m_client.call(method, params, timeout(), &error);
     if (!answer) {
-        m_status = m_client.interrupted() ? static_cast<int>(Done) : complain(NoLink, error);
+        m_status = unanswered(error);
         return std::nullopt;
     }
     if (answer->error.code == 0) {
@@ -265,6 +266,12 @@ int NodeCommand::watchEnded(const QString& error) const
     if (m_client.outputGone()) {
         throw std::system_error(EPIPE, std::generic_category(), "standard output");
     }
+    return unanswered(error);
+}
+
+/// The status where the module does not answer, or an interrupt came before that.
+int NodeCommand::unanswered(const QString& error) const
+{
     return m_client.interrupted() ? static_cast<int>(Done) : complain(NoLink, error);
 }
 

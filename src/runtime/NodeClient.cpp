@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <QFile>
@@ -10,6 +9,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "platform/hostlink/UnixSocket.h"
 #include "platform/sdk/VornJson.h"
 #include "runtime/PeerCredentials.h"
 
@@ -18,6 +18,7 @@ using namespace std::chrono;
 namespace
 {
 constexpr int kAnswerReadSize = 1 << 16;
+constexpr milliseconds kConnectPause = 10ms;
 
 /// Another user's socket at the expected path may be a trap. Root may look at anybody's.
 bool isTrusted(int socket)
@@ -40,29 +41,31 @@ int remainingMs(const std::optional<steady_clock::time_point>& deadline)
 }
 } // namespace
 
-NodeClient::~NodeClient()
+bool NodeClient::connect(const QString& socket, milliseconds timeout, QString* error)
 {
-    if (m_socket >= 0) {
-        ::close(m_socket);
-    }
-}
-
-bool NodeClient::connect(const QString& socket, QString* error)
-{
-    const QByteArray path = QFile::encodeName(socket);
-    sockaddr_un address{};
-    if (path.size() >= static_cast<int>(sizeof address.sun_path)) {
-        *error = socket + ": the path is too long for a socket";
+    const auto address = unixAddress(QFile::encodeName(socket).toStdString());
+    if (!address) {
+        *error = QString("%1: a socket's path has 1 to %2 bytes").arg(socket).arg(kMaxUnixPath);
         return false;
     }
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path.constData(), static_cast<std::size_t>(path.size()));
-    m_socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (::connect(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        *error = "no module answers at " + socket + ": " + QString::fromLocal8Bit(std::strerror(errno));
+    m_socket = newUnixSocket();
+    if (!m_socket) {
+        *error = "cannot make a socket: " + QString::fromLocal8Bit(std::strerror(errno));
         return false;
     }
-    if (!isTrusted(m_socket)) {
+    const auto deadline = steady_clock::now() + timeout;
+    while (!connectUnix(m_socket.get(), *address)) {
+        if (errno != EAGAIN) {
+            *error = "no module answers at " + socket + ": " + QString::fromLocal8Bit(std::strerror(errno));
+            return false;
+        }
+        // So many wait for the module already that no more may, and nothing tells when that is over.
+        wait(-1, 0, std::min(deadline, steady_clock::now() + kConnectPause), error);
+        if (m_interrupted || m_outputGone || steady_clock::now() >= deadline) {
+            return false;
+        }
+    }
+    if (!isTrusted(m_socket.get())) {
         *error = socket + " is served by another user";
         return false;
     }
@@ -110,11 +113,11 @@ bool NodeClient::send(const QByteArray& line, const Deadline& deadline, QString*
 {
     QByteArray rest = line;
     while (!rest.isEmpty()) {
-        if (!wait(POLLOUT, deadline, error)) {
+        if (!wait(m_socket.get(), POLLOUT, deadline, error)) {
             return false;
         }
-        const ssize_t count = ::send(m_socket, rest.constData(), static_cast<std::size_t>(rest.size()),
-                                     MSG_NOSIGNAL | MSG_DONTWAIT);
+        const ssize_t count =
+            ::send(m_socket.get(), rest.constData(), static_cast<std::size_t>(rest.size()), MSG_NOSIGNAL);
         if (count < 0 && errno != EAGAIN && errno != EINTR) {
             *error = gone();
             return false;
@@ -145,11 +148,11 @@ std::optional<QVariantHash> NodeClient::nextMessage(const Deadline& deadline, QS
 
 bool NodeClient::receive(const Deadline& deadline, QString* error)
 {
-    if (!wait(POLLIN, deadline, error)) {
+    if (!wait(m_socket.get(), POLLIN, deadline, error)) {
         return false;
     }
     char bytes[kAnswerReadSize];
-    const ssize_t count = ::recv(m_socket, bytes, sizeof bytes, MSG_DONTWAIT);
+    const ssize_t count = ::recv(m_socket.get(), bytes, sizeof bytes, 0);
     if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) {
         *error = gone();
         return false;
@@ -158,11 +161,11 @@ bool NodeClient::receive(const Deadline& deadline, QString* error)
     return true;
 }
 
-bool NodeClient::wait(short events, const Deadline& deadline, QString* error)
+bool NodeClient::wait(int descriptor, short events, const Deadline& deadline, QString* error)
 {
     for (;;) {
         // What the last one waits for is told without being asked: an error or a hang-up.
-        pollfd descriptors[] = {{m_socket, events, 0}, {m_interrupt, POLLIN, 0}, {m_output, 0, 0}};
+        pollfd descriptors[] = {{descriptor, events, 0}, {m_interrupt, POLLIN, 0}, {m_output, 0, 0}};
         const int ready = ::poll(descriptors, std::size(descriptors), remainingMs(deadline));
         if (ready < 0 && errno == EINTR) {
             continue;

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <optional>
 
+#include "platform/hostlink/FileDescriptor.h"
 #include "runtime/JsonRpc.h"
 
 /// A blocking client of the node API.
@@ -22,13 +23,9 @@ public:
     /// Waiting ends when the descriptor `interrupt` becomes readable, and when nobody reads any more what is
     /// written to the descriptor `output`, a pipe, a socket or a terminal; -1 for none.
     explicit NodeClient(int interrupt = -1, int output = -1) : m_interrupt(interrupt), m_output(output) {}
-    ~NodeClient();
 
-    NodeClient(const NodeClient&) = delete;
-    NodeClient& operator=(const NodeClient&) = delete;
-
-    /// Without success *error says why.
-    bool connect(const QString& socket, QString* error);
+    /// Without success, which a module that takes nobody in for `timeout` is too, *error says why.
+    bool connect(const QString& socket, std::chrono::milliseconds timeout, QString* error);
 
     /// Nothing, and *error, when no answer came within `timeout`, the module went away or waiting was ended.
     std::optional<Answer> call(const QString& method, const QVariantHash& params,
@@ -50,11 +47,11 @@ private:
     bool send(const QByteArray& line, const Deadline& deadline, QString* error);
     std::optional<QVariantHash> nextMessage(const Deadline& deadline, QString* error);
     bool receive(const Deadline& deadline, QString* error);
-    bool wait(short events, const Deadline& deadline, QString* error);
+    bool wait(int descriptor, short events, const Deadline& deadline, QString* error);
 
     int m_interrupt;
     int m_output;
-    int m_socket = -1;
+    FileDescriptor m_socket;
     int m_lastId = 0;
     bool m_interrupted = false;
     bool m_outputGone = false;

@@ -73,7 +73,8 @@ protected:
         std::cout << "HOSTLINK_TEST_SEED=" << testSeed() << '\n';
         ModuleFixture::SetUp();
         QString error;
-        ASSERT_TRUE(m_client.connect(runtimeFile("api.socket"), &error)) << error.toStdString();
+        ASSERT_TRUE(m_client.connect(runtimeFile("api.socket"), kBusyPatience, &error))
+            << error.toStdString();
         HostLinkPhysicalLayer::Properties properties;
         properties.setString(HostLinkPhysicalLayer::Device, runtimeFile("link.socket").toStdString());
         auto line = std::make_unique<MeteredLayer>(HostLinkPhysicalLayer::create("unix", properties));

@@ -1,16 +1,21 @@
 #include "runtime/NodeClient.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <QFile>
 #include <QTemporaryDir>
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <thread>
+#include <vector>
 
+#include "platform/hostlink/UnixSocket.h"
 #include "platform/sdk/CMNode.h"
 #include "runtime/NodeApi.h"
+#include "support/NoDescriptorsLeft.h"
 #include "support/WaitFor.h"
 
 using namespace std::chrono_literals;
@@ -46,6 +51,35 @@ protected:
     std::unique_ptr<NodeApi> m_api;
     QString m_error;
 };
+
+/// A module that takes nobody in: as many wait for it as may.
+class BusySocket
+{
+public:
+    explicit BusySocket(const QString& path) : m_address(*unixAddress(path.toStdString()))
+    {
+        m_listener = m_file.listen(m_address, 0);
+        do {
+            m_waiting.push_back(newUnixSocket());
+        } while (connectUnix(m_waiting.back().get(), m_address));
+        EXPECT_EQ(errno, EAGAIN);
+    }
+
+    void takeOneIn() { m_taken = FileDescriptor(::accept(m_listener.get(), nullptr, nullptr)); }
+
+private:
+    sockaddr_un m_address;
+    UnixSocketFile m_file;
+    FileDescriptor m_listener;
+    FileDescriptor m_taken;
+    std::vector<FileDescriptor> m_waiting;
+};
+
+bool sleeps(pid_t thread)
+{
+    QFile file(QString("/proc/self/task/%1/stat").arg(thread));
+    return file.open(QIODevice::ReadOnly) && file.readAll().split(' ').value(2) == "S";
+}
 } // namespace
 
 TEST_F(NodeClientTest, GetsResultsAndErrors)
@@ -53,7 +87,7 @@ TEST_F(NodeClientTest, GetsResultsAndErrors)
     CMValueNode::create(&m_nodes, CMPath("/n"))->setValue(VornValue().setI32(5));
     run([&] {
         NodeClient client;
-        ASSERT_TRUE(client.connect(m_path, &m_error)) << m_error.toStdString();
+        ASSERT_TRUE(client.connect(m_path, 10s, &m_error)) << m_error.toStdString();
         const auto value = client.call("get", {{"path", "/n"}}, 10s, &m_error);
         ASSERT_TRUE(value) << m_error.toStdString();
         EXPECT_EQ(value->error.code, 0);
@@ -70,7 +104,7 @@ TEST_F(NodeClientTest, KeepsNotificationsThatComeBeforeAnAnswer)
     CMValueNode::create(&m_nodes, CMPath("/n"))->setValue(VornValue().setI32(5));
     run([&] {
         NodeClient client;
-        ASSERT_TRUE(client.connect(m_path, &m_error));
+        ASSERT_TRUE(client.connect(m_path, 10s, &m_error));
         ASSERT_TRUE(client.call("watch", {{"path", "/n"}}, 10s, &m_error));
         ASSERT_TRUE(client.call("set", {{"path", "/n"}, {"value", 6}}, 10s, &m_error));
         const auto change = client.nextNotification(&m_error);
@@ -82,19 +116,72 @@ TEST_F(NodeClientTest, KeepsNotificationsThatComeBeforeAnAnswer)
 TEST_F(NodeClientTest, SaysThatNoModuleAnswers)
 {
     NodeClient client;
-    EXPECT_FALSE(client.connect(m_directory.filePath("none"), &m_error));
+    EXPECT_FALSE(client.connect(m_directory.filePath("none"), 10s, &m_error));
     EXPECT_EQ(m_error,
               "no module answers at " + m_directory.filePath("none") + ": No such file or directory");
-    EXPECT_FALSE(NodeClient().connect(QString(200, 'x'), &m_error));
+    EXPECT_FALSE(NodeClient().connect(QString(200, 'x'), 10s, &m_error));
 }
 
 TEST_F(NodeClientTest, SaysThatAnAnswerDoesNotComeInTime)
 {
     NodeClient client; // nobody runs the event loop meanwhile
-    ASSERT_TRUE(client.connect(m_path, &m_error));
+    ASSERT_TRUE(client.connect(m_path, 10s, &m_error));
     EXPECT_FALSE(client.call("list", {}, 20ms, &m_error));
     EXPECT_EQ(m_error, "the module does not answer in time");
     EXPECT_FALSE(client.interrupted());
+}
+
+TEST_F(NodeClientTest, SaysThatAModuleThatTakesNobodyInDoesNotAnswerInTime)
+{
+    const BusySocket busy(m_directory.filePath("busy"));
+    NodeClient client;
+    EXPECT_FALSE(client.connect(m_directory.filePath("busy"), 20ms, &m_error));
+    EXPECT_EQ(m_error, "the module does not answer in time");
+}
+
+TEST_F(NodeClientTest, WaitsForAModuleThatTakesNobodyInYet)
+{
+    BusySocket busy(m_directory.filePath("busy"));
+    std::atomic<pid_t> connecting{0};
+    std::atomic<bool> done{false};
+    std::thread thread([&] {
+        connecting = ::gettid();
+        EXPECT_TRUE(NodeClient().connect(m_directory.filePath("busy"), 10s, &m_error))
+            << m_error.toStdString();
+        done = true;
+    });
+    while (!done && (connecting == 0 || !sleeps(connecting))) {
+        std::this_thread::yield();
+    }
+    busy.takeOneIn();
+    thread.join();
+}
+
+TEST_F(NodeClientTest, AnInterruptEndsWaitingForAModuleThatTakesNobodyIn)
+{
+    const BusySocket busy(m_directory.filePath("busy"));
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    ASSERT_EQ(::write(pipe[1], "x", 1), 1);
+    NodeClient client(pipe[0]);
+    EXPECT_FALSE(client.connect(m_directory.filePath("busy"), 1h, &m_error));
+    EXPECT_TRUE(client.interrupted());
+    ::close(pipe[0]);
+    ::close(pipe[1]);
+}
+
+TEST_F(NodeClientTest, SaysThatThereIsNoDescriptorForASocket)
+{
+    NodeClient client;
+    QString error;
+    const QString path = m_path;
+    bool connected = true;
+    { // a sanitizer that looks at an object of this test needs a descriptor
+        const NoDescriptorsLeft none;
+        connected = client.connect(path, 10s, &error);
+    }
+    EXPECT_FALSE(connected);
+    EXPECT_EQ(error, "cannot make a socket: Too many open files");
 }
 
 TEST_F(NodeClientTest, SaysThatTheModuleWentAway)
@@ -102,7 +189,7 @@ TEST_F(NodeClientTest, SaysThatTheModuleWentAway)
     std::atomic<bool> watching{false};
     std::thread thread([&] {
         NodeClient client;
-        EXPECT_TRUE(client.connect(m_path, &m_error));
+        EXPECT_TRUE(client.connect(m_path, 10s, &m_error));
         EXPECT_TRUE(client.call("watch", {{"path", "/n"}}, 10s, &m_error));
         watching = true;
         QMetaObject::invokeMethod(
@@ -124,7 +211,7 @@ TEST_F(NodeClientTest, AnOutputThatNobodyReadsEndsWaiting)
     int pipe[2];
     ASSERT_EQ(::pipe(pipe), 0);
     NodeClient client(-1, pipe[1]);
-    ASSERT_TRUE(client.connect(m_path, &m_error));
+    ASSERT_TRUE(client.connect(m_path, 10s, &m_error));
     EXPECT_FALSE(client.call("list", {}, 20ms, &m_error)); // nobody runs the event loop
     EXPECT_FALSE(client.outputGone()) << "somebody may still read";
     ::close(pipe[0]);
@@ -140,7 +227,7 @@ TEST_F(NodeClientTest, AnInterruptEndsWaiting)
     ASSERT_EQ(::pipe(pipe), 0);
     ASSERT_EQ(::write(pipe[1], "x", 1), 1);
     NodeClient client(pipe[0]);
-    ASSERT_TRUE(client.connect(m_path, &m_error));
+    ASSERT_TRUE(client.connect(m_path, 10s, &m_error));
     EXPECT_FALSE(client.nextNotification(&m_error));
     EXPECT_TRUE(client.interrupted());
     ::close(pipe[0]);

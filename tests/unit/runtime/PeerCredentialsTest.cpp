@@ -14,6 +14,8 @@
 #include "support/AsUser.h"
 #include "unit/runtime/ApiClient.h"
 
+using namespace std::chrono_literals;
+
 namespace
 {
 /// A folder that everybody may look into.
@@ -110,17 +112,17 @@ TEST_F(PeerCredentialsTest, AClientDoesNotTalkToAModuleOfAnotherUser)
     const int listener = listenAs(AsUser::kSomebody, m_path);
     openToAll();
     NodeClient root;
-    EXPECT_TRUE(root.connect(m_path, &m_error)) << "root may look at anybody's";
+    EXPECT_TRUE(root.connect(m_path, 10s, &m_error)) << "root may look at anybody's";
     {
         const AsUser nobody(AsUser::kNobody);
         NodeClient client;
-        EXPECT_FALSE(client.connect(m_path, &m_error));
+        EXPECT_FALSE(client.connect(m_path, 10s, &m_error));
         EXPECT_EQ(m_error, m_path + " is served by another user");
     }
     {
         const AsUser somebody(AsUser::kSomebody);
         NodeClient client;
-        EXPECT_TRUE(client.connect(m_path, &m_error)) << m_error.toStdString();
+        EXPECT_TRUE(client.connect(m_path, 10s, &m_error)) << m_error.toStdString();
     }
     ::close(listener);
 }
