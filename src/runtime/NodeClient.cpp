@@ -118,6 +118,9 @@ bool NodeClient::send(const QByteArray& line, const Deadline& deadline, QString*
         }
         const ssize_t count =
             ::send(m_socket.get(), rest.constData(), static_cast<std::size_t>(rest.size()), MSG_NOSIGNAL);
+        if (count < 0 && errno == EPIPE) {
+            return true; // the module may have said why it went before it did: the next read tells
+        }
         if (count < 0 && errno != EAGAIN && errno != EINTR) {
             *error = gone();
             return false;

@@ -17,6 +17,7 @@
 #include "runtime/NodeApi.h"
 #include "support/NoDescriptorsLeft.h"
 #include "support/WaitFor.h"
+#include "unit/runtime/ApiClient.h"
 
 using namespace std::chrono_literals;
 
@@ -203,6 +204,30 @@ TEST_F(NodeClientTest, SaysThatTheModuleWentAway)
     }));
     m_api.reset();
     thread.join();
+    EXPECT_EQ(m_error, "the module went away");
+}
+
+TEST_F(NodeClientTest, TellsWhyItWasTurnedAwayBeforeItAsked)
+{
+    std::vector<std::unique_ptr<ApiClient>> served;
+    for (int i = 0; i < NodeApi::kMostClients; ++i) {
+        served.push_back(std::make_unique<ApiClient>(m_path));
+        ASSERT_FALSE(served.back()->ask("list").isEmpty());
+    }
+    NodeClient client;
+    ASSERT_TRUE(client.connect(m_path, 10s, &m_error));
+    ASSERT_TRUE(ApiClient(m_path).closedByModule()) << "and so is the one before it";
+    const auto refusal = client.call("list", {}, 10s, &m_error);
+    ASSERT_TRUE(refusal) << m_error.toStdString();
+    EXPECT_EQ(refusal->error.message, "at most 64 clients at a time");
+}
+
+TEST_F(NodeClientTest, SaysThatAModuleWentAwayBeforeItWasAsked)
+{
+    NodeClient client;
+    ASSERT_TRUE(client.connect(m_path, 10s, &m_error));
+    m_api.reset();
+    EXPECT_FALSE(client.call("list", {}, 10s, &m_error));
     EXPECT_EQ(m_error, "the module went away");
 }
 
