@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,18 +17,43 @@ namespace
 // more than the link sends without an acknowledgement, and read within a millisecond.
 constexpr int kSendBuffer = 32 * 1024;
 
-/// A lock on the directory of `path`: two modules that start at once do not take over the same file.
-/// Without descriptor when somebody else has it or the directory is not there.
-FileDescriptor lockDirectory(const std::string& path)
+/// The right to make the socket file at `path`: of two sides that start at once one waits, so that they do
+/// not take over the same file. Not a lock on the directory, which others may lock for reasons of their own.
+class PlaceLock
 {
-    const std::size_t slash = path.rfind('/');
-    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    FileDescriptor lock(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (lock && ::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-        lock.reset();
+public:
+    explicit PlaceLock(const std::string& path)
+        : m_path(path + ".start.lock"),
+          m_file(::open(m_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR))
+    {
+        struct stat file {
+        };
+        if (!m_file) {
+            return;
+        }
+        if (::flock(m_file.get(), LOCK_EX | LOCK_NB) != 0 || ::fstat(m_file.get(), &file) != 0) {
+            m_file.reset();
+        } else if (file.st_nlink == 0) { // its last owner removed it after it was opened here
+            m_file.reset();
+            errno = EWOULDBLOCK;
+        }
     }
-    return lock;
-}
+    ~PlaceLock()
+    {
+        if (m_file) {
+            ::unlink(m_path.c_str());
+        }
+    }
+    PlaceLock(const PlaceLock&) = delete;
+    PlaceLock& operator=(const PlaceLock&) = delete;
+
+    /// Otherwise errno says why.
+    explicit operator bool() const { return static_cast<bool>(m_file); }
+
+private:
+    const std::string m_path;
+    FileDescriptor m_file;
+};
 
 } // namespace
 
@@ -49,9 +75,10 @@ SocketLayer::Attempt UnixLayer::listen()
     if (!address) {
         return noAddress();
     }
-    const FileDescriptor lock = lockDirectory(m_path);
+    const PlaceLock lock(m_path);
     if (!lock) {
-        return Attempt::failed(problemWith("lock the directory of the socket"));
+        return errno == EWOULDBLOCK ? Attempt::waiting()
+                                    : Attempt::failed(problemWith("lock the socket's place"));
     }
     switch (UnixSocketFile::look(*address)) {
     case UnixSocketFile::Found::Nothing: break;

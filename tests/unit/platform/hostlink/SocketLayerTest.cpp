@@ -1,7 +1,9 @@
 #include "platform/hostlink/SocketLayer.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
@@ -280,6 +282,37 @@ TEST_F(UnixLayerTest, TheSocketFileOfAKilledProcessIsTakenOver)
     peer->open(now());
     EXPECT_TRUE(comeUp(*layer, *peer));
     EXPECT_EQ(modeOf(m_path), mode_t(S_IFSOCK | S_IRUSR | S_IWUSR));
+}
+
+TEST_F(UnixLayerTest, NothingButTheSocketFileIsLeftBeside)
+{
+    const auto layer = listening();
+    layer->open(now());
+    const std::filesystem::directory_iterator files(m_directory.file(""));
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+}
+
+TEST_F(UnixLayerTest, ADirectoryThatSomebodyElseHasLockedIsNoHindrance)
+{
+    const FileDescriptor other(::open(m_directory.file("").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_EQ(::flock(other.get(), LOCK_EX), 0);
+    const auto layer = listening();
+    layer->open(now());
+    EXPECT_NE(modeOf(m_path), 0u);
+}
+
+TEST_F(UnixLayerTest, ASideThatIsAboutToListenIsWaitedForWithoutAWord)
+{
+    const LinkLogCapture log;
+    FileDescriptor other(::open((m_path + ".start.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(::flock(other.get(), LOCK_EX), 0);
+    const auto layer = listening();
+    layer->open(now());
+    EXPECT_EQ(modeOf(m_path), 0u);
+    other.reset();
+    layer->service(layer->nextService());
+    EXPECT_NE(modeOf(m_path), 0u);
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(UnixLayerTest, AFileThatIsNoSocketIsLeftAlone)
