@@ -11,18 +11,20 @@ using namespace std::chrono_literals;
 
 namespace
 {
-constexpr auto kLongestWait = 5s; ///< for the address of a host name
+constexpr auto kLongestWait = 5s; ///< for the address of a host name, or another side that starts
 constexpr auto kPause = 5ms;
 
-/// What the link library says while this lives, in place of the log.
+/// What the link library complains of while this lives, in place of the log.
 class SaidByLink
 {
 public:
     SaidByLink()
     {
-        HostLinkLog::setSink([this](HostLinkLog::Level, const std::string& text) {
-            const std::lock_guard lock(m_mutex);
-            m_text = text;
+        HostLinkLog::setSink([this](HostLinkLog::Level level, const std::string& text) {
+            if (level >= HostLinkLog::Level::Warning) {
+                const std::lock_guard lock(m_mutex);
+                m_text = text;
+            }
         });
     }
     ~SaidByLink() { routeLinkLog(); }
@@ -60,6 +62,7 @@ openEmulatedLine(const std::string& type, const HostLinkPhysicalLayer::Propertie
     if (listens(*layer)) {
         return layer;
     }
-    *error = said.text().empty() ? "the link's address cannot be found" : QString::fromStdString(said.text());
+    *error = said.text().empty() ? "the link's address is not found, or another program is about to take it"
+                                 : QString::fromStdString(said.text());
     return nullptr;
 }

@@ -5,6 +5,8 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include "platform/hostlink/HostLinkLog.h"
+
 namespace
 {
 using Properties = HostLinkPhysicalLayer::Properties;
@@ -16,6 +18,27 @@ Properties listening(const QString& device)
     properties.setInt(HostLinkPhysicalLayer::Listen, 1);
     return properties;
 }
+
+/// Says something on its way, and listens when it is serviced.
+class TalkativeLine : public HostLinkPhysicalLayer
+{
+public:
+    void open(HostLinkTime) override { HostLinkLog::write(HostLinkLog::Level::Info, "begins to listen"); }
+    void close() override {}
+    void service(HostLinkTime) override { m_listens = true; }
+    std::uint64_t lineNumber() const override { return 0; }
+    std::size_t read(std::uint8_t*, std::size_t, HostLinkTime) override { return 0; }
+    std::size_t write(const std::uint8_t*, std::size_t, HostLinkTime) override { return 0; }
+    void waitOn(std::vector<pollfd>& descriptors, bool) const override
+    {
+        if (m_listens) {
+            descriptors.push_back({-1, POLLIN, 0});
+        }
+    }
+
+private:
+    bool m_listens = false;
+};
 } // namespace
 
 TEST(EmulatedLine, ListensAtOnce)
@@ -25,6 +48,14 @@ TEST(EmulatedLine, ListensAtOnce)
     const auto line = openEmulatedLine("unix", listening(directory.filePath("link")), &error);
     ASSERT_NE(line, nullptr) << error.toStdString();
     EXPECT_TRUE(QFile::exists(directory.filePath("link")));
+}
+
+TEST(EmulatedLine, IsNotGivenUpForWhatIsNoComplaint)
+{
+    HostLinkPhysicalLayer::registerType("talkative",
+                                        [](const Properties&) { return std::make_unique<TalkativeLine>(); });
+    QString error;
+    EXPECT_NE(openEmulatedLine("talkative", {}, &error), nullptr) << error.toStdString();
 }
 
 TEST(EmulatedLine, SaysThatALineIsInUse)
