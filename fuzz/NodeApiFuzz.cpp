@@ -54,7 +54,7 @@ public:
         int ends[2];
         require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends) == 0);
         m_socket = ends[0];
-        m_connection = new NodeApiConnection(ends[1], nullptr);
+        m_connection = new NodeApiConnection(FileDescriptor(ends[1]), nullptr);
         QObject::connect(m_connection, &NodeApiConnection::closed, m_connection,
                          [this] { m_isClosed = true; });
     }

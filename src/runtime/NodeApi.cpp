@@ -2,7 +2,6 @@
 
 #include <log4cplus/loggingmacros.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -18,11 +17,10 @@ namespace
 {
 constexpr int kPauseMs = 100;
 
-void refuse(int descriptor, const QString& why)
+void refuse(const FileDescriptor& client, const QString& why)
 {
     const QByteArray refusal = JsonRpc::error({}, {nodeApiErrorCode(CMError::Refused), why});
-    ::send(descriptor, refusal.constData(), static_cast<std::size_t>(refusal.size()), MSG_NOSIGNAL);
-    ::close(descriptor);
+    ::send(client.get(), refusal.constData(), static_cast<std::size_t>(refusal.size()), MSG_NOSIGNAL);
 }
 } // namespace
 
@@ -45,9 +43,9 @@ bool NodeApi::listen(const QString& path, QString* error)
 
 void NodeApi::on_notifier_activated()
 {
-    const int descriptor = ::accept4(m_socket.descriptor(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (descriptor >= 0) {
-        return accept(descriptor);
+    FileDescriptor client(::accept4(m_socket.descriptor(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (client) {
+        return accept(std::move(client));
     }
     if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
         LOG4CPLUS_WARN(nodeApiLogger, "cannot accept a client now: " << std::strerror(errno));
@@ -56,20 +54,20 @@ void NodeApi::on_notifier_activated()
     }
 }
 
-void NodeApi::accept(int descriptor)
+void NodeApi::accept(FileDescriptor client)
 {
     // The socket file's mode keeps others out already, for as long as nobody changes it.
-    if (!isOfOwnUserOrRoot(descriptor)) {
+    if (!isOfOwnUserOrRoot(client.get())) {
         LOG4CPLUS_WARN(nodeApiLogger, "a client of another user was turned away");
-        return refuse(descriptor, "only the user who runs the module may use its nodes");
+        return refuse(client, "only the user who runs the module may use its nodes");
     }
     if (m_clients >= kMostClients) {
-        return refuse(descriptor, QString("at most %1 clients at a time").arg(kMostClients));
+        return refuse(client, QString("at most %1 clients at a time").arg(kMostClients));
     }
     ++m_clients;
-    auto* client = new NodeApiConnection(descriptor, this);
-    connect(client, &NodeApiConnection::closed, this, [this, client] {
+    auto* connection = new NodeApiConnection(std::move(client), this);
+    connect(connection, &NodeApiConnection::closed, this, [this, connection] {
         --m_clients;
-        client->deleteLater();
+        connection->deleteLater();
     });
 }

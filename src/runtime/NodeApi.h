@@ -22,7 +22,7 @@ public:
 
 private:
     void on_notifier_activated();
-    void accept(int descriptor);
+    void accept(FileDescriptor client);
 
     OwnerSocket m_socket;
     std::unique_ptr<QSocketNotifier> m_notifier;

@@ -2,7 +2,6 @@
 
 #include <log4cplus/loggingmacros.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -21,9 +20,9 @@ bool isBlank(const QByteArray& line)
 }
 } // namespace
 
-NodeApiConnection::NodeApiConnection(int descriptor, QObject* parent)
-    : QObject(parent), m_descriptor(descriptor), m_readNotifier(descriptor, QSocketNotifier::Read),
-      m_writeNotifier(descriptor, QSocketNotifier::Write)
+NodeApiConnection::NodeApiConnection(FileDescriptor client, QObject* parent)
+    : QObject(parent), m_client(std::move(client)), m_readNotifier(m_client.get(), QSocketNotifier::Read),
+      m_writeNotifier(m_client.get(), QSocketNotifier::Write)
 {
     m_writeNotifier.setEnabled(false);
     connect(&m_readNotifier, &QSocketNotifier::activated, this,
@@ -34,18 +33,11 @@ NodeApiConnection::NodeApiConnection(int descriptor, QObject* parent)
     connect(&m_session, &NodeApiSession::finished, this, &NodeApiConnection::pump);
 }
 
-NodeApiConnection::~NodeApiConnection()
-{
-    if (m_descriptor >= 0) {
-        ::close(m_descriptor);
-    }
-}
-
 void NodeApiConnection::on_readNotifier_activated()
 {
     const int before = m_input.size();
     m_input.resize(before + kReadSize);
-    const ssize_t count = recv(m_descriptor, m_input.data() + before, kReadSize, 0);
+    const ssize_t count = recv(m_client.get(), m_input.data() + before, kReadSize, 0);
     m_input.resize(before + static_cast<int>(std::max<ssize_t>(count, 0)));
     if (count < 0 && errno != EAGAIN && errno != EINTR) {
         return close();
@@ -62,7 +54,7 @@ void NodeApiConnection::on_writeNotifier_activated()
 
 void NodeApiConnection::on_session_line(const QByteArray& line)
 {
-    if (m_descriptor < 0) {
+    if (!m_client) {
         return;
     }
     if (m_output.size() + line.size() > kMaxOutput) {
@@ -76,7 +68,7 @@ void NodeApiConnection::on_session_line(const QByteArray& line)
 
 void NodeApiConnection::pump()
 {
-    if (m_pumping || m_descriptor < 0) {
+    if (m_pumping || !m_client) {
         return;
     }
     m_pumping = true;
@@ -85,7 +77,7 @@ void NodeApiConnection::pump()
         m_session.handle(line);
     }
     m_pumping = false;
-    if (m_descriptor < 0) {
+    if (!m_client) {
         return;
     }
     if (m_ended && mayServe() && m_output.isEmpty()) {
@@ -96,7 +88,7 @@ void NodeApiConnection::pump()
 
 bool NodeApiConnection::mayServe() const
 {
-    return m_descriptor >= 0 && !m_session.busy() && m_output.size() < kHighWater;
+    return m_client && !m_session.busy() && m_output.size() < kHighWater;
 }
 
 /// The next line that is not blank, without its line feed. An unfinished line at the end is no line.
@@ -140,7 +132,7 @@ void NodeApiConnection::sayTooLong()
 void NodeApiConnection::flush()
 {
     while (!m_output.isEmpty()) {
-        const ssize_t count = ::send(m_descriptor, m_output.constData(),
+        const ssize_t count = ::send(m_client.get(), m_output.constData(),
                                      static_cast<std::size_t>(m_output.size()), MSG_NOSIGNAL);
         if (count < 0 && errno == EINTR) {
             continue;
@@ -158,12 +150,11 @@ void NodeApiConnection::flush()
 
 void NodeApiConnection::close()
 {
-    if (m_descriptor < 0) {
+    if (!m_client) {
         return;
     }
     m_readNotifier.setEnabled(false);
     m_writeNotifier.setEnabled(false);
-    ::close(m_descriptor);
-    m_descriptor = -1;
+    m_client.reset();
     emit closed();
 }

@@ -3,6 +3,7 @@
 #include <QObject>
 #include <QSocketNotifier>
 
+#include "platform/hostlink/FileDescriptor.h"
 #include "runtime/NodeApiSession.h"
 
 /// One client of the node API: lines in, lines out, over a connected stream socket. What a client makes
@@ -15,9 +16,8 @@ public:
     static constexpr int kMaxLine = 1 << 20;
     static constexpr int kMaxOutput = 4 << 20;
 
-    /// Takes ownership of `descriptor`, which must not block.
-    NodeApiConnection(int descriptor, QObject* parent);
-    ~NodeApiConnection() override;
+    /// `client` must not block.
+    NodeApiConnection(FileDescriptor client, QObject* parent);
 
 signals:
     void closed();
@@ -34,7 +34,7 @@ private:
     void flush();
     void close();
 
-    int m_descriptor;
+    FileDescriptor m_client; ///< none once it was closed
     QSocketNotifier m_readNotifier;
     QSocketNotifier m_writeNotifier;
     NodeApiSession m_session;

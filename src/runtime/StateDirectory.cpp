@@ -2,19 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <QDir>
 #include <QFile>
 #include <cerrno>
 #include <cstring>
-
-StateDirectory::~StateDirectory()
-{
-    if (m_descriptor >= 0) {
-        ::close(m_descriptor);
-    }
-}
 
 bool StateDirectory::open(const QString& path, QString* error)
 {
@@ -27,8 +19,9 @@ bool StateDirectory::open(const QString& path, QString* error)
     if (isNew) {
         QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
-    m_descriptor = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (m_descriptor < 0 || ::flock(m_descriptor, LOCK_EX | LOCK_NB) != 0) {
+    m_descriptor =
+        FileDescriptor(::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!m_descriptor || ::flock(m_descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
         *error = "the state directory " + path
                  + (errno == EWOULDBLOCK ? QString(" is in use by another module")
                                          : ": " + QString::fromLocal8Bit(std::strerror(errno)));

@@ -2,15 +2,12 @@
 
 #include <QString>
 
+#include "platform/hostlink/FileDescriptor.h"
+
 /// The directory of what outlasts a module. One module has it at a time, however that one ends.
 class StateDirectory
 {
 public:
-    StateDirectory() = default;
-    ~StateDirectory();
-    StateDirectory(const StateDirectory&) = delete;
-    StateDirectory& operator=(const StateDirectory&) = delete;
-
     /// To be called once. Creates the directory for its owner only where it is missing; otherwise *error
     /// says why not or who has it.
     bool open(const QString& path, QString* error);
@@ -19,5 +16,5 @@ public:
 
 private:
     QString m_path;
-    int m_descriptor = -1; ///< locked: that needs no file, so an unwritable directory has a lock too
+    FileDescriptor m_descriptor; ///< locked: that needs no file, so an unwritable directory has a lock too
 };
