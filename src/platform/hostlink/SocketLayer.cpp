@@ -134,9 +134,10 @@ void SocketLayer::finishConnect(HostLinkTime now)
         lineIsUp(now);
         return;
     }
+    error = error == 0 ? errno : error;
     m_peer.reset();
     errno = error;
-    const bool nobodyThere = error == 0 || error == ECONNREFUSED;
+    const bool nobodyThere = error == ECONNREFUSED;
     retryAfter(nobodyThere ? Attempt::waiting() : Attempt::failed(problemWith("connect")), now);
 }
 
@@ -178,6 +179,8 @@ void SocketLayer::welcome(FileDescriptor newcomer, HostLinkTime now)
     } else if (prepare(newcomer.get())) {
         m_peer = std::move(newcomer);
         lineIsUp(now);
+    } else {
+        m_retry.say(problemWith("take a connection"));
     }
 }
 

@@ -52,7 +52,8 @@ protected:
     virtual Attempt listen() = 0;
     virtual Attempt connect() = 0;
 
-    /// Called for each established connection before it carries bytes; false turns it down.
+    /// Called for each established connection before it carries bytes; false turns it down, and errno says
+    /// why: ECONNREFUSED where nobody is at its other end.
     virtual bool prepare(int socket) = 0;
 
     /// Called by close() while the listening sockets are still open.

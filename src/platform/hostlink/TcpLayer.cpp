@@ -173,7 +173,11 @@ SocketLayer::Attempt TcpLayer::connect()
 
 bool TcpLayer::prepare(int socket)
 {
-    return !isConnectedToItself(socket) && setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1)
+    if (isConnectedToItself(socket)) {
+        errno = ECONNREFUSED;
+        return false;
+    }
+    return setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1)
            && setOption(socket, IPPROTO_TCP, TCP_NOTSENT_LOWAT, kUnsentLimit)
            && setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1)
            && setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdle)

@@ -7,11 +7,13 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 
 #include "platform/hostlink/HostLinkCore.h"
+#include "platform/hostlink/UnixLayer.h"
 #include "support/LineKind.h"
 #include "support/LinkLogCapture.h"
 
@@ -260,6 +262,14 @@ protected:
     std::unique_ptr<Layer> listening() const { return makeLayer("unix", m_path, true); }
     std::unique_ptr<Layer> connecting() const { return makeLayer("unix", m_path, false); }
 
+    Layer::Properties properties(bool listens) const
+    {
+        Layer::Properties properties;
+        properties.setString(Layer::Device, m_path);
+        properties.setInt(Layer::Listen, listens ? 1 : 0);
+        return properties;
+    }
+
     const TemporaryDirectory m_directory;
     const std::string m_path = m_directory.file("link");
 };
@@ -373,6 +383,49 @@ TEST_F(UnixLayerTest, ThePathMayBeAsLongAsASocketsPathCanBe)
     layer->open(now());
     peer->open(now());
     EXPECT_TRUE(comeUp(*layer, *peer));
+}
+
+/// Its connections cannot be made fit to carry bytes.
+class UnfitLayer : public UnixLayer
+{
+public:
+    using UnixLayer::UnixLayer;
+
+protected:
+    bool prepare(int) override
+    {
+        errno = ENOBUFS;
+        return false;
+    }
+};
+
+TEST_F(UnixLayerTest, AConnectionThatCannotBePreparedIsSaidOnceByTheListeningSide)
+{
+    const LinkLogCapture log;
+    UnfitLayer layer(properties(true));
+    layer.open(now());
+    for (int i = 0; i < 3; ++i) {
+        const auto peer = connecting();
+        peer->open(now());
+        ASSERT_TRUE(serviceUntil({&layer}, [&] {
+            readNow(*peer);
+            return peer->lineNumber() == 0;
+        }));
+    }
+    EXPECT_EQ(log.count("cannot take a connection: No buffer space available"), 1u);
+    EXPECT_EQ(layer.lineNumber(), 0u);
+}
+
+TEST_F(UnixLayerTest, AConnectionThatCannotBePreparedIsSaidOnceByTheConnectingSide)
+{
+    const LinkLogCapture log;
+    const auto peer = listening();
+    peer->open(now());
+    UnfitLayer layer(properties(false));
+    layer.open(now());
+    EXPECT_GE(attemptsWithin(layer, 3s), 2);
+    EXPECT_EQ(log.count("cannot connect: No buffer space available"), 1u);
+    EXPECT_EQ(layer.lineNumber(), 0u);
 }
 
 TEST_F(UnixLayerTest, ASideWithoutListenConnects)
