@@ -246,9 +246,10 @@ TEST_F(FilePush, WhatCannotBeStartedIsRefusedWithTheReason)
 TEST_F(FilePush, ProgressEndsWithTheFile)
 {
     makeFile(100'000);
+    start(R"(,"chunkSize":1000,"timeout":60000)");
     Program progress({"node", "watch", "--progress"});
+    EXPECT_EQ(progress.waitForLine(""), "1 %") << "the first chunk waits for its host";
     const auto host = startHost();
-    start(R"(,"chunkSize":1000)");
     const ProgramResult result = progress.wait();
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_TRUE(contains(result.out, "\n50 %\n")) << result.out;
