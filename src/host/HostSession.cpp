@@ -139,6 +139,7 @@ bool HostSession::trySend(const ByteArray& message)
 {
     const bool sent = m_host.send(message);
     if (sent) {
+        m_waitedInVain = false;
         m_observer(Side::Host, message);
     }
     return sent;
@@ -205,7 +206,10 @@ HostLinkTime HostSession::channelDeadline() const
 
 bool HostSession::waitAcknowledged()
 {
-    return m_host.waitAcknowledged(m_host.now() + m_timeout) == Host::Event::Acknowledged;
+    if (!m_waitedInVain) {
+        m_waitedInVain = m_host.waitAcknowledged(m_host.now() + m_timeout) != Host::Event::Acknowledged;
+    }
+    return !m_waitedInVain;
 }
 
 HostError HostSession::noSession() const

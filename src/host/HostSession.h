@@ -81,7 +81,8 @@ public:
 
     HostLinkCounters counters() const { return m_host.counters(); }
 
-    /// Waits until the module's end of the link has everything; false when it did not get it.
+    /// Waits until the module's end of the link has everything; false when it did not get it, and then at
+    /// once until something more is sent.
     bool waitAcknowledged();
 
     HostLinkDuration timeout() const { return m_timeout; }
@@ -97,6 +98,7 @@ private:
 
     Host& m_host;
     HostLinkDuration m_timeout;
+    bool m_waitedInVain = false; ///< for what was sent last to be acknowledged
     HostAnswers m_answers;
     std::vector<HostChannel*> m_channels;
     std::function<void(Side, const ByteArray&)> m_observer = [](Side, const ByteArray&) {};

@@ -235,6 +235,20 @@ TEST_F(HostSessionTest, OpeningEndsAtTheTimeOutWhileMessagesPourIn)
     EXPECT_LE(now() - start, 2010ms);
 }
 
+TEST_F(HostSessionTest, WhatWasAwaitedInVainIsNotAwaitedAgain)
+{
+    session().open();
+    m_system.onWait = [] {}; // the module stands still
+    session().send(kGetMute);
+    const HostLinkTime begin = m_system.now();
+    EXPECT_FALSE(session().waitAcknowledged());
+    EXPECT_FALSE(session().waitAcknowledged());
+    EXPECT_EQ(m_system.now(), begin + 2000ms);
+    m_system.onWait = [this] { m_module.step(m_system.now()); };
+    session().send(kGetMute);
+    EXPECT_TRUE(session().waitAcknowledged()) << "what is sent then is";
+}
+
 TEST_F(HostSessionTest, OccupiedLinkIsToldAtOnce)
 {
     Host first(line(), -1, m_system);
